@@ -1,0 +1,4 @@
+// Storage of the applied FPGA-side settings.
+#include "state/fpgaregs.h"
+
+FpgaRegs fpgaregs;
