@@ -1,0 +1,99 @@
+// FPGA register access: the only place that issues register requests on
+// "/dev/fpga", and the owner of its reset sequence.
+#include "hw/fpga.h"
+
+#include <sys/ioctl.h>
+#include <unistd.h>
+
+#include "hw/fpga_registers.h"
+#include "hw/shared_memory_davinci.h"
+
+Relaxed<FILE*> fpga_file;
+
+int descriptor_of(FILE* stream) { return stream == nullptr ? -1 : fileno(stream); }
+
+static std::int32_t word_index(int address) { return address >> 1; }
+
+static int request(FpgaRequest number, void* record) {
+  return ioctl(descriptor_of(fpga_file), number, record);
+}
+
+unsigned GetValue(int address) {
+  FpgaSingle record{word_index(address), 0, 0};
+  return request(kFpgaReadReg, &record) == 0 ? record.value : 0U;
+}
+
+int SetValue(int address, int value) {
+  FpgaSingle record{word_index(address), static_cast<std::uint16_t>(value), 0};
+  return request(kFpgaWriteReg, &record);
+}
+
+int GetArray(int address, unsigned count, void* buffer) {
+  FpgaBlock record{word_index(address), count, buffer};
+  return request(kFpgaReadBlock, &record) == 0 ? static_cast<int>(record.count & 0xFFFF) : 0;
+}
+
+int SetArray(int address, unsigned count, void* buffer) {
+  FpgaBlock record{word_index(address), count, buffer};
+  return request(kFpgaWriteBlock, &record);
+}
+
+std::uint32_t GetValue32(int low_address, int high_address) {
+  const std::uint32_t low = GetValue(low_address);
+  const std::uint32_t high = GetValue(high_address);
+  return high << 16 | (low & 0xFFFF);
+}
+
+// --- reset and start-up defaults -----------------------------------------
+
+static constexpr int kResetSettle_us = 10'000;
+static constexpr int kResetHold_us = 1'000'000;
+static constexpr int kControlRunning = 6;  // kRegControl after reset
+
+static void hold_reset() {
+  puts("Reset FPGA");
+  SetValue(kRegReset, 1);
+  SetValue(kRegAudioMode, 1);
+  SetValue(kRegDspAudioEnable, 0);
+  SetValue(kRegAc3Control, 0);
+  SetValue(kRegAudioControl, 0);
+  usleep(kResetHold_us);
+}
+
+static void release_reset() {
+  SetValue(kRegReset, 0);
+  usleep(kResetSettle_us);
+  puts("   after Reset FPGA");
+}
+
+// What `encode` finds when no configuration has set its rate control yet.
+static void store_start_up_defaults() {
+  shared_set(&SharedBlock::bufferconst, 60);
+  shared_set(&SharedBlock::frame_div, 1);
+  shared_set(&SharedBlock::frame_mult, 1);
+  shared_set(&SharedBlock::eb_mode, 1);
+  shared_set(&SharedBlock::eb_delay, 700);
+  shared_set(&SharedBlock::interlace_flag, 0);
+  shared_set(&SharedBlock::null_disable, 0);
+  shared_set(&SharedBlock::gop_size, 30);
+  shared_set(&SharedBlock::idr, 0);
+}
+
+int open_fpga_dev() {
+  fpga_file = fopen(kFpgaDevice, "r+b");
+  if (fpga_file == nullptr) {
+    puts("Cannot access SPI port (/dev/fpga)");
+    return -1;
+  }
+  shared_set(&SharedBlock::do_fpga_restart, 1);
+  usleep(kResetSettle_us);
+  hold_reset();
+  release_reset();
+  const int result = SetValue(kRegControl, kControlRunning);
+  store_start_up_defaults();
+  return result;
+}
+
+int read_line(FILE* stream, char* buffer, int size) {
+  return fgets(buffer, size, stream) != nullptr ? 1 : 0;
+}

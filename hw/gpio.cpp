@@ -1,0 +1,43 @@
+// Line actions of the FPGA device, and lines of the kernel's sysfs GPIO.
+#include "hw/gpio.h"
+
+#include <fcntl.h>
+#include <sys/ioctl.h>
+#include <unistd.h>
+
+#include <cstdint>
+#include <cstdio>
+#include <tuple>
+
+#include "hw/fpga.h"
+
+int prog_gpio(int line) {
+  printf("Start prog_gpio,input_data = %d\n", line);
+  // The stream is never closed: every action keeps its own open handle.
+  FILE* device = fopen(kFpgaDevice, "r+b");
+  if (device == nullptr) {
+    puts("Cannot access SPI port (/dev/fpga) - 1");
+    return 1;
+  }
+  std::int32_t one = 1;
+  const int result = ioctl(fileno(device), static_cast<unsigned long>(line), &one);
+  if (result != 0) {
+    printf("Error %d in IOCTL - LED\n", result);
+    return 2;
+  }
+  return 0;
+}
+
+static constexpr int kValuePathSize = 61;  // 60 characters and the terminator
+static constexpr int kValueTextSize = 2;   // the digit is written with its zero byte
+
+int SetNewGpio(int gpio, int value) {
+  char path[kValuePathSize];
+  snprintf(path, sizeof path, "/sys/class/gpio/gpio%d/value", gpio);
+  const int fd = open(path, O_WRONLY);
+  if (fd < 0) printf("gpio canot work %d\n", gpio);
+  // A write that fails, on a line that is not exported too, goes unnoticed.
+  std::ignore = write(fd, value != 0 ? "1" : "0", kValueTextSize);
+  printf("set gpio %d to val %d\n", gpio, value);
+  return fd < 0 ? -1 : close(fd);
+}
