@@ -1,0 +1,129 @@
+// The way of every setting from hd.ini to the hardware: one table of keys and
+// handlers, walked from top to bottom.
+#include "config/hd_params.h"
+
+#include <unistd.h>
+
+#include <cstdio>
+#include <cstring>
+#include <initializer_list>
+
+#include "audio/ac3_setup.h"
+#include "audio/audio_settings.h"
+#include "config/cfg_reader.h"
+#include "config/start_hd.h"
+#include "config/transport_stream.h"
+#include "config/video_format.h"
+#include "hw/fpga.h"
+#include "hw/fpga_registers.h"
+#include "hw/shared_memory_davinci.h"
+#include "video/input_selection.h"
+#include "video/tvp7002.h"
+
+// clang-format off
+// Row order is part of the design: rates before resolution, the audio input
+// before its codec rows and "AVSync", the launch of `encode` after PIDs and
+// offsets. A key that stands more than once is read and applied each time.
+constexpr HdParam hd_params[kHdParamRows + 1] = {
+    // key                   format  encoder         video input        audio input   FPGA
+    {"eb_mode",               "%d", nullptr,        nullptr,           nullptr,      SetEbMode},
+    {"extra_output_rate_pct", "%d", nullptr,        nullptr,           nullptr,      SetExtraOutputRate},
+    {"output_br",             "%d", nullptr,        nullptr,           nullptr,      SetOutputBitrate},
+    {"mpgVidRate",            "%d", SetVidRate,     nullptr,           nullptr,      Setoutput_bitrate},
+    {"inVideoStandard",       "%d", nullptr,        nullptr,           nullptr,      nullptr},
+    {"inVideoBrightness",     "%d", nullptr,        SetBrightness,     nullptr,      nullptr},
+    {"inVideoContrast",       "%d", nullptr,        SetContrast,       nullptr,      nullptr},
+    {"inAudioEnable",         "%d", nullptr,        nullptr,           nullptr,      SetinAudioEnable},
+    {"mpgAudRate",            "%d", nullptr,        nullptr,           nullptr,      setAudRate},
+    {"inAudioVolume",         "%d", nullptr,        nullptr,           nullptr,      SetinAudioVolume},
+    {"AudioInput",            "%d", nullptr,        nullptr,           SetFiberCoax, SetAudioInput},
+    {"mpgAudCodec",           "%d", nullptr,        nullptr,           nullptr,      SetAudCodec_bf},
+    {"inAudioSampleRate",     "%d", nullptr,        nullptr,           nullptr,      SetinAudioSampleRate},
+    {"mpgVidRes",             "%d", encSetVidRes,   nullptr,           nullptr,      fpgaSetVidRes},
+    {"VideoInput",            "%d", nullptr,        SetVideoInputSel,  nullptr,      nullptr},
+    {"vbr",                   "%d", SetVBR,         nullptr,           nullptr,      nullptr},
+    {"AVSync",                "%d", nullptr,        nullptr,           nullptr,      SetAVSync},
+    {"vbiMode",               "%d", nullptr,        nullptr,           nullptr,      CC_enable},
+    {"VidCodec",              "%d", encSetVidCodec, nullptr,           nullptr,      fpgaSetVidCodec},
+    {"mpgAudCodec",           "%d", nullptr,        nullptr,           nullptr,      SetAudCodec},
+    {"mpgAudCodec",           "%d", nullptr,        nullptr,           nullptr,      SetAudCodec1},
+    {"pidVideo",              "%d", nullptr,        nullptr,           nullptr,      SetpidVideo},
+    {"pidAudio",              "%d", nullptr,        nullptr,           nullptr,      SetpidAudio},
+    {"pidPCR",                "%d", nullptr,        nullptr,           nullptr,      SetpidPCR},
+    {"offset_x",              "%d", nullptr,        nullptr,           nullptr,      SetOffsetx},
+    {"offset_y",              "%d", nullptr,        nullptr,           nullptr,      SetOffsety},
+    {"offset_x",              "%d", nullptr,        nullptr,           nullptr,      SetOffsetX},
+    {"offset_y",              "%d", nullptr,        nullptr,           nullptr,      SetOffsetY},
+    {"portActiveEnable",      "%d", nullptr,        nullptr,           nullptr,      start_hd},
+    {"frame_div",             "%d", nullptr,        nullptr,           nullptr,      SetFrameDiv},
+    {"frame_mult",            "%d", nullptr,        nullptr,           nullptr,      SetFrameMult},
+    {"eb_delay",              "%d", nullptr,        nullptr,           nullptr,      SetEbDelay},
+    {"gop_size",              "%d", nullptr,        nullptr,           nullptr,      SetGopSize},
+    {"idr",                   "%d", nullptr,        nullptr,           nullptr,      SetIdr},
+    {"null_disable",          "%d", nullptr,        nullptr,           nullptr,      SetNullStuffing},
+    {"bufferconst",           "%d", nullptr,        nullptr,           nullptr,      SetBufferConst},
+    {"interlace_flag",        "%d", nullptr,        nullptr,           nullptr,      SetInterlace},
+    {nullptr,                 nullptr, nullptr,     nullptr,           nullptr,      nullptr},
+};
+// clang-format on
+
+static constexpr int kControlRunning = 6;  // kRegControl at each apply
+static constexpr int kApplySettle_us = 1'000'000;
+
+// Where a row's value is scanned to. Kept over the walk: a number stays until
+// the next key that scans.
+struct Destination {
+  std::int32_t number;
+  std::int32_t text[kCfgLineSize / sizeof(std::int32_t)];  // raw characters, for other formats
+};
+
+static std::int32_t* destination_for(Destination& values, const char* format) {
+  return strcmp(format, "%d") == 0 ? &values.number : values.text;
+}
+
+static void call_handlers(const HdParam& row, const std::int32_t* value) {
+  for (const HdHandler handler : {row.encoder, row.video_input, row.audio_input, row.fpga}) {
+    if (handler != nullptr) handler(value, 0);
+  }
+}
+
+static FILE* open_hd_ini() {
+  FILE* file = fopen(kHdIniPath, "r");
+  if (file == nullptr) puts("can not open hd.ini file");
+  return file;
+}
+
+int Configure_System() {
+  puts("start Configure_System!!");
+  shared_set(&SharedBlock::encode_alive, 0);
+  shared_set(&SharedBlock::do_fpga_restart, 1);
+  SetValue(kRegControl, kControlRunning);
+  printf("fname = %s\n", kHdIniPath);
+  FILE* file = open_hd_ini();
+  if (file == nullptr) return -1;
+
+  Destination values{};
+  for (const HdParam* row = hd_params; row->key != nullptr; ++row) {
+    std::int32_t* value = destination_for(values, row->format);
+    if (ReadCfg(file, nullptr, row->key, value, row->format, nullptr) == kCfgFound) {
+      call_handlers(*row, value);
+    }
+  }
+
+  puts("end Configure_System!!");
+  fclose(file);
+  usleep(kApplySettle_us);
+  return 0;
+}
+
+int GetVideoStdFromHDini() {
+  FILE* file = open_hd_ini();
+  if (file == nullptr) return -1;
+  // Read once for every row of the table; the last read is the answer.
+  std::int32_t video_std = 0;
+  for (const HdParam* row = hd_params; row->key != nullptr; ++row) {
+    ReadCfg(file, nullptr, "mpgVidRes", &video_std, row->format, nullptr);
+  }
+  fclose(file);
+  return video_std;
+}
