@@ -1,0 +1,33 @@
+// Small helpers of the chips on the I2C bus: register tables, a register read
+// that needs no check, and a close that bears a bus that did not open.
+#pragma once
+
+#include <unistd.h>
+
+#include <cstdint>
+#include <span>
+
+#include "hw/i2capi.h"
+
+// One row of a chip set-up table.
+struct RegisterValue {
+  std::uint8_t reg;
+  std::uint8_t value;
+};
+
+// Writes the rows in order; the results are not checked.
+inline void write_registers(int fd, int addr, std::span<const RegisterValue> rows) {
+  for (const RegisterValue& row : rows) i2c_writebyte(fd, addr, row.reg, row.value);
+}
+
+// Reads one register; a failed read gives 0.
+inline std::uint8_t read_register(int fd, int addr, int reg) {
+  std::uint8_t byte = 0;
+  i2c_readbyte(fd, addr, reg, &byte);
+  return byte;
+}
+
+// Closes a descriptor of init_i2c; -1 is left alone.
+inline void close_i2c(int fd) {
+  if (fd >= 0) close(fd);
+}
