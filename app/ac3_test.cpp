@@ -1,0 +1,50 @@
+// The AC-3 capture: the service's threads without supervision, and the capture
+// FIFO of the FPGA emptied into a file until the operator stops it.
+#include "app/ac3_test.h"
+
+#include <cstdint>
+#include <cstdio>
+
+#include "app/service.h"
+#include "hw/fpga.h"
+#include "hw/fpga_registers.h"
+
+static constexpr char kCaptureFile[] = "/mnt/tovin/home/pero/lumos.ac3";
+static constexpr int kLoopControlCapture = 4;
+static constexpr unsigned kPendingMask = 0x3FFF;  // bits 13-0 of the capture status
+static constexpr int kManyWords = 1000;
+
+// Held open beside the link's handle, as the service does for its LEDs.
+static void open_second_handle() {
+  if (fopen(kFpgaDevice, "r+b") == nullptr) puts("Cannot access SPI port (/dev/fpga) - for LEDs");
+}
+
+static void start_capture() {
+  printf("loop_control=0x%x\n", GetValue(kRegCaptureLoop));
+  SetValue(kRegCaptureLoop, kLoopControlCapture);
+  printf("loop_control=0x%x\n", GetValue(kRegCaptureLoop));
+  printf("status=0x%x\n", GetValue(kRegCaptureStatus));
+  printf("date_from_fifo=0x%x\n", GetValue(kRegCaptureData));
+}
+
+// Moves the pending words to the file; without a file they are dropped. What a
+// round brought is flushed, so that it survives the kill.
+static void capture_round(FILE* file) {
+  const int pending = static_cast<int>(GetValue(kRegCaptureStatus) & kPendingMask);
+  if (pending > kManyWords) printf("more than 1000 words!! - words_pending=%d\n", pending);
+  for (int count = 0; count < pending; ++count) {
+    const auto word = static_cast<std::uint16_t>(GetValue(kRegCaptureData));
+    if (file != nullptr) fwrite(&word, sizeof word, 1, file);
+  }
+  if (file != nullptr && pending > 0) fflush(file);
+}
+
+int ac3_test() {
+  if (const int started = start_service_threads(); started < 0) return started;
+  puts("end configure");
+  open_second_handle();
+  start_capture();
+  FILE* file = fopen(kCaptureFile, "wb");
+  if (file == nullptr) puts("can not open capture file");
+  for (;;) capture_round(file);
+}

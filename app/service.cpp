@@ -1,0 +1,81 @@
+// Start-up of the encoder service: shared block, threads, LED, versions, then
+// supervision for good. It neither configures the board nor launches `encode`;
+// that waits for the host.
+#include "app/service.h"
+
+#include <pthread.h>
+#include <sys/ioctl.h>
+#include <unistd.h>
+
+#include <cstdint>
+#include <cstdio>
+
+#include "hostlink/dispatcher.h"
+#include "hw/fpga.h"
+#include "hw/fpga_registers.h"
+#include "hw/shared_memory_davinci.h"
+#include "state/service_flags.h"
+#include "supervision/status_file.h"
+#include "supervision/supervisor.h"
+
+static constexpr int kLinkStart_us = 100'000;
+static constexpr char kVersionFile[] = "/home/tovin/version.ini";
+
+static void start_link_thread() {
+  pthread_t thread;
+  if (pthread_create(&thread, nullptr, spi_slave_polling_thread, nullptr) == 0) {
+    pthread_detach(thread);
+  }
+}
+
+int start_service_threads() {
+  const int attached = get_shm_key();
+  if (attached < 0) return attached;
+  config_sys = 0;
+  if (start_monitoring == 1) {
+    StartSystemMonitoring();
+    start_monitoring = 0;
+  }
+  start_link_thread();
+  usleep(kLinkStart_us);
+  return 0;
+}
+
+// The handle stays open for the life of the service.
+static void set_front_panel_led() {
+  FILE* leds = fopen(kFpgaDevice, "r+b");
+  if (leds == nullptr) {
+    puts("Cannot access SPI port (/dev/fpga) - for LEDs");
+    return;
+  }
+  std::int32_t zero = 0;
+  const int result = ioctl(fileno(leds), kFpgaLedOff, &zero);
+  if (result != 0) printf("Error %d in IOCTL - LED\n", result);
+}
+
+// First line of the version file into `ver`; without the file it stays empty.
+static void read_software_version() {
+  FILE* file = fopen(kVersionFile, "r");
+  if (file == nullptr) return;
+  char line[kVersionTextSize] = {};
+  if (read_line(file, line, sizeof line) == 1) {
+    for (int index = 0; index < kVersionTextSize; ++index) ver[index] = line[index];
+    printf("read '%s' OK", line);
+  } else {
+    printf("read error");
+  }
+  fclose(file);
+}
+
+int prog602(int monitor_disabled) {
+  puts("prog602 Y_HD");
+  clear_supervision_counters();
+  if (const int started = start_service_threads(); started < 0) return started;
+  puts("end configure\n");
+  set_front_panel_led();
+  read_software_version();
+  fpga_hw_version = static_cast<std::uint16_t>(GetValue(kRegHwVersion));
+  shared_set(&SharedBlock::encode_alive, 0);
+  supervise(monitor_disabled);
+  return 0;
+}
