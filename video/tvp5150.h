@@ -13,7 +13,7 @@ inline constexpr int kTvp5150Address = 0x5D;  // 7-bit, on the board's I2C bus
 
 enum Tvp5150Register : int {
   kTvp5150AnalogControls = 0x03,
-  kTvp5150Reset = 0x05,
+  kTvp5150ResetRegister = 0x05,
   kTvp5150Brightness = 0x09,
   kTvp5150Saturation = 0x0A,
   kTvp5150Contrast = 0x0C,
