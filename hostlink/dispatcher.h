@@ -1,0 +1,21 @@
+// The host-link thread: serves the host's commands for the life of the service.
+#pragma once
+
+#include <cstdint>
+#include <cstdio>
+
+// One host command. `follows` says what travels on the link after the code.
+struct HostCommand {
+  std::uint8_t code;
+  const char* name;
+  const char* follows;
+  void (*handler)(FILE* link);
+};
+
+// The row of a command code, or null for a code that is ignored.
+const HostCommand* find_host_command(std::uint8_t code);
+
+// Thread entry; the argument is not used. Opens the FPGA, empties hd.ini, opens
+// the link and the LED device, then serves commands. Ends with 0 when a device
+// does not open or a wait fails, with 2 when the LED request fails.
+void* spi_slave_polling_thread(void* argument);

@@ -1,0 +1,104 @@
+// Framing of the host link: waits, single bytes, integers, paced answers.
+#include "hostlink/link.h"
+
+#include <fcntl.h>
+#include <sys/select.h>
+#include <unistd.h>
+
+#include "hw/spi_slave.h"
+
+static constexpr useconds_t kIntegerBytePause_us = 10;
+static constexpr int kIntegerBytes = 4;
+
+FILE* open_link() {
+  FILE* link = open_spi_slave();
+  if (link == nullptr) return nullptr;
+  setvbuf(link, nullptr, _IONBF, 0);
+  const int fd = fileno(link);
+  fcntl(fd, F_SETFL, fcntl(fd, F_GETFL) | O_NONBLOCK);
+  return link;
+}
+
+LinkWait wait_link(FILE* link) {
+  const int fd = fileno(link);
+  int ready = -1;
+  // A descriptor beyond the set's size has no bit in it: that wait cannot be made.
+  if (fd >= 0 && fd < FD_SETSIZE) {
+    fd_set readable;
+    FD_ZERO(&readable);
+    FD_SET(fd, &readable);
+    timeval wait{};
+    wait.tv_sec = kLinkWait_s;
+    ready = select(fd + 1, &readable, nullptr, nullptr, &wait);
+  }
+  if (ready < 0) {
+    puts("SPI: select error");
+    return LinkWait::kError;
+  }
+  return ready == 0 ? LinkWait::kTimeout : LinkWait::kReadable;
+}
+
+// One meaningful byte per transfer: the others of the same read are dropped.
+// Returns false when the read brought nothing.
+static bool take_first_byte(FILE* link, std::uint8_t* byte) {
+  std::uint8_t scratch[kLinkReadSize];
+  if (read_spi_slave(link, scratch, sizeof scratch) == 0) return false;
+  *byte = scratch[0];
+  return true;
+}
+
+// Waits without limit for one byte. Returns false on a wait error.
+static bool receive_byte(FILE* link, const char* silence, std::uint8_t* byte) {
+  for (;;) {
+    switch (wait_link(link)) {
+      case LinkWait::kError:
+        return false;
+      case LinkWait::kTimeout:
+        puts(silence);
+        break;
+      case LinkWait::kReadable:
+        if (take_first_byte(link, byte)) return true;
+        break;
+    }
+  }
+}
+
+int await_byte(FILE* link, const char* silence) {
+  std::uint8_t byte = 0;
+  return receive_byte(link, silence, &byte) ? byte : 0;
+}
+
+int get_byte(FILE* link) { return await_byte(link, kLinkSilence); }
+
+std::int32_t get_int_number(FILE* link) {
+  std::uint32_t value = 0;
+  for (int count = 0; count < kIntegerBytes; ++count) {
+    std::uint8_t byte = 0;
+    if (!receive_byte(link, kLinkSilence, &byte)) return 0;
+    usleep(kIntegerBytePause_us);
+    value = value << 8 | byte;
+  }
+  return static_cast<std::int32_t>(value);
+}
+
+std::int32_t get_file_size(FILE* link) { return get_int_number(link); }
+
+int get_byte_send_byte(FILE* link, std::uint8_t byte) {
+  for (;;) {
+    switch (wait_link(link)) {
+      case LinkWait::kError:
+        return 0;  // the callers take it for success, and shall
+      case LinkWait::kTimeout:
+        puts("SPI: No data for XX seconds (get_byte_send_byte func)...");
+        return -1;
+      case LinkWait::kReadable: {
+        std::uint8_t poll = 0;
+        if (take_first_byte(link, &poll) && poll == kHostPollByte) {
+          fwrite(&byte, 1, 1, link);
+          return 0;
+        }
+        break;
+      }
+    }
+  }
+}

@@ -1,0 +1,150 @@
+// Uploads to the host: archives, status file, a register, AC-3 descriptor.
+#include "hostlink/upload.h"
+
+#include <unistd.h>
+
+#include "hostlink/link.h"
+#include "hw/i2capi.h"
+#include "hw/shared_memory_davinci.h"
+#include "hw/spi_slave.h"
+#include "state/service_flags.h"
+
+struct LogPaths {
+  LogFile selector;
+  const char* size_path;
+  const char* data_path;
+};
+
+// The status file is measured where the service writes it and read from the
+// home directory; the two differ on purpose.
+static constexpr LogPaths kLogPaths[] = {
+    {kLogFile1, "/home/tovin/temp_log1.tar.gz", "/home/tovin/temp_log1.tar.gz"},
+    {kLogFile2, "/home/tovin/temp_log2.tar.gz", "/home/tovin/temp_log2.tar.gz"},
+    {kMonitorFile, "monitor.txt", "/home/tovin/monitor.txt"},
+};
+
+static constexpr std::int32_t kDumpSize = 150'000;  // bytes shown on the console at most
+static constexpr std::int32_t kDumpLine = 20;       // bytes a line
+
+static const LogPaths* find_log(int selector) {
+  for (const LogPaths& row : kLogPaths) {
+    if (row.selector == selector) return &row;
+  }
+  return nullptr;
+}
+
+std::int32_t get_log_file_size(int selector) {
+  const LogPaths* row = find_log(selector);
+  FILE* file = row == nullptr ? nullptr : fopen(row->size_path, "r");
+  if (file == nullptr) {
+    puts("error while open temp_log1.tar.gz file");
+    return -1;
+  }
+  fseek(file, 0, SEEK_END);
+  const long size = ftell(file);
+  fclose(file);
+  return static_cast<std::int32_t>(size);
+}
+
+int send_log_file_size(std::int32_t size, FILE* link) {
+  const std::uint32_t value = static_cast<std::uint32_t>(size);
+  for (int k = 3; k >= 0; --k) {
+    const int rc = get_byte_send_byte(link, static_cast<std::uint8_t>(value >> (8 * k)));
+    if (rc < 0) {
+      puts("error send_log_file_size");
+      return rc;
+    }
+  }
+  return 0;
+}
+
+// Reads one byte. Returns 1; 0 at the end of the file, with the byte left as it
+// was; -1 on a read error.
+static int read_file_byte(FILE* file, std::uint8_t* byte) {
+  if (fread(byte, 1, 1, file) == 1) return 1;
+  return ferror(file) != 0 ? -1 : 0;
+}
+
+static void dump_bytes(const std::uint8_t* bytes, std::int32_t count) {
+  for (std::int32_t i = 0; i < count; ++i) {
+    if (i % kDumpLine == 0) putchar('\n');
+    printf("%x ", bytes[i]);
+  }
+}
+
+int send_log_file(std::int32_t size, FILE* link, int selector) {
+  static std::uint8_t dump[kDumpSize];
+  const LogPaths* row = find_log(selector);
+  FILE* file = row == nullptr ? nullptr : fopen(row->data_path, "r");
+  if (file == nullptr) {
+    puts("error while open temp_log.tar.gz file");
+    return 0;
+  }
+  std::uint8_t byte = 0;
+  for (std::int32_t i = 0; i < size; ++i) {
+    // A file shorter than its announced size: its last byte goes out again.
+    const int got = read_file_byte(file, &byte);
+    if (got < 0) {
+      puts("error fread (send_log_file)");
+      return got;  // the file stays open
+    }
+    const int rc = get_byte_send_byte(link, byte);
+    if (rc < 0) {
+      printf("error send_log_file,log_file_size = %d\n", size);
+      fclose(file);
+      return rc;
+    }
+    if (i < kDumpSize) dump[i] = byte;
+  }
+  fclose(file);
+  puts("FIN FIN");
+  dump_bytes(dump, size < kDumpSize ? size : kDumpSize);
+  return 0;
+}
+
+// One parameter byte of READ_REG; silent waits repeat without a word. Returns
+// false on a wait error.
+static bool receive_parameter(FILE* link, std::uint8_t* byte) {
+  for (;;) {
+    const LinkWait wait = wait_link(link);
+    if (wait == LinkWait::kError) return false;
+    if (wait == LinkWait::kReadable && read_spi_slave(link, byte, 1) == 1) return true;
+  }
+}
+
+// Each call leaves its second link stream open; failures leave the bus open too.
+int read_reg() {
+  const int fd = init_i2c(kBoardI2cBus);
+  if (fd < 0) {
+    puts("Cannot access I2C device2 ");
+    return -1;
+  }
+  FILE* link = open_link();
+  if (link == nullptr) return -2;
+  std::uint8_t device = 0;  // 8-bit form
+  std::uint8_t reg = 0;
+  if (!receive_parameter(link, &device) || !receive_parameter(link, &reg)) return 0;
+  std::uint8_t value = 0;
+  if (i2c_readbyte(fd, device >> 1, reg, &value) < 0) {
+    puts("Error i2c_readbyte2");
+    return -3;
+  }
+  close(fd);
+  return value;
+}
+
+int get_byte_send_ac3_params(FILE* link) {
+  for (int k = kAc3DescriptorSize - 1; k >= 0; --k) {
+    const std::uint8_t byte = hd_ac3_desc_parameters[k];
+    if (get_byte_send_byte(link, byte) < 0) {
+      puts("error get_byte_send_ac3_params");
+      return -1;
+    }
+    shared_set(&SharedBlock::hd_ac3_desc, static_cast<std::size_t>(k), byte);
+  }
+  return 0;
+}
+
+int get_logfile_number_to_send(FILE* link) {
+  return await_byte(link, "SPI: No data for XX seconds (get_logfile_number_to_send func)...");
+}
