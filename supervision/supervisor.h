@@ -1,0 +1,9 @@
+// The supervision loop: keeps `encode` and the hardware path behind it alive.
+#pragma once
+
+// Sets all counters of the loop to their start values.
+void clear_supervision_counters();
+
+// Watches for ever, about every 1.5 s; never returns. A non-zero
+// monitor_disabled only reports: no check, no restart.
+void supervise(int monitor_disabled);
