@@ -1,0 +1,174 @@
+// `vboard`: runs programs on a virtual board and changes the world around it.
+#include <unistd.h>
+
+#include <CLI/CLI.hpp>
+#include <cstdio>
+#include <cstdlib>
+#include <filesystem>
+#include <string>
+#include <vector>
+
+#include "vboard/cli/demo.h"
+#include "vboard/cli/sandbox.h"
+#include "vboard/cli/show.h"
+#include "vboard/core/clock.h"
+#include "vboard/core/world.h"
+
+namespace {
+
+using namespace vboard;
+namespace fs = std::filesystem;
+
+constexpr int kUsage = 2;
+constexpr int kNoBoard = 125;
+
+int complain(const std::string& problem) {
+  fprintf(stderr, "vboard: %s\n", problem.c_str());
+  return kNoBoard;
+}
+
+// "90", "90s", "5min", "2h", "3d" of board time.
+bool seconds_of(const std::string& text, std::int64_t* us) {
+  char* unit = nullptr;
+  const double number = strtod(text.c_str(), &unit);
+  const std::string name = unit;
+  const double scale = name.empty() || name == "s" ? 1
+                       : name == "ms"              ? 1e-3
+                       : name == "min"             ? 60
+                       : name == "h"               ? 3600
+                       : name == "d"               ? 86400
+                                                   : 0;
+  *us = static_cast<std::int64_t>(number * scale * 1e6);
+  return unit != text.c_str() && scale > 0 && number >= 0;
+}
+
+// A program named by a path is meant where the user stands, not on the board.
+std::vector<std::string> resolved(std::vector<std::string> command) {
+  if (!command.empty() && command[0].find('/') != std::string::npos)
+    command[0] = fs::absolute(command[0]);
+  return command;
+}
+
+int run(const fs::path& directory, const RunOptions& options,
+        const std::vector<std::string>& command) {
+  Run program(BoardDirectory(directory), options, resolved(command));
+  if (!program.problem().empty()) return complain(program.problem());
+  const int status = program.wait();
+  return program.problem().empty() ? status : complain(program.problem());
+}
+
+// A shell on the board: `vantorig` in it is the program on the virtual board.
+int shell(const fs::path& directory, RunOptions options, const std::string& program) {
+  options.shell = true;
+  const std::string script = "vantorig() { LD_PRELOAD=\"$VBOARD_LIBRARY\" '" +
+                             fs::absolute(program).string() +
+                             "' \"$@\"; }\n"
+                             "PS1='board:\\w\\$ '\n";
+  const fs::path start = BoardDirectory(directory).path() / "shellrc";
+  std::string problem;
+  if (!BoardDirectory(directory).prepare(&problem)) return complain(problem);
+  if (FILE* file = fopen(start.c_str(), "w")) {
+    fputs(script.c_str(), file);
+    fclose(file);
+  }
+  return run(directory, options, {"bash", "--rcfile", start, "-i"});
+}
+
+int change_world(const fs::path& directory, const std::vector<std::string>& words) {
+  const BoardDirectory place(directory);
+  std::string problem;
+  if (!place.prepare(&problem)) return complain(problem);
+  Board* board = place.map(&problem);
+  if (board == nullptr) return complain(problem);
+  clock_attach(board);
+  std::string command;
+  for (const std::string& word : words) command += (command.empty() ? "" : " ") + word;
+  Locked hold(*board);
+  if (!world_command(*board, command, problem)) {
+    fprintf(stderr, "vboard: %s\n", problem.c_str());
+    return kUsage;
+  }
+  printf("%s\n", command.c_str());
+  return 0;
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+  CLI::App app{"A virtual encoder board: runs the unmodified control program on any Linux PC."};
+  app.require_subcommand(1);
+  const char* default_board = getenv("VBOARD_BOARD");
+  std::string directory = default_board != nullptr ? default_board : "board";
+  app.add_option("-b,--board", directory, "the board's directory")->capture_default_str();
+
+  RunOptions options;
+  std::string for_text;
+  std::vector<std::string> command;
+  auto* run_command = app.add_subcommand("run", "run a program on the board");
+  run_command->add_option("--speed", options.speed, "board seconds per real second")
+      ->check(CLI::PositiveNumber);
+  run_command->add_flag("--virtual", options.virtual_time,
+                        "virtual time: waits cost nothing, every run is the same");
+  run_command->add_option("--for", for_text,
+                          "stop the program after this board time (90, 5min, 2h); needs --virtual");
+  run_command->add_option("--trace", options.trace, "append every device operation to this file");
+  run_command->add_option("--script", options.script, "host and world, scripted; needs --virtual")
+      ->check(CLI::ExistingFile);
+  run_command->add_option("--host-log", options.host_log, "what the scripted host saw");
+  run_command->add_option("command", command, "program and arguments, after --")->required();
+
+  std::string shell_program = "build/vantorig";
+  RunOptions shell_options;
+  auto* shell_command = app.add_subcommand("shell", "an interactive shell on the board");
+  shell_command->add_option("--program", shell_program, "the program that `vantorig` runs")
+      ->capture_default_str();
+  shell_command->add_option("--speed", shell_options.speed, "board seconds per real second");
+
+  DemoOptions demo_options;
+  auto* demo_command = app.add_subcommand("demo", "the main job, told step by step");
+  demo_command->add_option("--speed", demo_options.speed, "board seconds per real second")
+      ->capture_default_str();
+  demo_command->add_option("--program", demo_options.program, "the program under demonstration")
+      ->capture_default_str();
+  demo_command->add_option("--config", demo_options.config, "the hd.ini that the host sends")
+      ->capture_default_str();
+
+  auto* show_command = app.add_subcommand("show", "the board as it stands: world, chips, encode");
+  auto* registers_command = app.add_subcommand("registers", "FPGA registers by name");
+
+  std::vector<std::string> world_words;
+  std::vector<CLI::App*> world_commands;
+  for (const WorldOperation& operation : world_operations()) {
+    auto* one = app.add_subcommand(operation.name, operation.meaning);
+    one->footer(std::string("usage: vboard ") + operation.usage);
+    one->add_option("words", world_words, operation.usage);
+    world_commands.push_back(one);
+  }
+  CLI11_PARSE(app, argc, argv);
+
+  if (run_command->parsed()) {
+    if (!for_text.empty() && !seconds_of(for_text, &options.for_us))
+      return complain("--for wants a time such as 90, 5min or 2h");
+    if (!options.virtual_time && (options.for_us >= 0 || !options.script.empty()))
+      return complain("--for and --script need --virtual");
+    return run(directory, options, command);
+  }
+  if (shell_command->parsed()) return shell(directory, shell_options, shell_program);
+  if (demo_command->parsed()) return demo(demo_options);
+  if (show_command->parsed() || registers_command->parsed()) {
+    std::string problem;
+    const BoardDirectory place(directory);
+    if (!fs::exists(place.state_file())) return complain("no board in " + place.path().string());
+    Board* board = place.map(&problem);
+    if (board == nullptr) return complain(problem);
+    clock_attach(board);
+    Locked hold(*board);
+    return show_command->parsed() ? show_board(*board) : show_registers(*board);
+  }
+  for (CLI::App* one : world_commands) {
+    if (!one->parsed()) continue;
+    world_words.insert(world_words.begin(), one->get_name());
+    return change_world(directory, world_words);
+  }
+  return kUsage;
+}

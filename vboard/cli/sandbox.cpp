@@ -1,0 +1,215 @@
+// Board directories and the bubblewrap sandbox.
+#include "vboard/cli/sandbox.h"
+
+#include <fcntl.h>
+#include <sys/file.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <csignal>
+#include <cstdlib>
+#include <cstring>
+#include <fstream>
+
+#include "vboard/core/clock.h"
+#include "vboard/core/real.h"
+
+namespace vboard {
+
+namespace fs = std::filesystem;
+
+namespace {
+
+constexpr int kFirmwareSize = 60000;
+
+// Unpacks the received archive and runs what came with it; a board that is
+// updated keeps its own script for the next time.
+constexpr char kUpdateScript[] = R"(#!/bin/sh
+cd /home/tovin/tmp || exit 1
+tar -xzf new_hd_version.tar.gz || exit 1
+[ -f update.sh ] && chmod +x update.sh && ./update.sh
+)";
+
+void write_file(const fs::path& path, const std::string& content) {
+  std::ofstream(path, std::ios::binary) << content;
+}
+
+std::string firmware() {
+  std::string bytes(kFirmwareSize, '\0');
+  for (std::size_t i = 0; i < bytes.size(); ++i) bytes[i] = static_cast<char>(i * 31 + 7);
+  return bytes;
+}
+
+std::vector<std::string> sandbox_command(const BoardDirectory& directory,
+                                         const RunOptions& options) {
+  std::vector<std::string> command = {"bwrap", "--dev-bind", "/", "/", "--tmpfs", "/home"};
+  std::error_code ignored;
+  for (const auto& entry : fs::directory_iterator("/home", ignored)) {
+    if (entry.path().filename() == "tovin") continue;
+    command.insert(command.end(), {"--bind", entry.path(), entry.path()});
+  }
+  command.insert(command.end(),
+                 {"--bind", directory.home(), "/home/tovin", "--proc", "/proc", "--unshare-pid",
+                  "--unshare-ipc", "--die-with-parent", "--chdir", "/home/tovin"});
+  const auto setenv = [&command](const std::string& name, const std::string& value) {
+    command.insert(command.end(), {"--setenv", name, value});
+  };
+  setenv("VBOARD_STATE", directory.state_file());
+  if (!options.trace.empty()) setenv("VBOARD_TRACE", fs::absolute(options.trace));
+  if (!options.script.empty()) setenv("VBOARD_SCRIPT", fs::absolute(options.script));
+  if (!options.host_log.empty()) setenv("VBOARD_HOST_LOG", fs::absolute(options.host_log));
+  return command;
+}
+
+std::vector<char*> arguments_of(const std::vector<std::string>& words) {
+  std::vector<char*> pointers;
+  for (const std::string& word : words) pointers.push_back(const_cast<char*>(word.c_str()));
+  pointers.push_back(nullptr);
+  return pointers;
+}
+
+pid_t spawn(const std::vector<std::string>& words, int stdout_fd) {
+  const pid_t child = fork();
+  if (child != 0) return child;
+  if (stdout_fd >= 0) {
+    dup2(stdout_fd, STDOUT_FILENO);
+    dup2(stdout_fd, STDERR_FILENO);
+  }
+  execvp(words[0].c_str(), arguments_of(words).data());
+  fprintf(stderr, "vboard: cannot run %s: %s%s\n", words[0].c_str(), strerror(errno),
+          words[0] == "bwrap" ? " (package bubblewrap)" : "");
+  _exit(127);
+}
+
+int status_of(int status) {
+  return WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
+}
+
+// True when the sandbox itself works here.
+bool sandbox_works() {
+  const int quiet = open("/dev/null", O_RDWR | O_CLOEXEC);
+  const pid_t child = spawn({"bwrap", "--dev-bind", "/", "/", "--proc", "/proc", "--unshare-pid",
+                             "--unshare-ipc", "true"},
+                            quiet);
+  close(quiet);
+  int status = 0;
+  return child > 0 && waitpid(child, &status, 0) == child && status_of(status) == 0;
+}
+
+}  // namespace
+
+fs::path helper(const std::string& name) {
+  std::error_code ignored;
+  const fs::path here = fs::read_symlink("/proc/self/exe", ignored).parent_path();
+  for (const fs::path& place : {here / name, here / "../lib/vboard" / name})
+    if (fs::exists(place)) return fs::canonical(place);
+  return {};
+}
+
+BoardDirectory::BoardDirectory(fs::path directory) : directory_(fs::absolute(directory)) {}
+
+bool BoardDirectory::prepare(std::string* problem) const {
+  std::error_code error;
+  fs::create_directories(home(), error);
+  if (error) {
+    *problem = "cannot create " + home().string() + ": " + error.message();
+    return false;
+  }
+  if (fs::exists(home() / "version.ini") || fs::exists(state_file())) return true;
+  write_file(home() / "version.ini", "1.12.3\n");
+  write_file(home() / "MELK_spi.bin", firmware());
+  write_file(home() / "update.sh", kUpdateScript);
+  fs::permissions(home() / "update.sh", fs::perms::owner_all, error);
+  fs::create_symlink(helper("vboard-encode"), home() / "encode", error);
+  return true;
+}
+
+Board* BoardDirectory::map(std::string* problem) const {
+  Board* board = map_board(state_file().c_str());
+  if (board == nullptr)
+    *problem = "cannot use board state " + state_file().string() + ": " +
+               (errno == EPROTO ? "it is of another version of vboard; remove the directory"
+                                : strerror(errno));
+  return board;
+}
+
+Run::Run(const BoardDirectory& directory, const RunOptions& options,
+         const std::vector<std::string>& command, int stdout_fd) {
+  const fs::path library = helper("libvboard.so");
+  if (library.empty()) {
+    problem_ = "libvboard.so is not beside this program";
+    return;
+  }
+  if (!directory.prepare(&problem_)) return;
+  board_ = directory.map(&problem_);
+  if (board_ == nullptr) return;
+  lock_fd_ = open((directory.path() / "lock").c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0666);
+  if (lock_fd_ < 0 || flock(lock_fd_, LOCK_EX | LOCK_NB) != 0) {
+    problem_ = "a program runs on this board already";
+    return;
+  }
+  ClockState& clock = board_->clock;
+  clock.mode = options.virtual_time ? TimeMode::kVirtual
+                                    : (options.speed == 1.0 ? TimeMode::kReal : TimeMode::kScaled);
+  clock.speed = options.speed;
+  clock.epoch_board_us = clock.now_us;
+  clock.epoch_mono_ns = real::monotonic_ns();
+  clock.limit_us = options.for_us < 0 ? -1 : clock.now_us + options.for_us;
+  clock.running = 0;
+  board_->encoder.pid = 0;  // processes do not outlive their run
+  board_->encoder.streaming = false;
+  std::vector<std::string> words = sandbox_command(directory, options);
+  if (options.shell) {
+    words.insert(words.end(), {"--setenv", "VBOARD_LIBRARY", library});
+  } else {
+    words.insert(words.end(), {"--setenv", "LD_PRELOAD", library});
+  }
+  words.emplace_back("--");
+  words.insert(words.end(), command.begin(), command.end());
+  child_ = spawn(words, stdout_fd);
+}
+
+Run::~Run() {
+  stop();
+  if (lock_fd_ >= 0) close(lock_fd_);
+}
+
+// The board's clock stands still between runs.
+void Run::finish() {
+  if (board_ == nullptr) return;
+  clock_attach(board_);
+  board_->clock.now_us = board_now_us();
+  board_->clock.running = 0;
+  board_->encoder.pid = 0;
+  board_->encoder.streaming = false;
+}
+
+int Run::wait() {
+  if (child_ <= 0) return 125;
+  int status = 0;
+  while (waitpid(child_, &status, 0) < 0 && errno == EINTR) {
+  }
+  child_ = -1;
+  const bool started = board_->clock.running > 0;
+  finish();
+  if (!started && status_of(status) == 1 && !sandbox_works()) {
+    problem_ =
+        "the sandbox cannot be set up: unprivileged user namespaces are switched off on this "
+        "machine. Switch them on (sysctl kernel.unprivileged_userns_clone=1, or "
+        "user.max_user_namespaces above 0) or run as root.";
+    return 125;
+  }
+  return status_of(status);
+}
+
+void Run::stop() {
+  if (child_ <= 0) return;
+  kill(child_, SIGTERM);  // the program dies with its sandbox
+  int status = 0;
+  waitpid(child_, &status, 0);
+  child_ = -1;
+  finish();
+}
+
+}  // namespace vboard

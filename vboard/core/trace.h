@@ -1,0 +1,31 @@
+// The trace: every device operation, one line.
+//
+// The text handed to trace() is the clean form, comparable by machine and equal
+// in every run. A sink adds what it wants: a file adds sequence, board time and
+// thread; a test keeps the clean text.
+//
+// Clean lines, by example:
+//   open /dev/fpga r+b            close /dev/fpga          open /dev/i2c-1 = ENOENT
+//   fpga wr 0x0204 <- 0x4000      fpga rd 0x0060 -> 0x01f4
+//   fpga wrblk 0x1000 n=2 <- 00 10          fpga rdblk 0x0000 n=256
+//   fpga line 26                  fpga led 83              fpga config-line 1
+//   i2c 5c wr 19 00               i2c 5c rd 19 -> aa       i2c 1c rd -> ab   (= EREMOTEIO)
+//   video0 S_INPUT 3              video0 0xc004562c 24
+//   spi rd 02                     spi wr 2d                select 15000000 ready|timeout
+//   wait 1000000                  shell killall encode     gpio 5 <- 1
+//   pll wr 70 00                  pll rd 70 00             violation ...
+#pragma once
+
+namespace vboard {
+
+// Takes one clean line (no line end).
+using TraceSink = void (*)(const char* clean);
+
+void set_trace_sink(TraceSink sink);
+
+void trace(const char* format, ...) __attribute__((format(printf, 1, 2)));
+
+// Name of an errno value as a trace shows it ("ENOENT").
+const char* errno_name(int error);
+
+}  // namespace vboard

@@ -1,0 +1,206 @@
+// Runs a script beside the program; see the header for what it may hold.
+#include "vboard/core/script.h"
+
+#include <pthread.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <string>
+#include <vector>
+
+#include "melk/board_transport.h"
+#include "melk/commands.h"
+#include "vboard/core/clock.h"
+#include "vboard/core/real.h"
+#include "vboard/core/world.h"
+#include "vboard/models/bus.h"
+
+namespace vboard {
+
+namespace {
+
+constexpr std::uint8_t kPollByte = 0xA5;
+constexpr std::int64_t kTakenLimit_us = 60'000'000;
+
+struct Step {
+  int line = 0;
+  bool relative = false;
+  std::int64_t time_us = -1;  // -1: at once
+  std::string what;
+  std::vector<std::string> words;
+  std::string text;  // the words as they stand
+};
+
+struct Script {
+  std::vector<Step> steps;
+  FILE* log = nullptr;
+  int thread_id = 0;
+  void (*end)() = nullptr;
+};
+
+[[noreturn]] void refuse(const char* file, int line, const std::string& why) {
+  fprintf(stderr, "vboard: %s:%d: %s\n", file, line, why.c_str());
+  _exit(125);
+}
+
+// "2s", "500ms", "30us", "3min", "2h", "1d".
+bool parse_time(const std::string& text, std::int64_t* us) {
+  char* unit = nullptr;
+  const double number = strtod(text.c_str(), &unit);
+  static const struct {
+    const char* name;
+    double us;
+  } kUnits[] = {{"us", 1}, {"ms", 1e3}, {"s", 1e6}, {"min", 6e7}, {"h", 3.6e9}, {"d", 8.64e10}};
+  for (const auto& one : kUnits)
+    if (strcmp(unit, one.name) == 0 && unit != text.c_str()) {
+      *us = static_cast<std::int64_t>(number * one.us);
+      return true;
+    }
+  return false;
+}
+
+std::vector<std::string> split(const std::string& text) {
+  std::vector<std::string> words;
+  std::string word;
+  for (const char c : text + " ") {
+    if (c != ' ' && c != '\t' && c != '\n') {
+      word += c;
+    } else if (!word.empty()) {
+      words.push_back(word);
+      word.clear();
+    }
+  }
+  return words;
+}
+
+std::string join(const std::vector<std::string>& words) {
+  std::string text;
+  for (const std::string& word : words) text += (text.empty() ? "" : " ") + word;
+  return text;
+}
+
+Step parse_step(const char* file, int line, std::vector<std::string> words) {
+  Step step;
+  step.line = line;
+  if (words[0] == "at" || words[0] == "after") {
+    step.relative = words[0] == "after";
+    if (words.size() < 2 || !parse_time(words[1], &step.time_us))
+      refuse(file, line, "a time such as 2s, 500ms or 3min is wanted");
+    words.erase(words.begin(), words.begin() + 2);
+  }
+  if (words.empty()) return step;
+  step.what = words[0];
+  words.erase(words.begin());
+  step.words = words;
+  step.text = join(words);
+  static const char* const kKnown[] = {"melk", "link", "collect", "world", "print", "end"};
+  for (const char* known : kKnown)
+    if (step.what == known) return step;
+  refuse(file, line, "unknown step " + step.what);
+}
+
+std::vector<Step> read_script(const char* file) {
+  FILE* stream = real::fopen(file, "r");
+  if (stream == nullptr) refuse(file, 0, strerror(errno));
+  std::vector<Step> steps;
+  char text[1024];
+  for (int line = 1; real::fgets(text, sizeof text, stream) != nullptr; ++line) {
+    if (char* comment = strchr(text, '#')) *comment = '\0';
+    const std::vector<std::string> words = split(text);
+    if (!words.empty()) steps.push_back(parse_step(file, line, words));
+  }
+  real::fclose(stream);
+  return steps;
+}
+
+void do_link(const Step& step, FILE* log, Board& board) {
+  fputs("link", log);
+  for (const std::string& word : step.words) {
+    board_wait(WaitFor::kBoardTook, kTakenLimit_us);
+    std::uint8_t in = 0;
+    const auto out = static_cast<std::uint8_t>(strtoul(word.c_str(), nullptr, 16));
+    Locked hold(board);
+    const bool had = link_host_transfer(board, out, &in);
+    if (had)
+      fprintf(log, " %02x>%02x", out, in);
+    else
+      fprintf(log, " %02x>--", out);
+  }
+  fputs("\n", log);
+  board_wait(WaitFor::kBoardTook, kTakenLimit_us);
+}
+
+void do_collect(const Step& step, FILE* log, Board& board) {
+  Step polls = step;
+  polls.words.assign(static_cast<std::size_t>(step.words.empty() ? 1 : atoi(step.words[0].c_str())),
+                     "");
+  for (std::string& word : polls.words) {
+    char text[4];
+    snprintf(text, sizeof text, "%02x", kPollByte);
+    word = text;
+  }
+  do_link(polls, log, board);
+}
+
+void do_step(const Step& step, const Script& script, Board& board) {
+  FILE* log = script.log;
+  if (step.what.empty()) return;
+  if (step.what == "print") {
+    fprintf(log, "%s\n", step.text.c_str());
+  } else if (step.what == "world") {
+    std::string error;
+    bool done = false;
+    {
+      Locked hold(board);
+      done = world_command(board, step.text, error);
+    }
+    heartbeat();
+    fprintf(log, "[%.3f] world %s%s%s\n", static_cast<double>(board_now_us()) / 1e6,
+            step.text.c_str(), done ? "" : ": ", done ? "" : error.c_str());
+  } else if (step.what == "melk") {
+    fprintf(log, "[%.3f] melk %s\n", static_cast<double>(board_now_us()) / 1e6, step.text.c_str());
+    melk::BoardTransport transport(board);
+    const int status = melk::melk_command(transport, step.words, log, log, melk::Options{});
+    if (status != 0) fprintf(log, "melk: exit status %d\n", status);
+  } else if (step.what == "link") {
+    do_link(step, log, board);
+  } else if (step.what == "collect") {
+    do_collect(step, log, board);
+  } else {
+    fflush(log);
+    script.end();
+  }
+  fflush(log);
+}
+
+void* run_script(void* given) {
+  const Script& script = *static_cast<Script*>(given);
+  Board& board = board_of_process();
+  enter_thread(script.thread_id);
+  for (const Step& step : script.steps) {
+    const std::int64_t wait_us = step.relative ? step.time_us : step.time_us - board_now_us();
+    if (step.time_us >= 0 && wait_us > 0) board_wait(WaitFor::kNothing, wait_us);
+    do_step(step, script, board);
+  }
+  leave_thread();
+  return nullptr;
+}
+
+}  // namespace
+
+void start_script(const char* script_file, const char* log_file, void (*end)()) {
+  auto* script = new Script;  // lives as long as its thread
+  script->steps = read_script(script_file);
+  script->end = end;
+  script->log = log_file != nullptr ? real::fopen(log_file, "w") : stdout;
+  if (script->log == nullptr) refuse(log_file, 0, strerror(errno));
+  script->thread_id = announce_thread("host");
+  pthread_t thread = {};
+  real::pthread_create(&thread, nullptr, run_script, script);
+  pthread_detach(thread);
+}
+
+}  // namespace vboard

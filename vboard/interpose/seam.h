@@ -1,0 +1,41 @@
+// What the interposer needs to be told, and what it can be asked.
+//
+// The same overrides serve two settings: preloaded into the unmodified program
+// inside a sandbox, where files, shell commands and System V calls are real, and
+// linked into a test executable, where they are kept off the machine.
+#pragma once
+
+#include <string>
+
+#include "hw/shared_memory_davinci.h"
+#include "vboard/core/board.h"
+
+namespace vboard::seam {
+
+struct Settings {
+  // A test keeps the board's files in this directory instead of /home/tovin.
+  std::string home;
+  // System V memory and semaphores of the test's own instead of the machine's.
+  bool own_ipc = false;
+  // The program's process runs the encoder's side of the board.
+  bool encoder_in_process = false;
+};
+
+// Starts interposing for this process. Until then every call passes through.
+void start(Board& board, const Settings& settings);
+void stop();
+
+// The shared block as the program attached it; null before that.
+SharedBlock* shared_block();
+
+// Makes `call` fail on a subject (path, command, …) containing `match`: skip the
+// first `skip` of them, then fail `times` (-1: for ever) with `error`.
+// Calls: fopen open fclose close read write fread fwrite fgets select ioctl
+// system shmget shmat semget semop pthread_create usleep.
+void fail_call(const std::string& call, const std::string& match, int skip, int times, int error);
+void clear_call_faults();
+
+// The handles that are open on board devices now, as "path" lines.
+std::string open_handles();
+
+}  // namespace vboard::seam

@@ -1,0 +1,76 @@
+// The bus faces of the device models: what the driver of each device sees.
+//
+// Each function behaves as the system call behind it: a negative result goes
+// with errno. None takes the board's lock; the caller holds it.
+#pragma once
+
+#include <linux/i2c.h>
+
+#include <cstddef>
+#include <cstdint>
+
+#include "vboard/core/board.h"
+
+namespace vboard {
+
+// ---- /dev/fpga: registers, lines, LEDs, configuration port (fpga.cpp) --------
+int fpga_request(Board& board, std::int64_t now_us, unsigned long request, void* argument);
+long fpga_port_write(Board& board, const std::uint8_t* data, std::size_t size);
+long fpga_port_read(Board& board, std::uint8_t* data, std::size_t size);
+
+// ---- /dev/fpga2: PLL (clocks.cpp) --------------------------------------------
+long pll_write(Board& board, const std::uint8_t* data, std::size_t size);
+long pll_read(Board& board, std::uint8_t* data, std::size_t size);
+
+// ---- /dev/spislave and the host's side of it (link.cpp) -----------------------
+long link_board_read(Board& board, std::uint8_t* data, std::size_t size);  // EAGAIN when empty
+long link_board_write(Board& board, const std::uint8_t* data, std::size_t size);
+// One host transfer: `out` goes to the board; true when the board had a byte
+// queued, which then is `in`.
+bool link_host_transfer(Board& board, std::uint8_t out, std::uint8_t* in);
+
+// ---- I2C (i2c_bus.cpp): finds the chip by address, forwards the messages --------
+int i2c_transfer(Board& board, int bus, i2c_msg* messages, unsigned count);
+int i2c_smbus_read_byte(Board& board, int bus, int address, std::uint8_t reg, std::uint8_t* value);
+
+// A chip on the bus. write gets the bytes of one write message, read fills one
+// read message; false is a missing acknowledge.
+struct I2cChip {
+  int address;  // 7-bit
+  const char* name;
+  bool (*write)(Board& board, std::int64_t now_us, const std::uint8_t* data, std::size_t size);
+  bool (*read)(Board& board, std::int64_t now_us, std::uint8_t* data, std::size_t size);
+};
+extern const I2cChip kTvp7002Chip;  // tvp7002.cpp
+extern const I2cChip kTvp5150Chip;  // tvp5150.cpp
+extern const I2cChip kAc3DspChip;   // ac3dsp.cpp
+extern const I2cChip kDix4192Chip;  // dix4192.cpp
+extern const I2cChip k7353Chip;     // clocks.cpp
+extern const I2cChip kClock55Chip;  // clocks.cpp
+
+// ---- /dev/video0 (capture.cpp) ---------------------------------------------------
+int capture_request(Board& board, std::int64_t now_us, unsigned long request, void* argument);
+
+// ---- lines that other devices act on ----------------------------------------------
+void tvp7002_line(Board& board, bool released);
+void tvp5150_line(Board& board, bool released);
+void ac3dsp_line(Board& board, bool released);
+void audio_line(Board& board, bool released);
+
+// ---- the AC-3 side of the FPGA (ac3_stream.cpp) --------------------------------------
+// Captured header word `index` (0..126), bytes swapped as the FPGA holds them;
+// 0 when no sync frame is held.
+std::uint16_t ac3_captured_word(const Board& board, int index);
+// Words waiting in the capture FIFO, and the next of them.
+std::uint16_t ac3_capture_status(const Board& board, std::int64_t now_us);
+std::uint16_t ac3_capture_data(Board& board, std::int64_t now_us);
+// Empties the capture FIFO; it starts again with a whole frame. For a write to
+// its loop control, and for a change of the stream.
+void ac3_capture_restart(Board& board, std::int64_t now_us);
+
+// ---- DSP firmware through the FPGA's SPI master (ac3dsp.cpp) ----------------------------
+void dsp_spi_control(Board& board, std::int64_t now_us, std::uint16_t value);
+void dsp_spi_data(Board& board, std::int64_t now_us, std::uint16_t value);
+std::uint16_t dsp_spi_status(Board& board, std::int64_t now_us);
+
+}  // namespace vboard

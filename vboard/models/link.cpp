@@ -1,0 +1,73 @@
+// The SPI link: two byte queues between the host and the board's slave device.
+//
+// Every byte that the host clocks out can be read by the board, whichever of its
+// open handles it uses; every byte that the board writes is shifted out on a
+// later transfer of the host.
+#include <cerrno>
+#include <string>
+
+#include "vboard/core/clock.h"
+#include "vboard/core/trace.h"
+#include "vboard/models/bus.h"
+
+namespace vboard {
+
+namespace {
+
+bool put(LinkFifo& fifo, std::uint8_t byte) {
+  if (fifo.head - fifo.tail >= kLinkDepth) {
+    ++fifo.overruns;
+    return false;
+  }
+  fifo.data[fifo.head % kLinkDepth] = byte;
+  ++fifo.head;
+  return true;
+}
+
+bool take(LinkFifo& fifo, std::uint8_t* byte) {
+  if (fifo.head == fifo.tail) return false;
+  *byte = fifo.data[fifo.tail % kLinkDepth];
+  ++fifo.tail;
+  return true;
+}
+
+void trace_bytes(const char* what, const std::uint8_t* data, std::size_t size) {
+  std::string text;
+  char hex[4];
+  for (std::size_t i = 0; i < size; ++i) {
+    snprintf(hex, sizeof hex, " %02x", data[i]);
+    text += hex;
+  }
+  trace("spi %s%s", what, text.c_str());
+}
+
+}  // namespace
+
+long link_board_read(Board& board, std::uint8_t* data, std::size_t size) {
+  std::size_t got = 0;
+  while (got < size && take(board.link.to_board, data + got)) ++got;
+  if (got == 0) {
+    errno = EAGAIN;
+    return -1;
+  }
+  link_changed(board);
+  trace_bytes("rd", data, got);
+  return static_cast<long>(got);
+}
+
+long link_board_write(Board& board, const std::uint8_t* data, std::size_t size) {
+  std::size_t sent = 0;
+  while (sent < size && put(board.link.to_host, data[sent])) ++sent;
+  link_changed(board);
+  trace_bytes("wr", data, sent);
+  return static_cast<long>(sent);
+}
+
+bool link_host_transfer(Board& board, std::uint8_t out, std::uint8_t* in) {
+  const bool had = take(board.link.to_host, in);
+  put(board.link.to_board, out);
+  link_changed(board);
+  return had;
+}
+
+}  // namespace vboard

@@ -1,0 +1,74 @@
+// Bench: a virtual board around functions of the product, in the test's process.
+//
+// A Bench gives a fresh board in virtual time, the board's files in a temporary
+// directory that is also the working directory, and what the program printed
+// and did to its devices since last asked.
+#pragma once
+
+#include <csetjmp>
+#include <cstdint>
+#include <functional>
+#include <string>
+#include <vector>
+
+#include "vboard/core/board.h"
+#include "vboard/core/clock.h"
+#include "vboard/core/world.h"
+#include "vboard/interpose/seam.h"
+
+namespace vboard {
+
+class Bench {
+ public:
+  explicit Bench(TimeMode mode = TimeMode::kVirtual, double speed = 1.0);
+  ~Bench();
+  Bench(const Bench&) = delete;
+  Bench& operator=(const Bench&) = delete;
+
+  Board& board() { return *board_; }
+  std::int64_t now_us() const { return board_now_us(); }
+
+  // A world operation, as text: world("source none").
+  void world(const std::string& command);
+
+  // What went to standard output since last asked.
+  std::string output();
+
+  // Clean trace lines since last asked: all, or those beginning with one of the
+  // prefixes ("fpga", "i2c", "wait").
+  std::vector<std::string> trace();
+  std::vector<std::string> trace(const std::vector<std::string>& prefixes);
+
+  // Runs `body` until it returns (true) or the board clock passes `limit_us`
+  // from now (false: it is abandoned where it stands). Virtual time only.
+  bool run_for(std::int64_t limit_us, const std::function<void()>& body);
+
+  // Starts a thread of the board's world (a host) that runs beside the program.
+  void beside(const std::string& name, std::function<void()> body);
+
+  // A file of the board's home: its path here, writing and reading it.
+  std::string path(const std::string& name) const { return home_ + "/" + name; }
+  void put_file(const std::string& name, const std::string& content) const;
+  std::string get_file(const std::string& name) const;  // "" when there is none
+  bool has_file(const std::string& name) const;
+
+  // Connects the shared block, as the service does at its start.
+  SharedBlock& attach_block();
+
+  // A register of the FPGA as it was last written, by byte address.
+  std::uint16_t fpga(int address) const;
+  void set_fpga(int address, int value);
+
+ private:
+  Board* board_;
+  std::string home_;
+  std::string came_from_;
+  int capture_fd_ = -1;
+  int stdout_fd_ = -1;
+  long captured_ = 0;
+};
+
+// The lines of a text, for comparing what was printed.
+std::vector<std::string> lines(const std::string& text);
+
+}  // namespace vboard
