@@ -5,10 +5,8 @@
 // "mpgVidRes" and "vbiMode" before "VidCodec".
 #include "config/video_format.h"
 
-#include <fcntl.h>
 #include <linux/videodev2.h>
 #include <sys/ioctl.h>
-#include <unistd.h>
 
 #include <cstdio>
 #include <limits>
@@ -17,6 +15,7 @@
 #include "hw/fpga_registers.h"
 #include "hw/shared_memory_davinci.h"
 #include "state/fpgaregs.h"
+#include "video/capture.h"
 
 Relaxed<std::int32_t> fps_parameter;
 Relaxed<std::int32_t> output_bitrate;
@@ -226,8 +225,7 @@ int SetCropImeg() {
   constexpr int kCropTop = 100;
   static v4l2_cropcap crop;
   puts("test ioctl:VIDIOC_CROPCAP");
-  const int fd = open("/dev/video0", O_RDWR);
-  if (fd < 0) puts("Cannot open video 0");
+  const int fd = open_capture();
   crop.type = V4L2_BUF_TYPE_VIDEO_CAPTURE;
   if (ioctl(fd, VIDIOC_CROPCAP, &crop) < 0) puts("InitDevice:ioctl:VIDIOC_CROPCAP");
   print_crop(crop);
@@ -237,5 +235,5 @@ int SetCropImeg() {
   if (ioctl(fd, VIDIOC_S_CROP, &crop) < 0) puts("InitDevice:ioctl:VIDIOC_CROPCAP");
   print_crop(crop);
   puts("set_data_format:setting data format");
-  return fd < 0 ? -1 : close(fd);
+  return close_capture(fd);
 }
