@@ -169,8 +169,9 @@ Firmware read_firmware() {
   printf("the size is=%d off MELK_spi.bin\n", static_cast<int>(size));
   if (size < 0) firmware_error("Reading error", kExitReadFailed);
   const size_t count = static_cast<size_t>(size);
-  // One byte more, so that an empty file has a buffer too.
-  auto* bytes = static_cast<std::uint8_t*>(malloc(count + 1));
+  // One byte more, so that an empty file has a buffer too. No board holds a
+  // file beyond 32 bits.
+  auto* bytes = count < INT32_MAX ? static_cast<std::uint8_t*>(malloc(count + 1)) : nullptr;
   if (bytes == nullptr) firmware_error("Memory error", kExitNoMemory);
   if (fread(bytes, 1, count, file) != count) firmware_error("Reading error", kExitReadFailed);
   return {file, bytes, size};
