@@ -1,0 +1,88 @@
+// Transfers, waits and the update FIFO of a virtual board.
+#include "melk/board_transport.h"
+
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstring>
+
+#include "vboard/core/clock.h"
+#include "vboard/models/bus.h"
+
+namespace melk {
+
+namespace {
+
+constexpr std::int64_t kFifoPollUs = 1000;
+
+}  // namespace
+
+std::unique_ptr<BoardTransport> BoardTransport::open(const std::string& directory,
+                                                     std::string* problem) {
+  const std::string file = directory + "/board.state";
+  if (access(file.c_str(), F_OK) != 0) {
+    *problem = "no board in " + directory + " (there is no " + file + ")";
+    return nullptr;
+  }
+  vboard::Board* board = vboard::map_board(file.c_str());
+  if (board == nullptr) {
+    *problem = errno == EPROTO ? file + " is of another version of the virtual board"
+                               : file + ": " + strerror(errno);
+    return nullptr;
+  }
+  vboard::clock_attach(board);
+  return std::make_unique<BoardTransport>(*board);
+}
+
+bool BoardTransport::reachable(std::string* problem) const {
+  vboard::Locked hold(board_);
+  if (board_.clock.running == 0) {
+    *problem = "no program runs on the board";
+    return false;
+  }
+  if (board_.clock.mode == vboard::TimeMode::kVirtual) {
+    *problem = "the board runs in virtual time, where only its own scripted host can talk to it";
+    return false;
+  }
+  return true;
+}
+
+bool BoardTransport::transfer(std::uint8_t out, std::uint8_t* in) {
+  vboard::Locked hold(board_);
+  return vboard::link_host_transfer(board_, out, in);
+}
+
+bool BoardTransport::wait_taken(std::int64_t us) {
+  return vboard::board_wait(vboard::WaitFor::kBoardTook, us);
+}
+
+bool BoardTransport::wait_answer(std::int64_t us) {
+  return vboard::board_wait(vboard::WaitFor::kAnswer, us);
+}
+
+void BoardTransport::pause(std::int64_t us) { vboard::board_wait(vboard::WaitFor::kNothing, us); }
+
+std::int64_t BoardTransport::now_us() { return vboard::board_now_us(); }
+
+bool BoardTransport::push_update(const std::uint8_t* data, std::size_t size, std::int64_t us) {
+  const std::int64_t limit = now_us() + us;
+  for (;;) {
+    {
+      vboard::Locked hold(board_);
+      vboard::FpgaState& fpga = board_.fpga;
+      constexpr std::uint32_t kDepth = sizeof fpga.update_fifo;
+      const std::uint32_t room = kDepth - (fpga.update_head - fpga.update_tail);
+      if (size <= room) {
+        for (std::size_t i = 0; i < size; ++i) {
+          fpga.update_fifo[fpga.update_head % kDepth] = data[i];
+          ++fpga.update_head;
+        }
+        return true;
+      }
+    }
+    if (now_us() >= limit) return false;
+    pause(kFifoPollUs);
+  }
+}
+
+}  // namespace melk

@@ -1,0 +1,81 @@
+// The sub-commands of melk: parsing one, running it, printing the outcome.
+//
+// Used by the program and by scripted hosts in virtual time, so that nothing
+// here looks at a clock or sleeps but through the transport.
+#pragma once
+
+#include <cstdint>
+#include <cstdio>
+#include <functional>
+#include <optional>
+#include <span>
+#include <string>
+#include <vector>
+
+#include "melk/transport.h"
+
+namespace CLI {
+class App;
+}
+
+namespace melk {
+
+// Exit codes.
+inline constexpr int kDone = 0;
+inline constexpr int kBoardSaysNo = 1;  // the board answered, and something is wrong
+inline constexpr int kUsage = 2;
+inline constexpr int kBoardSilent = 3;
+inline constexpr int kLocalFile = 4;  // a file of the host, or the board directory
+inline constexpr int kIncompleteTransfer = 5;
+
+// What the surroundings offer.
+struct Options {
+  bool json = false;
+  std::int64_t timeout_us = 20000000;
+  bool out_is_terminal = false;                   // watch rewrites its line, shell prompts
+  bool err_is_terminal = false;                   // long transfers show their progress
+  FILE* in = nullptr;                             // commands of the shell
+  std::function<std::string()> local_clock = {};  // DDMMYYhhmmss, for set-rtc without a text
+};
+
+// One parsed command line.
+struct Request {
+  std::string word;
+  bool json = false;
+  std::optional<double> timeout_s;
+  std::string file;
+  std::string text;
+  int log = 1;
+  int device = 0;
+  int reg = 0;
+  std::int64_t number = 0;
+  std::vector<int> codes;
+  std::optional<std::size_t> answers;
+  bool wait = false;
+  bool force = false;
+  bool full = false;
+  bool via_fpga = false;
+  bool no_levels = false;
+  std::int64_t rate = 0;
+  std::int64_t count = 0;
+  double interval_s = 1;
+};
+
+// Declares every sub-command on `app`, with the options common to all.
+void add_sub_commands(CLI::App& app, Request& request);
+
+// Parses words into `request` by `app`. Empty when there is something to run;
+// otherwise an exit code, help or the complaint having been printed.
+std::optional<int> parse_words(CLI::App& app, std::vector<std::string> words, FILE* out, FILE* err);
+
+int run_request(Transport& transport, const Request& request, FILE* out, FILE* err,
+                const Options& options);
+
+// Parses one sub-command and runs it.
+int melk_command(Transport& transport, const std::vector<std::string>& words, FILE* out, FILE* err,
+                 const Options& options);
+
+// The words that melk understands.
+std::vector<std::string> sub_command_words();
+
+}  // namespace melk

@@ -1,0 +1,16 @@
+// Whole files of the host. They go to the machine's own file system also where
+// the board's one stands in front of it, in a scripted host.
+#pragma once
+
+#include <span>
+#include <string>
+
+#include "melk/protocol.h"
+
+namespace melk {
+
+// False with errno set when the file cannot be read or written whole.
+bool read_whole_file(const std::string& path, Bytes* content);
+bool write_whole_file(const std::string& path, std::span<const std::uint8_t> content);
+
+}  // namespace melk

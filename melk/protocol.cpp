@@ -1,0 +1,491 @@
+// The command table, the conversations, and the meanings of what comes back.
+#include "melk/protocol.h"
+
+#include <algorithm>
+#include <cstdio>
+
+namespace melk {
+
+namespace {
+
+constexpr HostCommand kHostCommands[] = {
+    {Code::kKeepAlive, "KEEP_ALIVE", "keep-alive", "", "", "say that the host is there"},
+    {Code::kGetHdVersion, "GET_HD_VERSION", "hd-version", "", "1 byte",
+     "version of the board's host interface"},
+    {Code::kSendHdConfiguration, "SEND_HD_CONFIGURATION", "send-config", "size, file", "",
+     "send a configuration file; the board stores and applies it"},
+    {Code::kGetStatus, "GET_STATUS", "status", "", "1 byte of 3",
+     "status, last restart cause and health flags"},
+    {Code::kSendRtc, "SEND_RTC", "set-rtc", "12 characters", "", "send the host's clock"},
+    {Code::kReadReg, "READ_REG", "read-reg", "device, register", "1 byte",
+     "read one register of a chip on the board's I2C bus"},
+    {Code::kStopEncode, "STOP_ENCODE", "stop-encode", "", "", "hold the encoder"},
+    {Code::kStopAudio, "STOP_AUDIO", "stop-audio", "", "", "switch the audio off"},
+    {Code::kGetLogFile1, "GET_LOG_FILE1", "log", "polls", "size, file",
+     "fetch a log archive (make-logs packs it)"},
+    {Code::kGetRegFileByte, "GET_REG_FILE_BYTE", "registers", "", "1 byte of the record",
+     "read the status record, decoded by name"},
+    {Code::kPrepareFpgaRegisters, "PREPARE_FPGA_REGISTERS", "registers", "", "",
+     "read the status record, decoded by name"},
+    {Code::kUpdateVersion, "UPDATE_VERSION", "update", "size, package", "",
+     "send a software update"},
+    {Code::kTemp, "TEMP", "temp", "", "", "print four status registers on the board's console"},
+    {Code::kGetLogFile2, "GET_LOG_FILE2", "log", "polls", "size, file",
+     "fetch a log archive (make-logs packs it)"},
+    {Code::kCpLogFile, "CP_LOG_FILE", "make-logs", "", "", "pack both logs into archives"},
+    {Code::kGetMonitorState, "GET_MONITOR_STATE", "monitor-state", "", "1 byte",
+     "state of the encoder supervision"},
+    {Code::kDeleteLogs, "DELETE_LOGS", "delete-logs", "", "", "delete log 1 on the board"},
+    {Code::kSetSpts, "SET_SPTS", "set-spts", "4 bytes", "",
+     "set the single-program transport stream word"},
+    {Code::kGetMonitorFile, "GET_MONITOR_FILE", "monitor-file", "polls", "size, file",
+     "fetch the periodic status file"},
+    {Code::kRestoreFactory, "RESTORE_FACTORY", "restore-factory", "", "",
+     "install the factory software"},
+    {Code::kClearStatus, "CLEAR_STATUS", "clear-status", "", "", "forget the last restart cause"},
+    {Code::kGetSwVersion, "GET_SW_VERSION", "sw-version", "", "1 byte of 3",
+     "software version of the board"},
+    {Code::kGetSharedStatus, "GET_SHARED_STATUS", "shared-status", "", "1 byte",
+     "status byte that encode shares"},
+    {Code::kGetInputMux, "GET_INPUT_MUX", "input-mux", "", "1 byte", "selected video input"},
+    {Code::kGetUpdateResult, "GET_UPDATE_RESULT", "update-result", "", "1 byte",
+     "whether the last update succeeded (told once)"},
+    {Code::kGetFps, "GET_FPS", "fps", "", "1 byte of 2", "frame rate of the video input"},
+    {Code::kGetRegFileSize, "GET_REG_FILE_SIZE", "reg-file-size", "", "",
+     "make the status record 104 bytes long"},
+    {Code::kNewUpdateVersion, "NEW_UPDATE_VERSION", "update", "size", "", "send a software update"},
+};
+
+constexpr RestartCause kRestartCauses[] = {
+    {0x81, "video buffer overflow"},
+    {0x82, "audio buffer overflow"},
+    {0x83, "input locked but the video buffer did not move"},
+    {0x84, "audio missing, or audio appeared after a start without it"},
+    {0x85, "input came back after a loss"},
+    {0x86, "input lost and frozen"},
+    {0x87, "video buffer far from its settled level"},
+};
+
+constexpr MonitorFlag kMonitorFlags[] = {
+    {0x04, "video buffer not moving"},
+    {0x08, "video input not locked"},
+    {0x10, "audio not ok"},
+    {0x20, "no audio when encode started"},
+    {0x40, "I2C error"},
+};
+constexpr std::uint8_t kFlagsState = 0x03;
+
+constexpr RecordField kRecordFields[] = {
+    {0, 0, "encode_ver", "version of encode"},
+    {1, 1, "hd_version", "version of the host interface"},
+    {2, 3, "fpga_hw_version", "version of the FPGA", ByteOrder::kHighFirst},
+    {4, 4, "blkfn_version", "version of the AC-3 DSP"},
+    {5, 8, "vs_overall", "video frames seen"},
+    {9, 12, "vs_rate", "frame period"},
+    {13, 14, "vi_buff", "video buffer fill"},
+    {15, 18, "vi_overall", "video units through the buffer"},
+    {19, 22, "vi_ref_overall", "video reference count"},
+    {23, 24, "au_buff", "audio buffer fill"},
+    {25, 28, "au_i2s_overall", "audio samples in"},
+    {29, 32, "au_overall", "audio units through the buffer"},
+    {33, 36, "au_ref_overall", "audio reference count"},
+    {37, 40, "peak_1", "first DSP peak"},
+    {41, 44, "peak_2", "second DSP peak"},
+    {45, 46, "vid_buf_init", "settled video buffer level"},
+    {47, 48, "aud_buf_init", "settled audio buffer level"},
+    {49, 50, "ts_mux_status", "transport-stream multiplexer status"},
+    {51, 52, "encode_180", "word of encode at 180"},
+    {53, 54, "encode_176", "word of encode at 176"},
+    {55, 56, "encode_184", "word of encode at 184"},
+    {57, 58, "encode_172", "word of encode at 172"},
+    {59, 60, "encode_188", "word of encode at 188"},
+    {61, 62, "encode_192", "word of encode at 192"},
+    {63, 64, "encode_196", "word of encode at 196"},
+    {65, 66, "encode_200", "word of encode at 200"},
+    {67, 68, "encode_204", "word of encode at 204"},
+    {69, 70, "encode_208", "word of encode at 208"},
+    {71, 71, "encode_216", "low byte of encode at 216"},
+    {72, 72, "encode_220", "low byte of encode at 220"},
+    {73, 73, "encode_252", "low byte of encode at 252"},
+    {74, 75, "encode_256", "word of encode at 256"},
+    {76, 79, "encode_224", "word of encode at 224"},
+    {80, 83, "encode_232", "word of encode at 232"},
+    {84, 87, "encode_236", "word of encode at 236"},
+    {88, 91, "encode_212", "word of encode at 212"},
+    {92, 95, "encode_276", "word of encode at 276"},
+    {96, 99, "encode_280", "word of encode at 280"},
+    {100, 103, "encode_284", "word of encode at 284"},
+};
+
+constexpr std::uint32_t kNoSuchFile = 0xFFFFFFFF;
+constexpr int kStaleRounds = 32;             // more is an upload that still runs
+constexpr std::int64_t kStaleGapUs = 20000;  // between bytes of such an upload
+constexpr std::int64_t kRawAnswerUs = 500000;
+constexpr std::size_t kFifoTail = 4;  // last word and the odd extra one, together
+constexpr std::size_t kFifoChunk = 512;
+static_assert(kFifoChunk + kFifoTail <= kUpdateBlock);
+
+std::string seconds(std::int64_t us) {
+  char text[32];
+  snprintf(text, sizeof text, "%g s", static_cast<double>(us) / 1e6);
+  return text;
+}
+
+std::string name_of(Code code) { return host_command(code).name; }
+
+// ---- primitives ------------------------------------------------------------------
+// One byte to the board, read by it before this returns. What comes in belongs
+// to nobody.
+bool put(Link& link, std::uint8_t byte) {
+  std::uint8_t in = 0;
+  if (link.transport.transfer(byte, &in)) ++link.stale;
+  return link.transport.wait_taken(link.timeout_us);
+}
+
+// The byte that the board queues, collected by one poll that the board still
+// has to read.
+std::optional<std::uint8_t> collect(Link& link) {
+  if (!link.transport.wait_answer(link.timeout_us)) return std::nullopt;
+  std::uint8_t in = 0;
+  if (!link.transport.transfer(kPoll, &in)) return std::nullopt;
+  return in;
+}
+
+// Drops what earlier conversations left behind. False when it does not end.
+bool clear_stale(Link& link) {
+  std::int64_t gap_us = 0;
+  for (int round = 0; round < kStaleRounds; ++round) {
+    if (!link.transport.wait_answer(gap_us)) return true;
+    put(link, kPoll);
+    gap_us = kStaleGapUs;
+  }
+  return false;
+}
+
+Failure still_sending() {
+  return {Trouble::kOutOfStep,
+          "the board is in the middle of an upload; it gives up 15 s after the last poll"};
+}
+
+Failure not_taken(const Link& link, Code code) {
+  return {Trouble::kSilent, "silent: the board did not take " + name_of(code) + " within " +
+                                seconds(link.timeout_us) + " (the byte stays queued for it)"};
+}
+
+Failure no_answer(const Link& link, Code code) {
+  return {Trouble::kSilent, "silent: the board took " + name_of(code) +
+                                " and did not answer within " + seconds(link.timeout_us)};
+}
+
+Failure cut_short(const Link& link, const std::string& what, std::size_t done, std::size_t total) {
+  return {Trouble::kIncomplete, what + " stopped after " + std::to_string(done) + " of " +
+                                    std::to_string(total) + " bytes: nothing moved for " +
+                                    seconds(link.timeout_us)};
+}
+
+// Opens a conversation: a clean link and the command byte, taken.
+Failure begin(Link& link, Code code) {
+  if (!clear_stale(link)) return still_sending();
+  if (!put(link, static_cast<std::uint8_t>(code))) return not_taken(link, code);
+  return {};
+}
+
+// Sends parameter or file bytes; returns how many were taken.
+std::size_t put_all(Link& link, std::span<const std::uint8_t> bytes) {
+  for (std::size_t i = 0; i < bytes.size(); ++i) {
+    if (!put(link, bytes[i])) return i;
+    if (link.progress) link.progress(i + 1, bytes.size());
+  }
+  return bytes.size();
+}
+
+Reply<Nothing> send_parameters(Link& link, Code code, std::span<const std::uint8_t> bytes) {
+  if (Failure failure = begin(link, code); failure.trouble != Trouble::kNone) return {{}, failure};
+  for (std::size_t i = 0; i < bytes.size(); ++i)
+    if (!put(link, bytes[i]))
+      return {{}, cut_short(link, "parameters of " + name_of(code), i, bytes.size())};
+  return {Nothing{}, {}};
+}
+
+Reply<Nothing> send_sized(Link& link, Code code, std::span<const std::uint8_t> data) {
+  Reply<Nothing> reply = send_number(link, code, static_cast<std::uint32_t>(data.size()));
+  if (!reply.ok()) return reply;
+  const std::size_t taken = put_all(link, data);
+  if (taken < data.size()) return {{}, cut_short(link, name_of(code), taken, data.size())};
+  return reply;
+}
+
+Failure too_large(std::size_t size) {
+  return {Trouble::kRefused, "the package has " + std::to_string(size) +
+                                 " bytes; the board takes at most " +
+                                 std::to_string(kLargestUpdate)};
+}
+
+// What the board says about itself tells which of the three bytes it is.
+bool is_status(std::uint8_t byte) { return (byte & 0xF0) == 0x90; }
+bool is_cause(std::uint8_t byte) { return (byte & 0xF8) == kCauseNone; }
+
+}  // namespace
+
+std::span<const HostCommand> host_commands() { return kHostCommands; }
+
+const HostCommand& host_command(Code code) {
+  return *std::ranges::find(kHostCommands, code, &HostCommand::code);
+}
+
+// ---- conversations -----------------------------------------------------------------
+Reply<Nothing> send_command(Link& link, Code code) { return send_parameters(link, code, {}); }
+
+Reply<std::uint8_t> ask_byte(Link& link, Code code) {
+  if (Failure failure = begin(link, code); failure.trouble != Trouble::kNone) return {{}, failure};
+  const std::optional<std::uint8_t> answer = collect(link);
+  if (!answer) return {{}, no_answer(link, code)};
+  link.transport.wait_taken(link.timeout_us);
+  return {answer, {}};
+}
+
+Reply<Nothing> send_number(Link& link, Code code, std::uint32_t number) {
+  const std::uint8_t bytes[] = {
+      static_cast<std::uint8_t>(number >> 24), static_cast<std::uint8_t>(number >> 16),
+      static_cast<std::uint8_t>(number >> 8), static_cast<std::uint8_t>(number)};
+  return send_parameters(link, code, bytes);
+}
+
+Reply<Nothing> send_configuration(Link& link, std::span<const std::uint8_t> file) {
+  if (file.size() < kSmallestConfiguration)
+    return {{},
+            {Trouble::kRefused, "a configuration needs " + std::to_string(kSmallestConfiguration) +
+                                    " bytes or more; the board would read these " +
+                                    std::to_string(file.size()) + " as commands"}};
+  return send_sized(link, Code::kSendHdConfiguration, file);
+}
+
+Reply<Nothing> send_update(Link& link, std::span<const std::uint8_t> package) {
+  if (package.size() > kLargestUpdate) return {{}, too_large(package.size())};
+  return send_sized(link, Code::kUpdateVersion, package);
+}
+
+Reply<Nothing> send_update_by_fpga(Link& link, std::span<const std::uint8_t> package,
+                                   std::int64_t bytes_per_second) {
+  if (package.size() > kLargestUpdate) return {{}, too_large(package.size())};
+  Reply<Nothing> reply =
+      send_number(link, Code::kNewUpdateVersion, static_cast<std::uint32_t>(package.size()));
+  if (!reply.ok()) return reply;
+  Bytes words(package.begin(), package.end());
+  // The board empties the FIFO by words, and takes one more after an odd size.
+  if (words.size() % 2 != 0) words.resize(words.size() + 3);
+  std::size_t done = 0;
+  while (done < words.size()) {
+    const std::size_t left = words.size() - done;
+    const std::size_t size = left < kFifoChunk + kFifoTail ? left : kFifoChunk;
+    if (!link.transport.push_update(words.data() + done, size, link.timeout_us))
+      return {{},
+              cut_short(link, "the update FIFO", std::min(done, package.size()), package.size())};
+    done += size;
+    if (link.progress) link.progress(std::min(done, package.size()), package.size());
+    if (bytes_per_second > 0)
+      link.transport.pause(static_cast<std::int64_t>(size) * 1000000 / bytes_per_second);
+  }
+  return reply;
+}
+
+Reply<Nothing> send_rtc(Link& link, const std::string& text) {
+  const Bytes bytes(text.begin(), text.end());
+  if (bytes.size() != kRtcLength)
+    return {{}, {Trouble::kRefused, "the clock text has 12 characters (DDMMYYhhmmss)"}};
+  return send_parameters(link, Code::kSendRtc, bytes);
+}
+
+Reply<std::uint8_t> read_reg(Link& link, std::uint8_t device, std::uint8_t reg) {
+  const std::uint8_t parameters[] = {device, reg};
+  const Reply<Nothing> sent = send_parameters(link, Code::kReadReg, parameters);
+  if (!sent.ok()) return {{}, sent.failure};
+  const std::optional<std::uint8_t> answer = collect(link);
+  if (!answer) return {{}, no_answer(link, Code::kReadReg)};
+  link.transport.wait_taken(link.timeout_us);
+  return {answer, {}};
+}
+
+Reply<Bytes> fetch_file(Link& link, Code code) {
+  if (Failure failure = begin(link, code); failure.trouble != Trouble::kNone) return {{}, failure};
+  if (!put(link, kPoll)) return {{}, no_answer(link, code)};
+  std::uint32_t size = 0;
+  for (std::size_t i = 0; i < sizeof size; ++i) {
+    const std::optional<std::uint8_t> byte = collect(link);
+    if (!byte && i == 0) return {{}, no_answer(link, code)};
+    if (!byte) return {{}, cut_short(link, "the size", i, sizeof size)};
+    size = size << 8 | *byte;
+  }
+  Bytes data;
+  if (size == kNoSuchFile) {
+    link.transport.wait_taken(link.timeout_us);
+    return {{}, {Trouble::kNoFile, "the board has no such file (size 0xFFFFFFFF)"}};
+  }
+  while (data.size() < size) {
+    const std::optional<std::uint8_t> byte = collect(link);
+    if (!byte) {
+      const Failure failure = cut_short(link, "the upload", data.size(), size);
+      return {std::move(data), failure};
+    }
+    data.push_back(*byte);
+    if (link.progress) link.progress(data.size(), size);
+  }
+  link.transport.wait_taken(link.timeout_us);
+  return {std::move(data), {}};
+}
+
+Reply<Bytes> read_record(Link& link, std::size_t count) {
+  if (count > kShortRecord)
+    if (const Reply<Nothing> sent = send_command(link, Code::kGetRegFileSize); !sent.ok())
+      return {{}, sent.failure};
+  if (const Reply<Nothing> sent = send_command(link, Code::kPrepareFpgaRegisters); !sent.ok())
+    return {{}, sent.failure};
+  Bytes record;
+  while (record.size() < count) {
+    const Reply<std::uint8_t> byte = ask_byte(link, Code::kGetRegFileByte);
+    if (!byte.ok()) {
+      if (record.empty()) return {{}, byte.failure};
+      const Failure failure = cut_short(link, "the status record", record.size(), count);
+      return {std::move(record), failure};
+    }
+    record.push_back(*byte.value);
+    if (link.progress) link.progress(record.size(), count);
+  }
+  return {std::move(record), {}};
+}
+
+Reply<Status> get_status(Link& link) {
+  Status status;
+  Reply<std::uint8_t> byte = ask_byte(link, Code::kGetStatus);
+  // At most two bytes of a reading that was cut short come first.
+  while (byte.ok() && !is_status(*byte.value) && status.skipped < 2) {
+    ++status.skipped;
+    byte = ask_byte(link, Code::kGetStatus);
+  }
+  if (!byte.ok()) return {{}, byte.failure};
+  status.status = *byte.value;
+  byte = ask_byte(link, Code::kGetStatus);
+  if (!byte.ok()) return {{}, byte.failure};
+  status.cause = *byte.value;
+  if (!is_status(status.status) || !is_cause(status.cause)) {
+    char text[96];
+    snprintf(text, sizeof text, "the board's status bytes are out of step (0x%02x, 0x%02x)",
+             status.status, status.cause);
+    return {{}, {Trouble::kOutOfStep, text}};
+  }
+  byte = ask_byte(link, Code::kGetStatus);
+  if (!byte.ok()) return {{}, byte.failure};
+  status.flags = *byte.value;
+  return {status, {}};
+}
+
+Reply<std::array<std::uint8_t, 3>> get_sw_version(Link& link) {
+  std::array<std::uint8_t, 3> version = {};
+  for (std::uint8_t& part : version) {
+    const Reply<std::uint8_t> byte = ask_byte(link, Code::kGetSwVersion);
+    if (!byte.ok()) return {{}, byte.failure};
+    part = *byte.value;
+  }
+  return {version, {}};
+}
+
+Reply<std::uint16_t> get_fps(Link& link) {
+  std::uint16_t rate = 0;
+  for (int i = 0; i < 2; ++i) {
+    const Reply<std::uint8_t> byte = ask_byte(link, Code::kGetFps);
+    if (!byte.ok()) {
+      Failure failure = byte.failure;
+      // The board counts the bytes of GET_FPS and GET_SW_VERSION with one counter.
+      failure.text +=
+          "; a software version that was read in part blocks GET_FPS "
+          "until `melk raw 28` has fetched its last byte";
+      return {{}, failure};
+    }
+    rate = static_cast<std::uint16_t>(rate << 8 | *byte.value);
+  }
+  return {rate, {}};
+}
+
+Reply<Bytes> send_raw(Link& link, std::span<const std::uint8_t> bytes,
+                      std::optional<std::size_t> answers) {
+  Bytes back;
+  for (std::size_t i = 0; i < bytes.size(); ++i) {
+    std::uint8_t in = 0;
+    if (link.transport.transfer(bytes[i], &in)) back.push_back(in);
+    if (!link.transport.wait_taken(link.timeout_us)) {
+      if (i == 0)
+        return {{},
+                {Trouble::kSilent,
+                 "silent: the board took nothing within " + seconds(link.timeout_us)}};
+      return {std::move(back), cut_short(link, "the bytes", i, bytes.size())};
+    }
+  }
+  if (!answers && !link.transport.wait_answer(kRawAnswerUs)) return {std::move(back), {}};
+  const std::size_t wanted = answers.value_or(1);
+  for (std::size_t i = 0; i < wanted; ++i) {
+    const std::optional<std::uint8_t> byte = collect(link);
+    if (!byte) return {std::move(back), cut_short(link, "the answer", i, wanted)};
+    back.push_back(*byte);
+  }
+  if (wanted > 0) link.transport.wait_taken(link.timeout_us);
+  return {std::move(back), {}};
+}
+
+// ---- meanings ----------------------------------------------------------------------
+std::string describe_status(std::uint8_t status) {
+  if (status == kStatusWrongSize)
+    return "configuration arrived with the wrong size, or 7 restarts in a row";
+  std::string text = status_healthy(status) ? "healthy" : "not healthy";
+  const int restarts = status_restarts(status);
+  if (restarts > 0) text += ", " + std::to_string(restarts) + " restarts";
+  return text;
+}
+
+std::span<const RestartCause> restart_causes() { return kRestartCauses; }
+
+const char* describe_cause(std::uint8_t code) {
+  if (code == kCauseNone) return "no restart";
+  const auto* row = std::ranges::find(kRestartCauses, code, &RestartCause::code);
+  return row == std::end(kRestartCauses) ? "unknown" : row->text;
+}
+
+const char* monitor_state_name(std::uint8_t state) {
+  constexpr const char* kNames[] = {"watching", "no video input", "restart", "stopped"};
+  return state < std::size(kNames) ? kNames[state] : "idle";
+}
+
+const char* input_mux_name(std::uint8_t channel) {
+  switch (channel) {
+    case 0:
+      return "component";
+    case 3:
+      return "RGB/VGA";
+    case 4:
+      return "composite";
+    default:
+      return "unknown";
+  }
+}
+
+std::span<const MonitorFlag> monitor_flags() { return kMonitorFlags; }
+
+std::vector<const char*> set_flags(std::uint8_t flags) {
+  std::vector<const char*> texts = {monitor_state_name(flags & kFlagsState)};
+  for (const MonitorFlag& flag : kMonitorFlags)
+    if ((flags & flag.mask) != 0) texts.push_back(flag.text);
+  return texts;
+}
+
+std::span<const RecordField> record_fields() { return kRecordFields; }
+
+std::uint32_t field_value(std::span<const std::uint8_t> record, const RecordField& field) {
+  std::uint32_t value = 0;
+  for (std::size_t i = field.first; i <= field.last; ++i) {
+    const std::size_t at =
+        field.order == ByteOrder::kHighFirst ? i : field.last - (i - field.first);
+    value = value << 8 | record[at];
+  }
+  return value;
+}
+
+}  // namespace melk

@@ -1,0 +1,208 @@
+// The host protocol, seen from the host: one function per conversation.
+//
+// The board answers a one-byte question at once; the host collects the byte
+// with its next transfer, for which it sends the poll byte, a command that the
+// board ignores. Uploads are paced: the board queues one byte per poll, so each
+// poll collects a byte and asks for the next. Whatever else the host sends goes
+// one byte at a time, each taken by the board before the next is sent, because
+// the board reads its queue in gulps and keeps the first byte of each.
+//
+// Nothing here is retried: what went wrong is reported.
+#pragma once
+
+#include <array>
+#include <cstddef>
+#include <cstdint>
+#include <functional>
+#include <optional>
+#include <span>
+#include <string>
+#include <vector>
+
+#include "melk/transport.h"
+
+namespace melk {
+
+inline constexpr std::uint8_t kPoll = 0xA5;
+
+enum class Code : std::uint8_t {
+  kKeepAlive = 0,
+  kGetHdVersion = 1,
+  kSendHdConfiguration = 2,
+  kGetStatus = 3,
+  kSendRtc = 4,
+  kReadReg = 5,
+  kStopEncode = 6,
+  kStopAudio = 7,
+  kGetLogFile1 = 8,
+  kGetRegFileByte = 9,
+  kPrepareFpgaRegisters = 10,
+  kUpdateVersion = 11,
+  kTemp = 12,
+  kGetLogFile2 = 13,
+  kCpLogFile = 14,
+  kGetMonitorState = 15,
+  kDeleteLogs = 17,
+  kSetSpts = 18,
+  kGetMonitorFile = 19,
+  kRestoreFactory = 22,
+  kClearStatus = 25,
+  kGetSwVersion = 28,
+  kGetSharedStatus = 32,
+  kGetInputMux = 33,
+  kGetUpdateResult = 34,
+  kGetFps = 35,
+  kGetRegFileSize = 36,
+  kNewUpdateVersion = 43,
+};
+
+// One row per command of the board. `word` is the sub-command of melk that
+// sends it; `out` is what follows the code, `back` what the board returns.
+struct HostCommand {
+  Code code;
+  const char* name;
+  const char* word;
+  const char* out;
+  const char* back;
+  const char* help;
+};
+
+std::span<const HostCommand> host_commands();
+const HostCommand& host_command(Code code);
+
+// ---- results ---------------------------------------------------------------
+enum class Trouble {
+  kNone,
+  kSilent,      // the board took nothing, or answered nothing
+  kIncomplete,  // a transfer began and stopped
+  kNoFile,      // the board announced that it has no such file
+  kOutOfStep,   // the board answered something that belongs elsewhere
+  kRefused,     // not sent: the board could only misread it
+};
+
+struct Failure {
+  Trouble trouble = Trouble::kNone;
+  std::string text;
+};
+
+// What came back. An incomplete upload carries both what arrived and a failure.
+template <class T>
+struct Reply {
+  std::optional<T> value;
+  Failure failure;
+
+  bool ok() const { return failure.trouble == Trouble::kNone; }
+};
+
+struct Nothing {};
+using Bytes = std::vector<std::uint8_t>;
+
+// A conversation with one board.
+struct Link {
+  Transport& transport;
+  std::int64_t timeout_us = 20000000;
+  // Called with bytes moved so far and in all, during long transfers.
+  std::function<void(std::size_t, std::size_t)> progress = {};
+  std::size_t stale = 0;  // bytes of earlier conversations that were dropped
+};
+
+// ---- conversations -------------------------------------------------------------
+// A command without parameters and answer.
+Reply<Nothing> send_command(Link& link, Code code);
+// A command that is answered by one byte at once.
+Reply<std::uint8_t> ask_byte(Link& link, Code code);
+
+inline constexpr std::size_t kSmallestConfiguration = 30;
+inline constexpr std::size_t kLargestUpdate = 5000000;
+
+// SEND_HD_CONFIGURATION with a whole file. Fewer than kSmallestConfiguration
+// bytes are refused: the board would read them as commands.
+Reply<Nothing> send_configuration(Link& link, std::span<const std::uint8_t> file);
+// UPDATE_VERSION: the package goes over the link.
+Reply<Nothing> send_update(Link& link, std::span<const std::uint8_t> package);
+// NEW_UPDATE_VERSION: the package goes through the update FIFO of the FPGA, at
+// bytes_per_second of board time, or as fast as it drains when that is 0.
+Reply<Nothing> send_update_by_fpga(Link& link, std::span<const std::uint8_t> package,
+                                   std::int64_t bytes_per_second);
+// A command and a 32-bit number: a size that no data follows, or SET_SPTS.
+Reply<Nothing> send_number(Link& link, Code code, std::uint32_t number);
+
+inline constexpr std::size_t kRtcLength = 12;
+
+// SEND_RTC; the text has kRtcLength characters.
+Reply<Nothing> send_rtc(Link& link, const std::string& text);
+// READ_REG; the device address is in 8-bit form.
+Reply<std::uint8_t> read_reg(Link& link, std::uint8_t device, std::uint8_t reg);
+
+// GET_LOG_FILE1, GET_LOG_FILE2 or GET_MONITOR_FILE.
+Reply<Bytes> fetch_file(Link& link, Code code);
+
+inline constexpr std::size_t kShortRecord = 51;
+inline constexpr std::size_t kFullRecord = 104;
+
+// PREPARE_FPGA_REGISTERS, then the first `count` bytes of the status record.
+// More than kShortRecord needs GET_REG_FILE_SIZE, which is sent first.
+Reply<Bytes> read_record(Link& link, std::size_t count);
+
+struct Status {
+  std::uint8_t status = 0;
+  std::uint8_t cause = 0;
+  std::uint8_t flags = 0;
+  int skipped = 0;  // answers passed over because an earlier reading was cut short
+};
+// GET_STATUS three times.
+Reply<Status> get_status(Link& link);
+// GET_SW_VERSION three times.
+Reply<std::array<std::uint8_t, 3>> get_sw_version(Link& link);
+// GET_FPS twice: the low half of VS_RATE.
+Reply<std::uint16_t> get_fps(Link& link);
+
+// Sends bytes as they are and returns every byte that comes back: during the
+// transfers, and `answers` more, each polled for. Without `answers` one byte is
+// collected if it comes within half a board second.
+Reply<Bytes> send_raw(Link& link, std::span<const std::uint8_t> bytes,
+                      std::optional<std::size_t> answers);
+
+// ---- meanings ------------------------------------------------------------------
+inline constexpr std::uint8_t kStatusWrongSize = 0x9E;
+inline constexpr std::uint8_t kCauseNone = 0x80;
+
+inline bool status_healthy(std::uint8_t status) { return (status & 1) != 0; }
+inline int status_restarts(std::uint8_t status) { return (status >> 1) & 7; }
+std::string describe_status(std::uint8_t status);
+
+// Why the service restarted encode, by code (0x81 to 0x87).
+struct RestartCause {
+  std::uint8_t code;
+  const char* text;
+};
+std::span<const RestartCause> restart_causes();
+const char* describe_cause(std::uint8_t code);
+
+const char* monitor_state_name(std::uint8_t state);
+const char* input_mux_name(std::uint8_t channel);
+
+// Bits of fpga_monitor_flags above the two of the state.
+struct MonitorFlag {
+  std::uint8_t mask;
+  const char* text;
+};
+std::span<const MonitorFlag> monitor_flags();
+std::vector<const char*> set_flags(std::uint8_t flags);
+
+// Fields of the status record, in the order of their bytes.
+enum class ByteOrder { kLowFirst, kHighFirst };
+struct RecordField {
+  std::size_t first;
+  std::size_t last;
+  const char* name;
+  const char* meaning;
+  ByteOrder order = ByteOrder::kLowFirst;
+};
+std::span<const RecordField> record_fields();
+// The field's value; `record` reaches beyond field.last.
+std::uint32_t field_value(std::span<const std::uint8_t> record, const RecordField& field);
+
+inline constexpr std::uint32_t kFrameClock = 1440000;  // frames/s = kFrameClock / VS_RATE
+
+}  // namespace melk

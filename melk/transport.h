@@ -1,0 +1,41 @@
+// The host's end of the link: what a protocol conversation needs of it.
+//
+// The link is full duplex, a byte each way per transfer. What the host clocks
+// out lands in the board's receive queue; what the board answers comes back on
+// a later transfer. All times are board microseconds, so that a conversation
+// runs the same on a live board, a scaled one and in virtual time.
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+
+namespace melk {
+
+class Transport {
+ public:
+  Transport() = default;
+  virtual ~Transport() = default;
+  Transport(const Transport&) = delete;
+  Transport& operator=(const Transport&) = delete;
+
+  // One transfer. True when the board had a byte queued, which then is *in.
+  virtual bool transfer(std::uint8_t out, std::uint8_t* in) = 0;
+
+  // Waits until the board has read every byte sent; false after `us`.
+  virtual bool wait_taken(std::int64_t us) = 0;
+
+  // Waits until the board has queued a byte; false after `us`. 0 only looks.
+  virtual bool wait_answer(std::int64_t us) = 0;
+
+  virtual void pause(std::int64_t us) = 0;
+  virtual std::int64_t now_us() = 0;
+
+  // Puts a block into the update FIFO of the FPGA, in one piece, once there is
+  // room for all of it; false when the FIFO stays full for `us`. A block is at
+  // most kUpdateBlock bytes.
+  virtual bool push_update(const std::uint8_t* data, std::size_t size, std::int64_t us) = 0;
+};
+
+inline constexpr std::size_t kUpdateBlock = 1024;
+
+}  // namespace melk
