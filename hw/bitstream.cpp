@@ -2,7 +2,6 @@
 // request, the bitstream by stream writes, every byte bit-reversed.
 #include "hw/bitstream.h"
 
-#include <stdio_ext.h>
 #include <sys/ioctl.h>
 #include <unistd.h>
 
@@ -95,8 +94,7 @@ static int wait_ready(FILE* device) {
 }
 
 // Sends the file in chunks, reading each chunk back as the device wants it
-// before the next one. Read-ahead is dropped: the device cannot seek back over
-// it, and the next write would be lost.
+// before the next one.
 static void send_bitstream(FILE* device, FILE* file) {
   std::uint8_t chunk[kChunk];
   std::size_t total = 0;
@@ -112,7 +110,6 @@ static void send_bitstream(FILE* device, FILE* file) {
       break;
     }
     std::ignore = fread(chunk, 1, length, device);
-    __fpurge(device);
   }
   printf("Wrote %d configuration bytes to the FPGA\n", static_cast<int>(total));
 }
