@@ -178,6 +178,9 @@ void write_effect(Board& board, std::int64_t now_us, int address, std::uint16_t 
     case kRegDspSpiControl:
       dsp_spi_control(board, now_us, value);
       break;
+    case kRegCaptureLoop:
+      ac3_capture_restart(board, now_us);
+      break;
     default:
       break;
   }
