@@ -1,0 +1,500 @@
+// The world's operations: commands, faults and video standards, each a table.
+#include "vboard/core/world.h"
+
+#include <algorithm>
+#include <charconv>
+#include <cmath>
+#include <iterator>
+#include <optional>
+
+#include "vboard/core/clock.h"
+#include "vboard/models/bus.h"
+#include "vboard/models/fpga.h"
+
+namespace vboard {
+
+namespace {
+
+EncodeCrash encode_crash = nullptr;
+
+// ---- words ---------------------------------------------------------------------
+
+bool fail(std::string& error, const std::string& reason) {
+  error = reason;
+  return false;
+}
+
+std::string quoted(std::string_view text) { return "'" + std::string(text) + "'"; }
+
+Words split(std::string_view line, std::string_view separators) {
+  Words words;
+  std::size_t at = line.find_first_not_of(separators);
+  while (at != std::string_view::npos) {
+    const std::size_t end = std::min(line.find_first_of(separators, at), line.size());
+    words.push_back(line.substr(at, end - at));
+    at = line.find_first_not_of(separators, end);
+  }
+  return words;
+}
+
+template <class T>
+std::optional<T> number(std::string_view text, int base) {
+  T value{};
+  const auto [end, result] = std::from_chars(text.data(), text.data() + text.size(), value, base);
+  if (result != std::errc{} || end != text.data() + text.size()) return std::nullopt;
+  return value;
+}
+
+std::optional<int> whole(std::string_view text) { return number<int>(text, 10); }
+
+// "0x5c" and "5c" are the same address.
+std::optional<int> address(std::string_view text) {
+  if (text.starts_with("0x") || text.starts_with("0X")) text.remove_prefix(2);
+  const std::optional<int> value = number<int>(text, 16);
+  return value && *value >= 0 && *value < kI2cAddresses ? value : std::nullopt;
+}
+
+std::optional<double> decimal(std::string_view text) {
+  double value = 0;
+  const auto [end, result] = std::from_chars(text.data(), text.data() + text.size(), value);
+  if (result != std::errc{} || end != text.data() + text.size() || !std::isfinite(value))
+    return std::nullopt;
+  return value;
+}
+
+// A row of a table whose `name` is `text`, or null.
+template <class Table>
+auto* row(const Table& table, std::string_view text) {
+  const auto found =
+      std::ranges::find(table, text, [](const auto& one) { return std::string_view(one.name); });
+  return found == std::ranges::end(table) ? nullptr : &*found;
+}
+
+template <class Table>
+std::string names(const Table& table) {
+  std::string all;
+  for (const auto& one : table) all += (all.empty() ? "" : ", ") + std::string(one.name);
+  return all;
+}
+
+bool one_of(std::string& error, std::string_view what, std::string_view given,
+            const std::string& known) {
+  return fail(error, std::string(what) + " " + quoted(given) + " is none of " + known);
+}
+
+bool expect(std::string& error, const Words& arguments, std::size_t least, std::size_t most) {
+  if (arguments.size() < least) return fail(error, "an argument is missing");
+  if (arguments.size() > most) return fail(error, quoted(arguments[most]) + " is one too many");
+  return true;
+}
+
+// ---- video -----------------------------------------------------------------------
+
+template <class T>
+struct Named {
+  const char* name;
+  T value;
+};
+
+constexpr Named<VideoSource> kVideoSources[] = {{"component", VideoSource::kComponent},
+                                                {"vga", VideoSource::kVga},
+                                                {"composite", VideoSource::kComposite},
+                                                {"none", VideoSource::kNone}};
+
+// The standards that the capture driver tells apart. It reports bit 54 too, for
+// a standard that nobody asks for.
+constexpr WorldStandard kStandards[] = {
+    {"480i", 48, 29970},       {"576i", 49, 25000},    {"480p", 50, 59940},
+    {"576p", 51, 50000},       {"720p50", 52, 50000},  {"1080i50", 53, 25000},
+    {"720p24", 54, 24000},     {"720p60", 55, 60000},  {"720p59.94", 56, 59940},
+    {"1080i59.94", 57, 29970}, {"1080i60", 58, 30000}, {"1080p24", 59, 24000},
+    {"1080p25", 60, 25000},    {"1080p30", 61, 30000},
+};
+
+constexpr double kLowestFps = 1;
+constexpr double kHighestFps = 240;
+
+bool is_pal_rate(std::uint32_t fps_milli) { return fps_milli % 25000 == 0; }
+
+bool source(Board& board, const Words& arguments, std::string& error) {
+  if (!expect(error, arguments, 1, 1)) return false;
+  const auto* chosen = row(kVideoSources, arguments[0]);
+  if (chosen == nullptr) return one_of(error, "source", arguments[0], names(kVideoSources));
+  board.world.video = chosen->value;
+  board.world.faults.lost_video = VideoSource::kNone;
+  return true;
+}
+
+bool set_standard(Board& board, const Words& arguments, std::string& error) {
+  if (!expect(error, arguments, 1, 1)) return false;
+  World& world = board.world;
+  if (const WorldStandard* standard = row(kStandards, arguments[0])) {
+    world.standard_bit = standard->bit;
+    world.fps_milli = standard->fps_milli;
+  } else {
+    const std::optional<double> fps = decimal(arguments[0]);
+    if (!fps || *fps < kLowestFps || *fps > kHighestFps)
+      return one_of(error, "standard", arguments[0], names(kStandards) + ", a frame rate");
+    world.fps_milli = static_cast<std::uint32_t>(std::lround(*fps * 1000));
+  }
+  world.pal = is_pal_rate(world.fps_milli);
+  return true;
+}
+
+bool captions(Board& board, const Words& arguments, std::string& error) {
+  if (!expect(error, arguments, 1, 1)) return false;
+  if (arguments[0] != "on" && arguments[0] != "off")
+    return one_of(error, "captions", arguments[0], "on, off");
+  board.world.captions = arguments[0] == "on";
+  return true;
+}
+
+// ---- audio -----------------------------------------------------------------------
+
+constexpr Named<AudioSource> kAudioSources[] = {
+    {"digital", AudioSource::kDigital}, {"dsp", AudioSource::kDsp}, {"none", AudioSource::kNone}};
+
+constexpr int kBitRates[] = {32,  40,  48,  56,  64,  80,  96,  112, 128, 160,
+                             192, 224, 256, 320, 384, 448, 512, 576, 640};
+constexpr Named<std::uint8_t> kSampleRates[] = {{"48", 0}, {"44.1", 1}, {"44", 1}, {"32", 2}};
+
+// Fields of the stream that are set by number.
+struct StreamField {
+  const char* name;
+  int highest;
+  std::uint8_t Ac3Stream::*field;
+};
+constexpr StreamField kStreamFields[] = {
+    {"bsid", 31, &Ac3Stream::bsid},          {"bsmod", 7, &Ac3Stream::bsmod},
+    {"acmod", 7, &Ac3Stream::acmod},         {"surround", 3, &Ac3Stream::surround},
+    {"langcode", 255, &Ac3Stream::langcode}, {"fscod", 3, &Ac3Stream::fscod},
+    {"code", 63, &Ac3Stream::frmsizecod},
+};
+
+bool set_bit_rate(Ac3Stream& stream, std::string_view value, std::string& error) {
+  const auto rate = whole(value);
+  const auto* found = std::ranges::find(kBitRates, rate.value_or(0));
+  if (found == std::ranges::end(kBitRates))
+    return fail(error, "bitrate " + quoted(value) + " is no AC-3 rate in kbit/s");
+  stream.frmsizecod = static_cast<std::uint8_t>((found - std::ranges::begin(kBitRates)) * 2);
+  return true;
+}
+
+bool set_stream_value(Ac3Stream& stream, std::string_view key, std::string_view value,
+                      std::string& error) {
+  if (key == "bitrate") return set_bit_rate(stream, value, error);
+  if (key == "rate") {
+    const auto* rate = row(kSampleRates, value);
+    if (rate == nullptr) return one_of(error, "rate", value, names(kSampleRates));
+    stream.fscod = rate->value;
+    return true;
+  }
+  const StreamField* field = row(kStreamFields, key);
+  if (field == nullptr)
+    return one_of(error, "stream value", key, "bitrate, rate, " + names(kStreamFields));
+  const auto number_given = whole(value);
+  if (!number_given || *number_given < 0 || *number_given > field->highest)
+    return fail(error, std::string(key) + " " + quoted(value) + " is not in 0.." +
+                           std::to_string(field->highest));
+  stream.*field->field = static_cast<std::uint8_t>(*number_given);
+  return true;
+}
+
+bool audio(Board& board, const Words& arguments, std::string& error) {
+  if (arguments.empty()) return fail(error, "an argument is missing");
+  const auto* chosen = row(kAudioSources, arguments[0]);
+  if (chosen == nullptr) return one_of(error, "audio", arguments[0], names(kAudioSources));
+  Ac3Stream stream = board.world.ac3;
+  for (std::size_t i = 1; i < arguments.size(); ++i) {
+    for (const std::string_view pair : split(arguments[i], ",")) {
+      const std::size_t equals = pair.find('=');
+      if (equals == std::string_view::npos)
+        return fail(error, quoted(pair) + " is not of the form name=value");
+      if (!set_stream_value(stream, pair.substr(0, equals), pair.substr(equals + 1), error))
+        return false;
+    }
+  }
+  board.world.audio = chosen->value;
+  board.world.ac3 = stream;
+  board.world.faults.lost_audio = AudioSource::kNone;
+  ac3_capture_restart(board, board_now_us());
+  return true;
+}
+
+// ---- encode ----------------------------------------------------------------------
+
+bool crash_encode(Board& board, const Words& arguments, std::string& error) {
+  if (!expect(error, arguments, 0, 0)) return false;
+  if (encode_crash == nullptr) return fail(error, "encode cannot be killed from here");
+  return encode_crash(board, error);
+}
+
+bool encode(Board& board, const Words& arguments, std::string& error) {
+  if (!expect(error, arguments, 1, 1)) return false;
+  if (arguments[0] != "crash") return one_of(error, "encode", arguments[0], "crash");
+  return crash_encode(board, {}, error);
+}
+
+// ---- faults ----------------------------------------------------------------------
+
+// A fault that is one flag.
+template <bool Faults::*flag>
+bool raise(Board& board, const Words& arguments, std::string& error) {
+  if (!expect(error, arguments, 0, 0)) return false;
+  board.world.faults.*flag = true;
+  return true;
+}
+template <bool Faults::*flag>
+bool lower(Board& board, const Words& arguments, std::string& error) {
+  if (!expect(error, arguments, 0, 0)) return false;
+  board.world.faults.*flag = false;
+  return true;
+}
+
+template <bool FpgaState::*flag>
+bool raise(Board& board, const Words& arguments, std::string& error) {
+  if (!expect(error, arguments, 0, 0)) return false;
+  board.fpga.*flag = true;
+  return true;
+}
+template <bool FpgaState::*flag>
+bool lower(Board& board, const Words& arguments, std::string& error) {
+  if (!expect(error, arguments, 0, 0)) return false;
+  board.fpga.*flag = false;
+  return true;
+}
+
+bool lose_video(Board& board, const Words& arguments, std::string& error) {
+  if (!expect(error, arguments, 0, 0)) return false;
+  World& world = board.world;
+  if (world.video != VideoSource::kNone) world.faults.lost_video = world.video;
+  world.video = VideoSource::kNone;
+  return true;
+}
+bool return_video(Board& board, const Words& arguments, std::string& error) {
+  if (!expect(error, arguments, 0, 0)) return false;
+  Faults& faults = board.world.faults;
+  if (faults.lost_video != VideoSource::kNone) board.world.video = faults.lost_video;
+  faults.lost_video = VideoSource::kNone;
+  return true;
+}
+
+bool lose_audio(Board& board, const Words& arguments, std::string& error) {
+  if (!expect(error, arguments, 0, 0)) return false;
+  World& world = board.world;
+  if (world.audio != AudioSource::kNone) world.faults.lost_audio = world.audio;
+  world.audio = AudioSource::kNone;
+  return true;
+}
+bool return_audio(Board& board, const Words& arguments, std::string& error) {
+  if (!expect(error, arguments, 0, 0)) return false;
+  Faults& faults = board.world.faults;
+  if (faults.lost_audio != AudioSource::kNone) {
+    board.world.audio = faults.lost_audio;
+    ac3_capture_restart(board, board_now_us());
+  }
+  faults.lost_audio = AudioSource::kNone;
+  return true;
+}
+
+bool lose_firmware(Board& board, const Words& arguments, std::string& error) {
+  if (!expect(error, arguments, 0, 0)) return false;
+  Ac3DspState& dsp = board.dsp;
+  if (dsp.has_firmware) board.world.faults.lost_firmware = true;
+  dsp.has_firmware = false;
+  dsp.running = false;
+  return true;
+}
+bool return_firmware(Board& board, const Words& arguments, std::string& error) {
+  if (!expect(error, arguments, 0, 0)) return false;
+  Faults& faults = board.world.faults;
+  if (faults.lost_firmware) board.dsp.has_firmware = true;
+  faults.lost_firmware = false;
+  return true;
+}
+
+bool fail_i2c(Board& board, const Words& arguments, std::string& error) {
+  if (!expect(error, arguments, 1, 2)) return false;
+  const auto chip = address(arguments[0]);
+  if (!chip) return fail(error, quoted(arguments[0]) + " is no 7-bit address");
+  int countdown = -1;
+  if (arguments.size() == 2) {
+    countdown = whole(arguments[1]).value_or(0);
+    if (countdown < 1) return fail(error, quoted(arguments[1]) + " is no count of transfers");
+  }
+  board.world.faults.i2c_fail[*chip] = countdown;
+  return true;
+}
+bool mend_i2c(Board& board, const Words& arguments, std::string& error) {
+  if (!expect(error, arguments, 0, 1)) return false;
+  Faults& faults = board.world.faults;
+  if (arguments.empty()) {
+    std::ranges::fill(faults.i2c_fail, 0);
+    return true;
+  }
+  const auto chip = address(arguments[0]);
+  if (!chip) return fail(error, quoted(arguments[0]) + " is no 7-bit address");
+  faults.i2c_fail[*chip] = 0;
+  return true;
+}
+
+bool fail_fpga(Board& board, const Words& arguments, std::string& error) {
+  if (!expect(error, arguments, 0, 1)) return false;
+  Faults& faults = board.world.faults;
+  if (arguments.empty()) {
+    faults.fpga_fail = true;
+    return true;
+  }
+  const auto request = whole(arguments[0]);
+  if (!request || *request < 0) return fail(error, quoted(arguments[0]) + " is no request number");
+  faults.fpga_fail_request = *request;
+  return true;
+}
+bool mend_fpga(Board& board, const Words& arguments, std::string& error) {
+  if (!expect(error, arguments, 0, 1)) return false;
+  board.world.faults.fpga_fail = false;
+  board.world.faults.fpga_fail_request = -1;
+  return true;
+}
+
+constexpr Named<Device> kDevices[] = {
+    {"fpga", Device::kFpga}, {"fpga2", Device::kFpga2},   {"spislave", Device::kSpiSlave},
+    {"i2c", Device::kI2c},   {"video0", Device::kVideo0}, {"gpio", Device::kGpioValue},
+};
+
+bool remove_device(Board& board, const Words& arguments, std::string& error) {
+  if (!expect(error, arguments, 1, 1)) return false;
+  const auto* device = row(kDevices, arguments[0]);
+  if (device == nullptr) return one_of(error, "device", arguments[0], names(kDevices));
+  board.world.faults.missing_devices |= 1u << static_cast<unsigned>(device->value);
+  return true;
+}
+bool return_device(Board& board, const Words& arguments, std::string& error) {
+  if (!expect(error, arguments, 0, 1)) return false;
+  std::uint32_t& missing = board.world.faults.missing_devices;
+  if (arguments.empty()) {
+    missing = 0;
+    return true;
+  }
+  const auto* device = row(kDevices, arguments[0]);
+  if (device == nullptr) return one_of(error, "device", arguments[0], names(kDevices));
+  missing &= ~(1u << static_cast<unsigned>(device->value));
+  return true;
+}
+
+bool delay_nstatus(Board& board, const Words& arguments, std::string& error) {
+  if (!expect(error, arguments, 1, 1)) return false;
+  const auto delay = arguments[0] == "never" ? std::optional(-1) : whole(arguments[0]);
+  if (!delay || *delay < -1)
+    return fail(error, quoted(arguments[0]) + " is neither a count of polls nor 'never'");
+  board.fpga.nstatus_delay = *delay;
+  return true;
+}
+bool restore_nstatus(Board& board, const Words& arguments, std::string& error) {
+  if (!expect(error, arguments, 0, 1)) return false;
+  board.fpga.nstatus_delay = 0;
+  return true;
+}
+
+// A new process comes with the next launch; there is nothing to take back.
+bool nothing_to_undo(Board&, const Words& arguments, std::string& error) {
+  return expect(error, arguments, 0, 0);
+}
+
+using F = Faults;
+
+constexpr WorldFault kFaults[] = {
+    {"video-loss", "", "the video plug is pulled", lose_video, return_video},
+    {"video-freeze", "", "sync is gone and the picture readings stand still",
+     raise<&F::video_freeze>, lower<&F::video_freeze>},
+    {"video-overflow", "", "the video buffer level is beyond its limit", raise<&F::video_overflow>,
+     lower<&F::video_overflow>},
+    {"audio-loss", "", "the audio plug is pulled", lose_audio, return_audio},
+    {"audio-overflow", "", "the audio buffer level is beyond its limit", raise<&F::audio_overflow>,
+     lower<&F::audio_overflow>},
+    {"stall", "", "the video buffer stops moving at its level", raise<&F::stall>, lower<&F::stall>},
+    {"low-buffer", "", "the video buffer never fills", raise<&F::low_buffer>,
+     lower<&F::low_buffer>},
+    {"level-jump", "", "the video buffer settles at another level", raise<&F::level_jump>,
+     lower<&F::level_jump>},
+    {"encode-crash", "", "encode dies at once", crash_encode, nothing_to_undo},
+    {"encode-hang", "", "encode lives and does nothing", raise<&F::encode_hang>,
+     lower<&F::encode_hang>},
+    {"encode-never-alive", "", "encode starts and never reports itself alive",
+     raise<&F::encode_never_alive>, lower<&F::encode_never_alive>},
+    {"no-ac3-sync", "", "the FPGA never captures an AC-3 frame", raise<&F::no_ac3_sync>,
+     lower<&F::no_ac3_sync>},
+    {"wrong-ac3-sync", "", "captured AC-3 frames lack the sync word", raise<&F::wrong_ac3_sync>,
+     lower<&F::wrong_ac3_sync>},
+    {"dsp-dead", "", "the DSP answers nothing and takes no firmware", raise<&F::dsp_dead>,
+     lower<&F::dsp_dead>},
+    {"dsp-no-firmware", "", "the DSP has lost its firmware", lose_firmware, return_firmware},
+    {"dsp-fifo-stuck", "", "the firmware FIFO never drains", raise<&F::dsp_fifo_stuck>,
+     lower<&F::dsp_fifo_stuck>},
+    {"i2c-fail", "ADDR [N]", "transfers to the chip at ADDR fail: all, or the N-th from now",
+     fail_i2c, mend_i2c},
+    {"fpga-fail", "[REQUEST]", "requests of the FPGA driver fail: all, or this number", fail_fpga,
+     mend_fpga},
+    {"missing", "DEVICE", "the device node is gone: fpga fpga2 spislave i2c video0 gpio",
+     remove_device, return_device},
+    {"nstatus", "DELAY|never", "the configuration port shows nSTATUS after DELAY polls",
+     delay_nstatus, restore_nstatus},
+    {"config-broken", "", "loading a bitstream never reaches done",
+     raise<&FpgaState::config_broken>, lower<&FpgaState::config_broken>},
+    {"short-write", "", "the configuration port takes one byte less",
+     raise<&FpgaState::config_short_write>, lower<&FpgaState::config_short_write>},
+};
+
+bool fault(Board& board, const Words& arguments, std::string& error) {
+  if (arguments.empty()) return fail(error, "a fault's name is missing");
+  const WorldFault* chosen = row(kFaults, arguments[0]);
+  if (chosen == nullptr) return one_of(error, "fault", arguments[0], names(kFaults));
+  Words rest(arguments.begin() + 1, arguments.end());
+  const bool off = !rest.empty() && rest.back() == "off";
+  if (off) rest.pop_back();
+  return off ? chosen->clear(board, rest, error) : chosen->set(board, rest, error);
+}
+
+bool faults(Board& board, const Words& arguments, std::string& error) {
+  if (!expect(error, arguments, 1, 1)) return false;
+  if (arguments[0] != "clear") return one_of(error, "faults", arguments[0], "clear");
+  bool done = true;
+  for (const WorldFault& one : kFaults) done = one.clear(board, {}, error) && done;
+  return done;
+}
+
+constexpr WorldCommand kCommands[] = {
+    {"source", "component|vga|composite|none", "plug a video source in, or pull it", source},
+    {"set-standard", "NAME|FPS", "what the video source sends, by name or frames per second",
+     set_standard},
+    {"captions", "on|off", "closed captions in the composite signal", captions},
+    {"audio", "digital|dsp|none [bitrate=KBPS,rate=KHZ,acmod=N,bsid=N,...]",
+     "plug an audio source in, or pull it; describe its AC-3 stream", audio},
+    {"encode", "crash", "kill the running encode", encode},
+    {"fault", "NAME [ARGUMENTS] [off]", "break something, or mend it", fault},
+    {"faults", "clear", "mend everything", faults},
+};
+
+}  // namespace
+
+std::span<const WorldCommand> world_commands() { return kCommands; }
+std::span<const WorldFault> world_faults() { return kFaults; }
+std::span<const WorldStandard> world_standards() { return kStandards; }
+
+void set_encode_crash(EncodeCrash crash) { encode_crash = crash; }
+
+bool world_command(Board& board, std::string_view line, std::string& error) {
+  error.clear();
+  Words words = split(line, " \t\r\n");
+  if (words.empty()) return fail(error, "no command");
+  const WorldCommand* command = row(kCommands, words[0]);
+  if (command == nullptr) return one_of(error, "command", words[0], names(kCommands));
+  words.erase(words.begin());
+  // What has passed so far went by the old world.
+  fpga_advance(board, board_now_us());
+  if (command->run(board, words, error)) return true;
+  error = std::string(command->name) + ": " + error;
+  return false;
+}
+
+}  // namespace vboard

@@ -1,0 +1,54 @@
+// The world outside the board, in words: what is plugged in, what is broken.
+//
+// One line of text is one operation, live from `vboard` or out of a script. The
+// tables are the only list of them; help and completion come from here.
+#pragma once
+
+#include <span>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "vboard/core/board.h"
+
+namespace vboard {
+
+using Words = std::vector<std::string_view>;
+
+struct WorldCommand {
+  const char* name;
+  const char* usage;    // what follows the name
+  const char* meaning;  // one line
+  bool (*run)(Board& board, const Words& arguments, std::string& error);
+};
+
+// A fault is put on with its arguments and taken off with `off` behind them;
+// without arguments `off` takes off every fault of that name.
+struct WorldFault {
+  const char* name;
+  const char* usage;
+  const char* meaning;
+  bool (*set)(Board& board, const Words& arguments, std::string& error);
+  bool (*clear)(Board& board, const Words& arguments, std::string& error);
+};
+
+struct WorldStandard {
+  const char* name;
+  std::uint8_t bit;  // in the mask that the capture driver reports
+  std::uint32_t fps_milli;
+};
+
+std::span<const WorldCommand> world_commands();
+std::span<const WorldFault> world_faults();
+std::span<const WorldStandard> world_standards();
+
+// Does the operation that `line` names. Returns false with a reason in `error`;
+// nothing has changed then. The caller holds the board's lock.
+bool world_command(Board& board, std::string_view line, std::string& error);
+
+// Kills the running encode; set by the program that can. Returns false with a
+// reason.
+using EncodeCrash = bool (*)(Board& board, std::string& error);
+void set_encode_crash(EncodeCrash crash);
+
+}  // namespace vboard
