@@ -62,7 +62,7 @@ static void read_software_version() {
     for (int index = 0; index < kVersionTextSize; ++index) ver[index] = line[index];
     printf("read '%s' OK", line);
   } else {
-    printf("read error");
+    puts("read error");
   }
   fclose(file);
 }

@@ -137,12 +137,12 @@ int main(int argc, char** argv) {
   auto* registers_command = app.add_subcommand("registers", "FPGA registers by name");
 
   std::vector<std::string> world_words;
-  std::vector<CLI::App*> world_commands;
-  for (const WorldOperation& operation : world_operations()) {
+  std::vector<CLI::App*> world_apps;
+  for (const WorldCommand& operation : world_commands()) {
     auto* one = app.add_subcommand(operation.name, operation.meaning);
-    one->footer(std::string("usage: vboard ") + operation.usage);
+    one->footer(std::string("usage: vboard ") + operation.name + " " + operation.usage);
     one->add_option("words", world_words, operation.usage);
-    world_commands.push_back(one);
+    world_apps.push_back(one);
   }
   CLI11_PARSE(app, argc, argv);
 
@@ -165,7 +165,7 @@ int main(int argc, char** argv) {
     Locked hold(*board);
     return show_command->parsed() ? show_board(*board) : show_registers(*board);
   }
-  for (CLI::App* one : world_commands) {
+  for (CLI::App* one : world_apps) {
     if (!one->parsed()) continue;
     world_words.insert(world_words.begin(), one->get_name());
     return change_world(directory, world_words);
