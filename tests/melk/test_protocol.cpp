@@ -1,0 +1,838 @@
+// The host's client against a scripted board: the exact bytes that go out, the
+// answers that come in, what is printed and the exit code.
+//
+// A script lists the bytes that the host clocks out, in order, each with what
+// the board queues once it has taken that byte. A one-byte question is therefore
+// {code, {answer}} followed by the poll {0xA5} that collects the answer.
+#include <gtest/gtest.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cstdio>
+#include <cstdlib>
+#include <deque>
+#include <set>
+#include <string>
+#include <vector>
+
+#include "melk/commands.h"
+#include "melk/protocol.h"
+
+namespace {
+
+using melk::Bytes;
+using melk::Code;
+
+struct Step {
+  std::uint8_t out;
+  Bytes answers = {};
+  bool taken = true;
+};
+
+class ScriptedBoard : public melk::Transport {
+ public:
+  std::deque<Step> script;
+  std::deque<std::uint8_t> queued;
+  Bytes unexpected;  // sent where the script has another byte or none
+  Bytes fifo;        // update FIFO contents, in order of arrival
+  std::vector<std::size_t> fifo_blocks;
+  std::size_t fifo_room = SIZE_MAX;
+  std::int64_t clock_us = 0;
+
+  void add(std::vector<Step> steps) { script.insert(script.end(), steps.begin(), steps.end()); }
+  void add_question(std::uint8_t code, std::uint8_t answer) { add({{code, {answer}}, {0xA5}}); }
+
+  bool transfer(std::uint8_t out, std::uint8_t* in) override {
+    const bool had = !queued.empty();
+    if (had) {
+      *in = queued.front();
+      queued.pop_front();
+    }
+    if (script.empty() || script.front().out != out) {
+      unexpected.push_back(out);
+      taken_ = false;
+      return had;
+    }
+    for (const std::uint8_t byte : script.front().answers) queued.push_back(byte);
+    taken_ = script.front().taken;
+    script.pop_front();
+    return had;
+  }
+  bool wait_taken(std::int64_t us) override { return taken_ || pass(us); }
+  bool wait_answer(std::int64_t us) override { return !queued.empty() || pass(us); }
+  void pause(std::int64_t us) override { pass(us); }
+  std::int64_t now_us() override { return clock_us; }
+  bool push_update(const std::uint8_t* data, std::size_t size, std::int64_t us) override {
+    if (fifo.size() + size > fifo_room) return pass(us);
+    fifo.insert(fifo.end(), data, data + size);
+    fifo_blocks.push_back(size);
+    return true;
+  }
+
+  // Every byte of the script went out, and no other.
+  bool finished() const { return script.empty() && unexpected.empty(); }
+
+ private:
+  bool pass(std::int64_t us) {
+    clock_us += us;
+    return false;
+  }
+  bool taken_ = true;
+};
+
+struct Outcome {
+  int code;
+  std::string out;
+  std::string err;
+};
+
+Outcome run(ScriptedBoard& board, const std::vector<std::string>& words,
+            const melk::Options& options = {}) {
+  char* out_text = nullptr;
+  char* err_text = nullptr;
+  std::size_t out_size = 0;
+  std::size_t err_size = 0;
+  FILE* out = open_memstream(&out_text, &out_size);
+  FILE* err = open_memstream(&err_text, &err_size);
+  const int code = melk::melk_command(board, words, out, err, options);
+  fclose(out);
+  fclose(err);
+  Outcome outcome = {code, std::string(out_text, out_size), std::string(err_text, err_size)};
+  free(out_text);
+  free(err_text);
+  return outcome;
+}
+
+// A file of the host that goes away with the test.
+class HostFile {
+ public:
+  explicit HostFile(const std::string& content = "") {
+    const int fd = mkstemp(path_);
+    EXPECT_EQ(write(fd, content.data(), content.size()), static_cast<ssize_t>(content.size()));
+    close(fd);
+  }
+  ~HostFile() {
+    unlink(path_);
+    unlink((std::string(path_) + ".part").c_str());
+  }
+  HostFile(const HostFile&) = delete;
+  HostFile& operator=(const HostFile&) = delete;
+
+  std::string path() const { return path_; }
+  static std::string content_of(const std::string& path) {
+    FILE* file = fopen(path.c_str(), "rb");
+    if (file == nullptr) return "(none)";
+    std::string content(4096, '\0');
+    content.resize(fread(content.data(), 1, content.size(), file));
+    fclose(file);
+    return content;
+  }
+
+ private:
+  char path_[32] = "/tmp/melk_test_XXXXXX";
+};
+
+bool contains(const std::string& text, const std::string& part) {
+  return text.find(part) != std::string::npos;
+}
+
+// ---- the table -----------------------------------------------------------------
+TEST(Table, codes_unique_and_in_order) {
+  int last = -1;
+  for (const melk::HostCommand& row : melk::host_commands()) {
+    EXPECT_GT(static_cast<int>(row.code), last) << row.name;
+    last = static_cast<int>(row.code);
+  }
+  // 0 to 15, 17, 18, 19, 22, 25, 28, 32 to 36, 43.
+  EXPECT_EQ(melk::host_commands().size(), 16u + 3u + 1u + 1u + 1u + 5u + 1u);
+}
+
+TEST(Table, every_host_command_has_a_sub_command) {
+  const std::vector<std::string> words = melk::sub_command_words();
+  std::set<std::string> known(words.begin(), words.end());
+  EXPECT_EQ(known.size(), words.size());
+  for (const melk::HostCommand& row : melk::host_commands()) {
+    EXPECT_TRUE(known.contains(row.word)) << row.word;
+  }
+  for (const melk::HostCommand& row : melk::host_commands()) known.erase(row.word);
+  EXPECT_EQ(known, (std::set<std::string>{"watch", "raw", "shell"}));
+}
+
+TEST(Table, record_fields_cover_every_byte_once) {
+  std::size_t next = 0;
+  std::set<std::string> names;
+  for (const melk::RecordField& field : melk::record_fields()) {
+    EXPECT_EQ(field.first, next) << field.name;
+    EXPECT_TRUE(names.insert(field.name).second) << field.name;
+    next = field.last + 1;
+  }
+  EXPECT_EQ(next, 104u);
+}
+
+// ---- commands without an answer ---------------------------------------------------
+struct PlainRow {
+  const char* word;
+  std::uint8_t code;
+};
+
+class PlainCommand : public testing::TestWithParam<PlainRow> {};
+
+TEST_P(PlainCommand, sends_its_code_only) {
+  ScriptedBoard board;
+  board.add({{GetParam().code}});
+  const Outcome outcome = run(board, {GetParam().word});
+  EXPECT_EQ(outcome.code, 0);
+  EXPECT_TRUE(board.finished());
+  EXPECT_TRUE(contains(outcome.out, "taken by the board")) << outcome.out;
+}
+
+INSTANTIATE_TEST_SUITE_P(Codes, PlainCommand,
+                         testing::Values(PlainRow{"keep-alive", 0}, PlainRow{"stop-encode", 6},
+                                         PlainRow{"stop-audio", 7}, PlainRow{"temp", 12},
+                                         PlainRow{"make-logs", 14}, PlainRow{"delete-logs", 17},
+                                         PlainRow{"restore-factory", 22},
+                                         PlainRow{"clear-status", 25},
+                                         PlainRow{"reg-file-size", 36}));
+
+// ---- one-byte questions -----------------------------------------------------------
+struct ByteRow {
+  const char* word;
+  std::uint8_t code;
+  std::uint8_t answer;
+  int exit_code;
+  const char* text;
+};
+
+class ByteCommand : public testing::TestWithParam<ByteRow> {};
+
+TEST_P(ByteCommand, collects_the_answer_with_a_poll) {
+  ScriptedBoard board;
+  board.add_question(GetParam().code, GetParam().answer);
+  const Outcome outcome = run(board, {GetParam().word});
+  EXPECT_EQ(outcome.code, GetParam().exit_code);
+  EXPECT_TRUE(board.finished());
+  EXPECT_TRUE(contains(outcome.out, GetParam().text)) << outcome.out;
+}
+
+INSTANTIATE_TEST_SUITE_P(Codes, ByteCommand,
+                         testing::Values(ByteRow{"hd-version", 1, 0x2D, 0, "version 2.13"},
+                                         ByteRow{"monitor-state", 15, 0, 0, "watching"},
+                                         ByteRow{"monitor-state", 15, 3, 0, "stopped"},
+                                         ByteRow{"monitor-state", 15, 9, 0, "idle"},
+                                         ByteRow{"shared-status", 32, 0x5A, 0, "90 (0x5a)"},
+                                         ByteRow{"input-mux", 33, 0, 0, "component"},
+                                         ByteRow{"input-mux", 33, 3, 0, "RGB/VGA"},
+                                         ByteRow{"input-mux", 33, 4, 0, "composite"},
+                                         ByteRow{"update-result", 34, 1, 0, "succeeded"},
+                                         ByteRow{"update-result", 34, 0, 1,
+                                                 "no success on record"}));
+
+// ---- status -------------------------------------------------------------------------
+TEST(Status, three_questions_decoded) {
+  ScriptedBoard board;
+  board.add_question(3, 0x96);  // restarts 3 (bits 1 to 3 of 0x06), not healthy
+  board.add_question(3, 0x83);
+  board.add_question(3, 0x4D);  // I2C 0x40, input 0x08, video 0x04, state 1
+  const Outcome outcome = run(board, {"status"});
+  EXPECT_EQ(outcome.code, 0);
+  EXPECT_TRUE(board.finished());
+  EXPECT_EQ(outcome.out,
+            "status 0x96  not healthy, 3 restarts\n"
+            "cause  0x83  input locked but the video buffer did not move\n"
+            "flags  0x4d  no video input, video buffer not moving, video input not locked, "
+            "I2C error\n");
+}
+
+TEST(Status, json_on_one_line) {
+  ScriptedBoard board;
+  board.add_question(3, 0x91);
+  board.add_question(3, 0x80);
+  board.add_question(3, 0x00);
+  const Outcome outcome = run(board, {"--json", "status"});
+  EXPECT_EQ(outcome.out,
+            "{\"command\":\"status\",\"status\":145,\"healthy\":true,\"status_text\":\"healthy\","
+            "\"cause\":128,\"cause_text\":\"no restart\",\"flags\":0,"
+            "\"flags_text\":[\"watching\"],\"exit\":0}\n");
+}
+
+TEST(Status, out_of_step_reading_is_aligned_and_told) {
+  ScriptedBoard board;
+  board.add_question(3, 0x80);  // rest of a reading that was cut short
+  board.add_question(3, 0x20);
+  board.add_question(3, 0x91);
+  board.add_question(3, 0x84);
+  board.add_question(3, 0x10);
+  const Outcome outcome = run(board, {"status"});
+  EXPECT_EQ(outcome.code, 0);
+  EXPECT_TRUE(board.finished());
+  EXPECT_TRUE(contains(outcome.out, "audio not ok"));
+  EXPECT_TRUE(contains(outcome.err, "2 status bytes of an earlier reading passed over"));
+}
+
+TEST(Status, nonsense_is_reported) {
+  ScriptedBoard board;
+  for (int i = 0; i < 4; ++i) board.add_question(3, 0x00);
+  const Outcome outcome = run(board, {"status"});
+  EXPECT_EQ(outcome.code, 1);
+  EXPECT_TRUE(contains(outcome.err, "out of step (0x00, 0x00)"));
+}
+
+TEST(Status, every_cause_has_a_text) {
+  EXPECT_EQ(melk::restart_causes().size(), 7u);
+  for (int code = 0x81; code <= 0x87; ++code)
+    EXPECT_STRNE(melk::describe_cause(static_cast<std::uint8_t>(code)), "unknown");
+  EXPECT_STREQ(melk::describe_cause(0x80), "no restart");
+  EXPECT_STREQ(melk::describe_cause(0x88), "unknown");
+}
+
+TEST(Status, every_flag_bit_has_a_text) {
+  EXPECT_EQ(melk::set_flags(0x7C).size(), 6u);  // the state and five flags
+  EXPECT_STREQ(melk::set_flags(0x02)[0], "restart");
+}
+
+TEST(Status, wrong_size_answer) {
+  EXPECT_TRUE(contains(melk::describe_status(0x9E), "wrong size"));
+}
+
+// ---- configuration ------------------------------------------------------------------
+std::string config_text(std::size_t size) {
+  std::string text(size, 'x');
+  text.back() = '\n';
+  return text;
+}
+
+void add_config(ScriptedBoard& board, const std::string& text) {
+  for (const char c : text) board.add({{static_cast<std::uint8_t>(c)}});
+}
+
+TEST(SendConfig, code_size_high_byte_first_then_the_file) {
+  const std::string text = config_text(300);  // 300 = 0x0000012C
+  const HostFile file(text);
+  ScriptedBoard board;
+  board.add({{2}, {0x00}, {0x00}, {0x01}, {0x2C}});
+  add_config(board, text);
+  const Outcome outcome = run(board, {"send-config", file.path()});
+  EXPECT_EQ(outcome.code, 0);
+  EXPECT_TRUE(board.finished());
+  EXPECT_TRUE(contains(outcome.out, "sent 300 bytes"));
+}
+
+TEST(SendConfig, wait_asks_for_the_status) {
+  const std::string text = config_text(30);
+  const HostFile file(text);
+  ScriptedBoard board;
+  board.add({{2}, {0}, {0}, {0}, {30}});
+  add_config(board, text);
+  board.add_question(3, 0x90);
+  board.add_question(3, 0x80);
+  board.add_question(3, 0x00);
+  const Outcome outcome = run(board, {"send-config", file.path(), "--wait"});
+  EXPECT_EQ(outcome.code, 0);
+  EXPECT_TRUE(board.finished());
+  EXPECT_TRUE(contains(outcome.out, "status 0x90")) << outcome.out;
+}
+
+TEST(SendConfig, wait_reports_the_wrong_size) {
+  const std::string text = config_text(30);
+  const HostFile file(text);
+  ScriptedBoard board;
+  board.add({{2}, {0}, {0}, {0}, {30}});
+  add_config(board, text);
+  board.add_question(3, 0x9E);
+  board.add_question(3, 0x80);
+  board.add_question(3, 0x00);
+  EXPECT_EQ(run(board, {"send-config", file.path(), "--wait"}).code, 1);
+}
+
+TEST(SendConfig, too_short_is_refused_unsent) {
+  const HostFile file(config_text(29));
+  ScriptedBoard board;
+  const Outcome outcome = run(board, {"send-config", file.path()});
+  EXPECT_EQ(outcome.code, 4);
+  EXPECT_TRUE(board.finished());
+  EXPECT_TRUE(contains(outcome.err, "as commands"));
+}
+
+TEST(SendConfig, forced_short_size_goes_without_data) {
+  const HostFile file(config_text(29));
+  ScriptedBoard board;
+  board.add({{2}, {0}, {0}, {0}, {29}});
+  EXPECT_EQ(run(board, {"send-config", "--force", file.path()}).code, 0);
+  EXPECT_TRUE(board.finished());
+}
+
+TEST(SendConfig, missing_file_sends_nothing) {
+  ScriptedBoard board;
+  const Outcome outcome = run(board, {"send-config", "/nowhere/hd.ini"});
+  EXPECT_EQ(outcome.code, 4);
+  EXPECT_TRUE(board.finished());
+  EXPECT_TRUE(contains(outcome.err, "No such file"));
+}
+
+TEST(SendConfig, board_that_stops_taking_is_incomplete) {
+  const std::string text = config_text(40);
+  const HostFile file(text);
+  ScriptedBoard board;
+  board.add({{2}, {0}, {0}, {0}, {40}, {'x'}, {'x'}, {'x', {}, false}});
+  const Outcome outcome = run(board, {"send-config", file.path()});
+  EXPECT_EQ(outcome.code, 5);
+  EXPECT_TRUE(board.finished());
+  EXPECT_TRUE(contains(outcome.err, "after 2 of 40 bytes")) << outcome.err;
+}
+
+// ---- clock, numbers, registers --------------------------------------------------------
+TEST(SetRtc, twelve_characters_follow) {
+  ScriptedBoard board;
+  board.add(
+      {{4}, {'3'}, {'1'}, {'1'}, {'2'}, {'2'}, {'4'}, {'2'}, {'3'}, {'5'}, {'9'}, {'0'}, {'1'}});
+  EXPECT_EQ(run(board, {"set-rtc", "311224235901"}).code, 0);
+  EXPECT_TRUE(board.finished());
+}
+
+TEST(SetRtc, local_clock_when_no_text_is_given) {
+  ScriptedBoard board;
+  board.add({{4}});
+  for (int i = 0; i < 12; ++i) board.add({{'7'}});
+  melk::Options options;
+  options.local_clock = [] { return std::string(12, '7'); };
+  EXPECT_EQ(run(board, {"set-rtc"}, options).code, 0);
+  EXPECT_TRUE(board.finished());
+}
+
+TEST(SetRtc, other_lengths_are_refused) {
+  ScriptedBoard board;
+  EXPECT_EQ(run(board, {"set-rtc", "12345678901"}).code, 2);
+  EXPECT_EQ(run(board, {"set-rtc", "1234567890123"}).code, 2);
+  EXPECT_EQ(run(board, {"set-rtc"}).code, 2);
+  EXPECT_TRUE(board.finished());
+}
+
+TEST(SetSpts, four_bytes_high_first) {
+  ScriptedBoard board;
+  board.add({{18}, {0x01}, {0x02}, {0x03}, {0x04}});
+  EXPECT_EQ(run(board, {"set-spts", "0x01020304"}).code, 0);
+  EXPECT_TRUE(board.finished());
+}
+
+TEST(ReadReg, two_parameters_and_a_byte) {
+  ScriptedBoard board;
+  board.add({{5}, {0x90}, {0x1F, {0xB1}}, {0xA5}});
+  const Outcome outcome = run(board, {"read-reg", "0x90", "0x1f"});
+  EXPECT_EQ(outcome.code, 0);
+  EXPECT_TRUE(board.finished());
+  EXPECT_TRUE(contains(outcome.out, "7-bit 0x48) register 0x1f = 0xb1")) << outcome.out;
+}
+
+TEST(ReadReg, failed_chip_is_hinted) {
+  ScriptedBoard board;
+  board.add({{5}, {0x90}, {0x00, {0xFD}}, {0xA5}});  // -3 in its low byte
+  EXPECT_TRUE(contains(run(board, {"read-reg", "144", "0"}).out, "did not answer"));
+}
+
+// ---- versions and frame rate ------------------------------------------------------------
+TEST(SwVersion, three_questions) {
+  ScriptedBoard board;
+  board.add_question(28, 1);
+  board.add_question(28, 12);
+  board.add_question(28, 3);
+  const Outcome outcome = run(board, {"sw-version"});
+  EXPECT_EQ(outcome.code, 0);
+  EXPECT_TRUE(board.finished());
+  EXPECT_EQ(outcome.out, "1.12.3\n");
+}
+
+TEST(Fps, high_byte_then_low_byte) {
+  ScriptedBoard board;
+  board.add_question(35, 0xE1);  // 0xE100 = 57600; 1 440 000 / 57600 = 25
+  board.add_question(35, 0x00);
+  const Outcome outcome = run(board, {"fps"});
+  EXPECT_EQ(outcome.code, 0);
+  EXPECT_TRUE(board.finished());
+  EXPECT_EQ(outcome.out, "25.000 frames/s (frame period 57600)\n");
+}
+
+TEST(Fps, blocked_by_a_half_read_version) {
+  ScriptedBoard board;
+  board.add({{35}});  // the shared counter stands at 2: no answer
+  const Outcome outcome = run(board, {"fps"});
+  EXPECT_EQ(outcome.code, 3);
+  EXPECT_TRUE(board.finished());
+  EXPECT_TRUE(contains(outcome.err, "melk raw 28"));
+}
+
+// ---- status record ------------------------------------------------------------------------
+TEST(Registers, prepare_then_51_bytes_by_name) {
+  ScriptedBoard board;
+  board.add({{10}});
+  for (std::uint8_t i = 0; i < 51; ++i) board.add_question(9, i);
+  const Outcome outcome = run(board, {"--json", "registers"});
+  EXPECT_EQ(outcome.code, 0);
+  EXPECT_TRUE(board.finished());
+  // Bytes hold their own index: 2, 3 high first = 0x0203; 5 to 8 low first = 0x08070605.
+  EXPECT_TRUE(contains(outcome.out, "\"fpga_hw_version\":515,")) << outcome.out;
+  EXPECT_TRUE(contains(outcome.out, "\"vs_overall\":134678021,"));
+  EXPECT_TRUE(contains(outcome.out, "\"vi_buff\":3597,"));         // 0x0E0D
+  EXPECT_TRUE(contains(outcome.out, "\"ts_mux_status\":12849}"));  // 0x3231, the last field
+}
+
+TEST(Registers, full_record_asks_for_104_first) {
+  ScriptedBoard board;
+  board.add({{36}, {10}});
+  for (std::uint8_t i = 0; i < 104; ++i) board.add_question(9, i);
+  const Outcome outcome = run(board, {"registers", "--full"});
+  EXPECT_EQ(outcome.code, 0);
+  EXPECT_TRUE(board.finished());
+  EXPECT_TRUE(contains(outcome.out, "encode_284"));
+  EXPECT_TRUE(contains(outcome.out, "0x67666564"));  // bytes 100 to 103
+}
+
+TEST(Registers, silence_in_the_record_is_incomplete) {
+  ScriptedBoard board;
+  board.add({{10}});
+  board.add_question(9, 1);
+  board.add({{9}});
+  const Outcome outcome = run(board, {"registers"});
+  EXPECT_EQ(outcome.code, 5);
+  EXPECT_TRUE(board.finished());
+  EXPECT_TRUE(contains(outcome.err, "after 1 of 51 bytes"));
+}
+
+// ---- uploads ----------------------------------------------------------------------------------
+// The command and the poll for the first byte; each poll then collects one byte
+// and asks for the next, and one poll more collects the last.
+void add_upload(ScriptedBoard& board, std::uint8_t code, const Bytes& bytes) {
+  board.add({{code}});
+  for (const std::uint8_t byte : bytes) board.add({{0xA5, {byte}}});
+  board.add({{0xA5}});
+}
+
+TEST(Log, five_byte_file) {
+  const HostFile file;
+  ScriptedBoard board;
+  add_upload(board, 8, {0, 0, 0, 5, 'h', 'e', 'l', 'l', 'o'});
+  const Outcome outcome = run(board, {"log", "1", "-o", file.path()});
+  EXPECT_EQ(outcome.code, 0);
+  EXPECT_TRUE(board.finished());
+  EXPECT_EQ(HostFile::content_of(file.path()), "hello");
+}
+
+TEST(Log, second_log_has_its_own_code) {
+  const HostFile file;
+  ScriptedBoard board;
+  add_upload(board, 13, {0, 0, 0, 1, 'x'});
+  EXPECT_EQ(run(board, {"log", "2", "-o", file.path()}).code, 0);
+  EXPECT_TRUE(board.finished());
+}
+
+TEST(Log, size_is_high_byte_first) {
+  const HostFile file;
+  ScriptedBoard board;
+  Bytes bytes = {0, 0, 1, 2};  // 258
+  bytes.resize(4 + 258, 'z');
+  add_upload(board, 8, bytes);
+  EXPECT_EQ(run(board, {"log", "1", "-o", file.path()}).code, 0);
+  EXPECT_TRUE(board.finished());
+  EXPECT_EQ(HostFile::content_of(file.path()), std::string(258, 'z'));
+}
+
+TEST(Log, empty_file_is_done) {
+  const HostFile file("old");
+  ScriptedBoard board;
+  add_upload(board, 8, {0, 0, 0, 0});
+  EXPECT_EQ(run(board, {"log", "1", "-o", file.path()}).code, 0);
+  EXPECT_TRUE(board.finished());
+  EXPECT_EQ(HostFile::content_of(file.path()), "");
+}
+
+TEST(Log, missing_on_the_board) {
+  const HostFile file("old");
+  ScriptedBoard board;
+  add_upload(board, 8, {0xFF, 0xFF, 0xFF, 0xFF});
+  const Outcome outcome = run(board, {"log", "1", "-o", file.path()});
+  EXPECT_EQ(outcome.code, 1);
+  EXPECT_TRUE(board.finished());
+  EXPECT_TRUE(contains(outcome.err, "0xFFFFFFFF"));
+  EXPECT_EQ(HostFile::content_of(file.path()), "old");
+}
+
+TEST(Log, short_upload_keeps_the_part) {
+  const HostFile file("old");
+  ScriptedBoard board;
+  add_upload(board, 8, {0, 0, 0, 5, 'h', 'e'});
+  const Outcome outcome = run(board, {"log", "1", "-o", file.path()});
+  EXPECT_EQ(outcome.code, 5);
+  EXPECT_TRUE(board.finished());
+  EXPECT_TRUE(contains(outcome.err, "after 2 of 5 bytes")) << outcome.err;
+  EXPECT_EQ(HostFile::content_of(file.path()), "old");
+  EXPECT_EQ(HostFile::content_of(file.path() + ".part"), "he");
+}
+
+TEST(Log, silence_in_the_size) {
+  const HostFile file;
+  ScriptedBoard board;
+  add_upload(board, 8, {0, 0});
+  EXPECT_EQ(run(board, {"log", "1", "-o", file.path()}).code, 5);
+  EXPECT_TRUE(board.finished());
+}
+
+TEST(Log, silence_before_the_size) {
+  const HostFile file;
+  ScriptedBoard board;
+  board.add({{8}, {0xA5}});
+  EXPECT_EQ(run(board, {"log", "1", "-o", file.path()}).code, 3);
+  EXPECT_TRUE(board.finished());
+}
+
+TEST(Log, unwritable_output_is_a_local_fault) {
+  ScriptedBoard board;
+  add_upload(board, 8, {0, 0, 0, 1, 'x'});
+  EXPECT_EQ(run(board, {"log", "1", "-o", "/nowhere/log"}).code, 4);
+}
+
+TEST(MonitorFile, printed_without_an_output) {
+  ScriptedBoard board;
+  add_upload(board, 19, {0, 0, 0, 3, 'o', 'k', '\n'});
+  const Outcome outcome = run(board, {"monitor-file"});
+  EXPECT_EQ(outcome.code, 0);
+  EXPECT_TRUE(board.finished());
+  EXPECT_EQ(outcome.out, "ok\n");
+}
+
+// ---- updates
+// -------------------------------------------------------------------------------------
+TEST(Update, over_the_link) {
+  const HostFile file("abc");
+  ScriptedBoard board;
+  board.add({{11}, {0}, {0}, {0}, {3}, {'a'}, {'b'}, {'c'}});
+  EXPECT_EQ(run(board, {"update", file.path()}).code, 0);
+  EXPECT_TRUE(board.finished());
+}
+
+TEST(Update, wait_asks_for_the_result) {
+  const HostFile file("abc");
+  for (const std::uint8_t result : Bytes{1, 0}) {
+    ScriptedBoard board;
+    board.add({{11}, {0}, {0}, {0}, {3}, {'a'}, {'b'}, {'c'}});
+    board.add_question(34, result);
+    EXPECT_EQ(run(board, {"update", file.path(), "--wait"}).code, result == 1 ? 0 : 1);
+    EXPECT_TRUE(board.finished());
+  }
+}
+
+TEST(Update, even_size_through_the_fpga_is_its_own_words) {
+  const HostFile file("abcd");
+  ScriptedBoard board;
+  board.add({{43}, {0}, {0}, {0}, {4}});
+  EXPECT_EQ(run(board, {"update", "--via-fpga", file.path()}).code, 0);
+  EXPECT_TRUE(board.finished());
+  EXPECT_EQ(board.fifo, (Bytes{'a', 'b', 'c', 'd'}));
+}
+
+TEST(Update, odd_size_through_the_fpga_has_a_word_more) {
+  // The board reads words at 0, 2 and 4, and one more: 8 bytes for 5.
+  const HostFile file("abcde");
+  ScriptedBoard board;
+  board.add({{43}, {0}, {0}, {0}, {5}});
+  EXPECT_EQ(run(board, {"update", "--via-fpga", file.path()}).code, 0);
+  EXPECT_EQ(board.fifo, (Bytes{'a', 'b', 'c', 'd', 'e', 0, 0, 0}));
+}
+
+TEST(Update, last_words_enter_the_fifo_together) {
+  // 1023 bytes: 1026 with the words after them, as 512 and 514.
+  const HostFile file(std::string(1023, 'p'));
+  ScriptedBoard board;
+  board.add({{43}, {0}, {0}, {3}, {0xFF}});
+  EXPECT_EQ(run(board, {"update", "--via-fpga", file.path()}).code, 0);
+  EXPECT_EQ(board.fifo_blocks, (std::vector<std::size_t>{512, 514}));
+}
+
+TEST(Update, rate_paces_the_fifo) {
+  const HostFile file(std::string(1000, 'p'));
+  ScriptedBoard board;
+  board.add({{43}, {0}, {0}, {3}, {0xE8}});
+  EXPECT_EQ(run(board, {"update", "--via-fpga", "--rate", "500", file.path()}).code, 0);
+  EXPECT_EQ(board.clock_us, 2000000);  // 1000 bytes at 500 a second
+}
+
+TEST(Update, full_fifo_is_incomplete) {
+  const HostFile file(std::string(2000, 'p'));
+  ScriptedBoard board;
+  board.fifo_room = 600;
+  board.add({{43}, {0}, {0}, {7}, {0xD0}});
+  const Outcome outcome = run(board, {"update", "--via-fpga", file.path()});
+  EXPECT_EQ(outcome.code, 5);
+  EXPECT_TRUE(contains(outcome.err, "after 512 of 2000 bytes")) << outcome.err;
+}
+
+TEST(Update, empty_package_is_a_size_of_0) {
+  const HostFile file;
+  ScriptedBoard board;
+  board.add({{11}, {0}, {0}, {0}, {0}});
+  EXPECT_EQ(run(board, {"update", file.path()}).code, 0);
+  EXPECT_TRUE(board.finished());
+}
+
+TEST(Update, too_large_is_refused_unless_forced) {
+  const HostFile file;
+  ASSERT_EQ(truncate(file.path().c_str(), 5000001), 0);
+  ScriptedBoard board;
+  EXPECT_EQ(run(board, {"update", file.path()}).code, 4);
+  EXPECT_EQ(run(board, {"update", "--via-fpga", file.path()}).code, 4);
+  board.add({{11}, {0x00}, {0x4C}, {0x4B}, {0x41}});  // 5 000 001 = 0x004C4B41
+  EXPECT_EQ(run(board, {"update", "--force", file.path()}).code, 0);
+  EXPECT_TRUE(board.finished());
+}
+
+// ---- silence and leftovers ----------------------------------------------------------------------
+TEST(Silence, command_not_taken) {
+  ScriptedBoard board;
+  board.add({{0, {}, false}});
+  const Outcome outcome = run(board, {"keep-alive"});
+  EXPECT_EQ(outcome.code, 3);
+  EXPECT_EQ(board.clock_us, 20000000);
+  EXPECT_TRUE(contains(outcome.err, "did not take KEEP_ALIVE within 20 s"));
+}
+
+TEST(Silence, question_not_answered) {
+  ScriptedBoard board;
+  board.add({{1}});
+  const Outcome outcome = run(board, {"--timeout", "3", "hd-version"});
+  EXPECT_EQ(outcome.code, 3);
+  EXPECT_EQ(board.clock_us, 3000000);
+  EXPECT_TRUE(contains(outcome.err, "did not answer within 3 s"));
+}
+
+TEST(Silence, json_names_the_error) {
+  ScriptedBoard board;
+  board.add({{1}});
+  const Outcome outcome = run(board, {"hd-version", "--json"});
+  EXPECT_TRUE(contains(outcome.out, "{\"command\":\"hd-version\",\"error\":\"silent: "));
+  EXPECT_TRUE(contains(outcome.out, "\"exit\":3}\n"));
+}
+
+TEST(Leftovers, stale_byte_is_dropped_and_told) {
+  ScriptedBoard board;
+  board.queued.push_back(0x77);
+  board.add({{0xA5}});
+  board.add_question(1, 0x2D);
+  const Outcome outcome = run(board, {"hd-version"});
+  EXPECT_EQ(outcome.code, 0);
+  EXPECT_TRUE(board.finished());
+  EXPECT_TRUE(contains(outcome.out, "version 2.13"));
+  EXPECT_TRUE(contains(outcome.err, "1 bytes of an earlier conversation"));
+}
+
+TEST(Leftovers, running_upload_is_left_alone) {
+  ScriptedBoard board;
+  board.queued.push_back(0x77);
+  for (int i = 0; i < 40; ++i) board.add({{0xA5, {0x77}}});
+  const Outcome outcome = run(board, {"hd-version"});
+  EXPECT_EQ(outcome.code, 1);
+  EXPECT_TRUE(board.unexpected.empty());
+  EXPECT_TRUE(contains(outcome.err, "middle of an upload"));
+}
+
+// ---- raw, watch, shell, usage
+// ----------------------------------------------------------------------
+TEST(Raw, no_answer_no_poll) {
+  ScriptedBoard board;
+  board.add({{200}});
+  const Outcome outcome = run(board, {"raw", "200"});
+  EXPECT_EQ(outcome.code, 0);
+  EXPECT_TRUE(board.finished());
+  EXPECT_EQ(outcome.out, "no answer\n");
+}
+
+TEST(Raw, answer_is_collected) {
+  ScriptedBoard board;
+  board.add_question(28, 0x0C);
+  const Outcome outcome = run(board, {"raw", "28"});
+  EXPECT_TRUE(board.finished());
+  EXPECT_EQ(outcome.out, "0c\n");
+}
+
+TEST(Raw, several_bytes_and_answers) {
+  ScriptedBoard board;
+  add_upload(board, 8, {0, 0, 0, 5});
+  const Outcome outcome = run(board, {"raw", "8", "0xA5", "--answers", "4"});
+  EXPECT_EQ(outcome.code, 0);
+  EXPECT_TRUE(board.finished());
+  EXPECT_EQ(outcome.out, "00 00 00 05\n");
+}
+
+void add_reading(ScriptedBoard& board, std::uint8_t state, std::uint8_t status) {
+  board.add_question(15, state);
+  board.add_question(3, status);
+  board.add_question(3, 0x80);
+  board.add_question(3, state);
+}
+
+TEST(Watch, one_line_per_change) {
+  ScriptedBoard board;
+  add_reading(board, 0, 0x91);
+  add_reading(board, 0, 0x91);
+  add_reading(board, 1, 0x90);
+  const Outcome outcome = run(board, {"watch", "--count", "3", "--interval", "2", "--no-levels"});
+  EXPECT_EQ(outcome.code, 0);
+  EXPECT_TRUE(board.finished());
+  EXPECT_EQ(outcome.out,
+            "     0.000 s  watching       status 0x91 healthy | cause 0x80 no restart | "
+            "flags 0x00 watching\n"
+            "     4.000 s  no video input status 0x90 not healthy | cause 0x80 no restart | "
+            "flags 0x01 no video input\n");
+}
+
+TEST(Watch, levels_come_from_the_record) {
+  ScriptedBoard board;
+  add_reading(board, 0, 0x91);
+  board.add({{10}});
+  for (std::uint8_t i = 0; i < 25; ++i) board.add_question(9, i);
+  const Outcome outcome = run(board, {"watch", "--count", "1", "--json"});
+  EXPECT_TRUE(board.finished());
+  // Bytes 13, 14 = 0x0E0D and 23, 24 = 0x1817.
+  EXPECT_TRUE(contains(outcome.out, "\"video_level\":3597,\"audio_level\":6167}")) << outcome.out;
+}
+
+TEST(Watch, silence_ends_it) {
+  ScriptedBoard board;
+  board.add({{15}});
+  EXPECT_EQ(run(board, {"watch"}).code, 3);
+}
+
+TEST(Shell, runs_lines_and_keeps_the_first_failure) {
+  ScriptedBoard board;
+  board.add({{0}});
+  board.add_question(34, 0);
+  board.add_question(1, 0x2D);
+  char lines[] = "keep-alive\n\n# a comment\nupdate-result # failed\n'hd-version'\nquit\ntemp\n";
+  melk::Options options;
+  options.in = fmemopen(lines, sizeof lines - 1, "r");
+  const Outcome outcome = run(board, {"shell"}, options);
+  fclose(options.in);
+  EXPECT_EQ(outcome.code, 1);
+  EXPECT_TRUE(board.finished());
+  EXPECT_TRUE(contains(outcome.out, "version 2.13"));
+}
+
+TEST(Usage, wrong_words_exit_2) {
+  ScriptedBoard board;
+  EXPECT_EQ(run(board, {}).code, 2);
+  EXPECT_EQ(run(board, {"fly"}).code, 2);
+  EXPECT_EQ(run(board, {"status", "extra"}).code, 2);
+  EXPECT_EQ(run(board, {"read-reg", "256", "0"}).code, 2);
+  EXPECT_EQ(run(board, {"log", "3", "-o", "x"}).code, 2);
+  EXPECT_EQ(run(board, {"set-spts", "4294967296"}).code, 2);
+  EXPECT_TRUE(board.finished());
+}
+
+TEST(Usage, every_sub_command_has_help) {
+  ScriptedBoard board;
+  for (const std::string& word : melk::sub_command_words()) {
+    const Outcome outcome = run(board, {word, "--help"});
+    EXPECT_EQ(outcome.code, 0) << word;
+    EXPECT_TRUE(contains(outcome.out, "Usage: melk " + word)) << outcome.out;
+  }
+  EXPECT_TRUE(board.finished());
+}
+
+}  // namespace
