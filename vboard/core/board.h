@@ -42,6 +42,7 @@ struct LinkFifo {
 struct LinkState {
   LinkFifo to_board;
   LinkFifo to_host;
+  bool settled = true;     // the board is done with the bytes it took
   std::uint32_t event = 0;  // futex word, moves with every change of either FIFO
 };
 
@@ -259,7 +260,6 @@ struct Board {
   Dix4192State dix4192;
   Ac3CaptureState ac3_capture;
   SmallChipState chip7353;
-  SmallChipState clock_1c;
   SmallChipState clock_55;
   PllState pll;
   GpioState gpio;

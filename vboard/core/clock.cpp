@@ -41,7 +41,8 @@ struct Participant {
   std::condition_variable wake;
 };
 // Grows only, so references stay valid; never destroyed, for threads outlive main.
-std::deque<Participant>* participants_ = new std::deque<Participant>;
+// Constant at load time: a preloaded board attaches before initialisers run.
+std::deque<Participant>* participants_ = nullptr;
 std::deque<Participant>& participants() { return *participants_; }
 std::uint64_t next_ticket = 0;
 bool stopping = false;  // the run is over; only main goes on, to say so
@@ -57,7 +58,7 @@ bool came_true(WaitFor what) {
     case WaitFor::kHostBytes:
       return link.to_board.head != link.to_board.tail;
     case WaitFor::kBoardTook:
-      return link.to_board.head == link.to_board.tail;
+      return link.to_board.head == link.to_board.tail && link.settled;
     case WaitFor::kAnswer:
       return link.to_host.head != link.to_host.tail;
   }
@@ -229,7 +230,7 @@ void leave_thread() {
 
 const char* thread_name() {
   std::unique_lock<std::mutex> held(baton);
-  return participants().empty() ? "main" : participants()[static_cast<std::size_t>(self)].name;
+  return participants_ == nullptr ? "main" : participants()[static_cast<std::size_t>(self)].name;
 }
 
 }  // namespace vboard

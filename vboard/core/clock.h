@@ -16,7 +16,7 @@ namespace vboard {
 enum class WaitFor {
   kNothing,    // only the deadline
   kHostBytes,  // the board has bytes from the host to read
-  kBoardTook,  // the board has read every byte that the host sent
+  kBoardTook,  // the board has read every byte that the host sent, and gone on
   kAnswer,     // the host has a byte from the board to collect
 };
 

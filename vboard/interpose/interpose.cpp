@@ -219,6 +219,19 @@ auto on_board(std::int64_t cost_us, Call call) {
   return result;
 }
 
+// The board reads the link in gulps of which it keeps the first byte, so the host
+// must not send on before the gulp is over: until the thread that took a byte
+// does something else.
+thread_local bool took_host_bytes = false;
+
+void settle_link() {
+  if (!took_host_bytes) return;
+  took_host_bytes = false;
+  Locked hold(*seam().board);
+  seam().board->link.settled = true;
+  link_changed(*seam().board);
+}
+
 long gpio_write(Board& board, const Handle& handle, const std::uint8_t* data, std::size_t size) {
   if (size != 2 || data[1] != 0) violation(board, "gpio write of %zu bytes", size);
   board.gpio.value[handle.number] = size > 0 && data[0] == '1';
@@ -230,6 +243,7 @@ long device_read(const Handle& handle, std::uint8_t* data, std::size_t size) {
   if (call_fails("read", handle.path)) return -1;
   if (handle.device == Device::kSpiSlave && !handle.nonblocking)
     board_wait(WaitFor::kHostBytes, kForever);
+  if (handle.device == Device::kSpiSlave) took_host_bytes = true;
   return on_board(kLinkCost_us, [&](Board& board, std::int64_t) -> long {
     switch (handle.device) {
       case Device::kSpiSlave:
@@ -246,6 +260,7 @@ long device_read(const Handle& handle, std::uint8_t* data, std::size_t size) {
 }
 
 long device_write(const Handle& handle, const std::uint8_t* data, std::size_t size) {
+  settle_link();
   if (call_fails("write", handle.path)) return -1;
   return on_board(kLinkCost_us, [&](Board& board, std::int64_t) -> long {
     switch (handle.device) {
@@ -308,6 +323,7 @@ std::int64_t request_cost(const Handle& handle, unsigned long request, void* arg
 }
 
 int device_request(int fd, const Handle& handle, unsigned long request, void* argument) {
+  settle_link();
   if (call_fails("ioctl", handle.path + " " + std::to_string(request))) return -1;
   return on_board(request_cost(handle, request, argument),
                   [&](Board& board, std::int64_t now_us) -> int {
@@ -373,6 +389,7 @@ int stream_fd(FILE* stream) {
 
 FILE* seam_fopen(const char* path, const char* mode) {
   if (!active()) return real::fopen(path, mode);
+  settle_link();
   int number = 0;
   const Device device = device_of(path, &number);
   if (device != Device::kNone) return open_device_stream(path, device, number, mode);
@@ -445,6 +462,7 @@ int link_descriptor(int count, const fd_set* set) {
 int seam_select(int count, fd_set* read, fd_set* write, fd_set* except, timeval* timeout) {
   const int fd = link_descriptor(count, read);
   if (fd < 0) return real::select(count, read, write, except, timeout);
+  settle_link();
   if (call_fails("select", "/dev/spislave")) return -1;
   const std::int64_t limit_us =
       timeout == nullptr ? kForever
@@ -458,6 +476,7 @@ int seam_select(int count, fd_set* read, fd_set* write, fd_set* except, timeval*
 }
 
 int seam_wait(std::int64_t microseconds) {
+  settle_link();
   trace("wait %lld", static_cast<long long>(microseconds));
   board_wait(WaitFor::kNothing, microseconds);
   return 0;
@@ -531,6 +550,7 @@ int shell_without_processes(const std::string& command) {
 
 int seam_system(const char* command) {
   if (!active() || command == nullptr) return real::system(command);
+  settle_link();
   if (call_fails("system", command)) return -1;
   trace("shell %s", command);
   heartbeat();

@@ -32,7 +32,8 @@ struct TraceFile {
   char buffer[1 << 16];
   std::size_t used = 0;
 };
-TraceFile* trace_file = new TraceFile;
+// Made on demand: the start below runs before initialisers do.
+TraceFile* trace_file = nullptr;
 
 void flush_trace() {
   std::size_t done = 0;
@@ -61,6 +62,7 @@ void append_trace(const char* clean) {
 }
 
 void open_trace(const char* path) {
+  trace_file = new TraceFile;
   trace_file->fd = real::open(path, O_WRONLY | O_CREAT | O_APPEND | O_CLOEXEC, 0666);
   if (trace_file->fd < 0) {
     fprintf(stderr, "vboard: cannot open trace file %s: %s\n", path, strerror(errno));
@@ -70,6 +72,7 @@ void open_trace(const char* path) {
 }
 
 void at_exit() {
+  if (trace_file == nullptr) return;
   std::lock_guard<std::mutex> hold(trace_file->lock);
   if (trace_file->fd >= 0) flush_trace();
 }

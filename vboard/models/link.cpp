@@ -46,7 +46,9 @@ void trace_bytes(const char* what, const std::uint8_t* data, std::size_t size) {
 long link_board_read(Board& board, std::uint8_t* data, std::size_t size) {
   std::size_t got = 0;
   while (got < size && take(board.link.to_board, data + got)) ++got;
+  board.link.settled = got == 0;
   if (got == 0) {
+    link_changed(board);
     errno = EAGAIN;
     return -1;
   }
