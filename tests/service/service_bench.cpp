@@ -1,0 +1,83 @@
+// The whole service in the test's process; see the header.
+#include "tests/service/service_bench.h"
+
+#include <fstream>
+#include <iterator>
+
+#include "app/service.h"
+#include "vboard/models/bus.h"
+
+using namespace vboard;
+
+namespace {
+
+constexpr std::int64_t kTakenLimit_us = 60'000'000;
+constexpr std::int64_t kAnswerLimit_us = 1'000'000;
+constexpr int kSendHdConfiguration = 2;
+
+}  // namespace
+
+void Host::send(const std::vector<int>& bytes) {
+  for (const int byte : bytes) {
+    transport_.wait_taken(kTakenLimit_us);
+    Board& board = board_of_process();
+    Locked hold(board);
+    LinkFifo& fifo = board.link.to_board;
+    fifo.data[fifo.head++ % kLinkDepth] = static_cast<std::uint8_t>(byte);
+    link_changed(board);
+  }
+  transport_.wait_taken(kTakenLimit_us);
+}
+
+std::vector<int> Host::take() {
+  std::vector<int> bytes;
+  Board& board = board_of_process();
+  Locked hold(board);
+  LinkFifo& fifo = board.link.to_host;
+  while (fifo.head != fifo.tail) bytes.push_back(fifo.data[fifo.tail++ % kLinkDepth]);
+  return bytes;
+}
+
+std::vector<int> Host::ask(int code) {
+  send({code});
+  transport_.wait_answer(kAnswerLimit_us);
+  return take();
+}
+
+void Host::send_config(const std::string& text) {
+  const auto size = static_cast<std::uint32_t>(text.size());
+  std::vector<int> bytes = {kSendHdConfiguration};
+  for (int shift = 24; shift >= 0; shift -= 8)
+    bytes.push_back(static_cast<int>(size >> shift & 0xFF));
+  for (const char c : text) bytes.push_back(static_cast<unsigned char>(c));
+  send(bytes);
+}
+
+bool ServiceBench::run(double seconds, const std::function<void(Host&)>& host,
+                       int monitor_disabled) {
+  bench.beside("host", [&host] {
+    Host end(board_of_process());
+    host(end);
+  });
+  return bench.run_for(static_cast<std::int64_t>(seconds * 1e6),
+                       [monitor_disabled] { prog602(monitor_disabled); });
+}
+
+std::string example_config() {
+  std::ifstream file(SOURCE_DIRECTORY "/packaging/hd.ini");
+  return {std::istreambuf_iterator<char>(file), {}};
+}
+
+std::string example_config_with(const std::vector<std::pair<std::string, int>>& changes) {
+  std::string text = example_config();
+  for (const auto& [key, value] : changes) {
+    const std::string line = key + "=" + std::to_string(value) + "\n";
+    const std::size_t at = text.find("\n" + key + "=");
+    if (at == std::string::npos) {
+      text += line;
+    } else {
+      text.replace(at + 1, text.find('\n', at + 1) - at, line);
+    }
+  }
+  return text;
+}
