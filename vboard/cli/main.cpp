@@ -134,7 +134,14 @@ int main(int argc, char** argv) {
       ->capture_default_str();
 
   auto* show_command = app.add_subcommand("show", "the board as it stands: world, chips, encode");
+  bool register_map = false;
   auto* registers_command = app.add_subcommand("registers", "FPGA registers by name");
+  registers_command->add_flag("--markdown", register_map,
+                              "the register map as a Markdown table, without values");
+  bool operations_markdown = false;
+  auto* operations_command =
+      app.add_subcommand("operations", "what the world can do: commands, faults, standards");
+  operations_command->add_flag("--markdown", operations_markdown, "as Markdown tables");
 
   std::vector<std::string> world_words;
   std::vector<CLI::App*> world_apps;
@@ -155,6 +162,8 @@ int main(int argc, char** argv) {
   }
   if (shell_command->parsed()) return shell(directory, shell_options, shell_program);
   if (demo_command->parsed()) return demo(demo_options);
+  if (operations_command->parsed()) return print_operations(operations_markdown);
+  if (registers_command->parsed() && register_map) return print_register_map();
   if (show_command->parsed() || registers_command->parsed()) {
     std::string problem;
     const BoardDirectory place(directory);

@@ -2,9 +2,11 @@
 #include "vboard/cli/show.h"
 
 #include <cstdio>
+#include <string>
 
 #include "hw/fpga_registers.h"
 #include "vboard/core/clock.h"
+#include "vboard/core/world.h"
 
 namespace vboard {
 
@@ -36,6 +38,47 @@ const char* name_of(AudioSource source) {
   return "?";
 }
 
+const char* name_of(RegAccess access) {
+  switch (access) {
+    case RegAccess::kRead:
+      return "R";
+    case RegAccess::kWrite:
+      return "W";
+    case RegAccess::kReadWrite:
+      return "R/W";
+    case RegAccess::kLatch:
+      return "latch";
+  }
+  return "?";
+}
+
+// A bar inside a Markdown table cell would end the cell.
+std::string cell(const std::string& text) {
+  std::string escaped;
+  for (const char c : text) escaped += c == '|' ? "\\|" : std::string(1, c);
+  return escaped;
+}
+
+void print_operation(bool markdown, const std::string& invocation, const char* meaning) {
+  if (markdown)
+    printf("| `%s` | %s |\n", cell(invocation).c_str(), cell(meaning).c_str());
+  else
+    printf("  %-40s %s\n", invocation.c_str(), meaning);
+}
+
+void print_heading(bool markdown, const char* first, const char* second) {
+  if (markdown)
+    printf("| %s | %s |\n|---|---|\n", first, second);
+  else
+    printf("%s\n", first);
+}
+
+// "fault missing" + "DEVICE" -> "fault missing DEVICE"
+std::string invocation_of(std::string name, const std::string& usage) {
+  if (!usage.empty()) name += " " + usage;
+  return name;
+}
+
 }  // namespace
 
 int show_board(const Board& board) {
@@ -60,6 +103,33 @@ int show_registers(const Board& board) {
   for (const FpgaRegister& one : kFpgaRegisters)
     printf("0x%04x  %-24s 0x%04x  %s\n", static_cast<unsigned>(one.address), one.name,
            board.fpga.reg[one.address / 2], one.meaning);
+  return 0;
+}
+
+int print_register_map() {
+  printf("| Address | Word | Name | Access | Meaning |\n|---|---|---|---|---|\n");
+  for (const FpgaRegister& one : kFpgaRegisters)
+    printf("| 0x%03X | 0x%03X | `%s` | %s | %s |\n", static_cast<unsigned>(one.address),
+           static_cast<unsigned>(one.address / 2), one.name, name_of(one.access),
+           cell(one.meaning).c_str());
+  return 0;
+}
+
+int print_operations(bool markdown) {
+  print_heading(markdown, "Operation", "What it does");
+  for (const WorldCommand& one : world_commands())
+    print_operation(markdown, invocation_of(one.name, one.usage), one.meaning);
+  printf("\n");
+  print_heading(markdown, "Fault", "What is wrong while it is on");
+  for (const WorldFault& one : world_faults())
+    print_operation(markdown, invocation_of(one.name, one.usage), one.meaning);
+  printf("\n");
+  print_heading(markdown, "Standard", "Frames per second");
+  for (const WorldStandard& one : world_standards()) {
+    char rate[16];
+    snprintf(rate, sizeof rate, "%.2f", one.fps_milli / 1000.0);
+    print_operation(markdown, one.name, rate);
+  }
   return 0;
 }
 

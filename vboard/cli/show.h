@@ -11,4 +11,12 @@ int show_board(const Board& board);
 // Every FPGA register with its name and last value. Returns 0.
 int show_registers(const Board& board);
 
+// The register map as a Markdown table: address, name, access, meaning. Needs no
+// board. Returns 0.
+int print_register_map();
+
+// What the world can do: commands, faults and video standards, as a table for a
+// terminal or in Markdown. Needs no board. Returns 0.
+int print_operations(bool markdown);
+
 }  // namespace vboard
