@@ -42,7 +42,7 @@ struct LinkFifo {
 struct LinkState {
   LinkFifo to_board;
   LinkFifo to_host;
-  bool settled = true;     // the board is done with the bytes it took
+  bool settled = true;      // the board is done with the bytes it took
   std::uint32_t event = 0;  // futex word, moves with every change of either FIFO
 };
 
@@ -62,6 +62,14 @@ struct Ac3Stream {
 };
 
 inline constexpr int kI2cAddresses = 128;
+inline constexpr std::uint32_t kStuckRegisters = 16;
+
+// A register of a register chip that answers one value whatever the chip does.
+struct StuckRegister {
+  std::uint8_t address = 0;  // 7-bit
+  std::uint8_t reg = 0;
+  std::uint8_t value = 0;
+};
 
 // Faults of the world, each undone by clearing its field.
 struct Faults {
@@ -81,6 +89,9 @@ struct Faults {
   std::int32_t fpga_fail_request = -1;  // this request of the FPGA driver fails
   // Transfers to this address fail: 0 none, -1 all, n > 0 the n-th from now.
   std::int32_t i2c_fail[kI2cAddresses] = {};
+  StuckRegister stuck[kStuckRegisters];
+  std::uint32_t stuck_count = 0;
+  std::uint64_t ghost_standards = 0;  // bits that the capture driver reports besides the right one
   std::uint32_t missing_devices = 0;  // bit per Device: its node is gone
   // What the losses took away, so that they can be undone; kNone when not lost.
   VideoSource lost_video = VideoSource::kNone;

@@ -338,6 +338,53 @@ bool mend_i2c(Board& board, const Words& arguments, std::string& error) {
   return true;
 }
 
+// Two hexadecimal digits, with or without "0x".
+std::optional<std::uint8_t> hex_byte(std::string_view text) {
+  if (text.starts_with("0x") || text.starts_with("0X")) text.remove_prefix(2);
+  return number<std::uint8_t>(text, 16);
+}
+
+bool stick_register(Board& board, const Words& arguments, std::string& error) {
+  if (!expect(error, arguments, 3, 3)) return false;
+  const auto chip = address(arguments[0]);
+  const auto reg = hex_byte(arguments[1]);
+  const auto value = hex_byte(arguments[2]);
+  if (!chip) return fail(error, quoted(arguments[0]) + " is no 7-bit address");
+  if (!reg) return fail(error, quoted(arguments[1]) + " is no register");
+  if (!value) return fail(error, quoted(arguments[2]) + " is no byte");
+  Faults& faults = board.world.faults;
+  StuckRegister* const end = faults.stuck + faults.stuck_count;
+  StuckRegister* const found = std::find_if(faults.stuck, end, [&](const StuckRegister& one) {
+    return one.address == *chip && one.reg == *reg;
+  });
+  if (found == end && faults.stuck_count == kStuckRegisters)
+    return fail(error, "no more registers can be stuck");
+  if (found == end) ++faults.stuck_count;
+  *found = {static_cast<std::uint8_t>(*chip), *reg, *value};
+  return true;
+}
+bool free_registers(Board& board, const Words& arguments, std::string& error) {
+  if (!expect(error, arguments, 0, 0)) return false;
+  board.world.faults.stuck_count = 0;
+  return true;
+}
+
+constexpr int kHighestStandardBit = 63;
+
+bool add_ghost_standard(Board& board, const Words& arguments, std::string& error) {
+  if (!expect(error, arguments, 1, 1)) return false;
+  const auto bit = whole(arguments[0]);
+  if (!bit || *bit < 0 || *bit > kHighestStandardBit)
+    return fail(error, quoted(arguments[0]) + " is not in 0..63");
+  board.world.faults.ghost_standards |= std::uint64_t{1} << *bit;
+  return true;
+}
+bool drop_ghost_standards(Board& board, const Words& arguments, std::string& error) {
+  if (!expect(error, arguments, 0, 0)) return false;
+  board.world.faults.ghost_standards = 0;
+  return true;
+}
+
 bool fail_fpga(Board& board, const Words& arguments, std::string& error) {
   if (!expect(error, arguments, 0, 1)) return false;
   Faults& faults = board.world.faults;
@@ -433,6 +480,10 @@ constexpr WorldFault kFaults[] = {
      lower<&F::dsp_fifo_stuck>},
     {"i2c-fail", "ADDR [N]", "transfers to the chip at ADDR fail: all, or the N-th from now",
      fail_i2c, mend_i2c},
+    {"stuck", "ADDR REG VALUE", "register REG of the chip at ADDR answers VALUE for ever",
+     stick_register, free_registers},
+    {"ghost-standard", "BIT", "the capture driver reports one standard bit too many",
+     add_ghost_standard, drop_ghost_standards},
     {"fpga-fail", "[REQUEST]", "requests of the FPGA driver fail: all, or this number", fail_fpga,
      mend_fpga},
     {"missing", "DEVICE", "the device node is gone: fpga fpga2 spislave i2c video0 gpio",

@@ -52,6 +52,7 @@ int query_standard(const Board& board, v4l2_std_id& mask) {
   const World& world = board.world;
   const bool signal = world.video != VideoSource::kNone && !world.faults.video_freeze;
   mask = signal ? v4l2_std_id{1} << (world.standard_bit % 64) : 0;
+  mask |= world.faults.ghost_standards;
   trace("video0 QUERYSTD -> 0x%016llx", static_cast<unsigned long long>(mask));
   return 0;
 }

@@ -26,9 +26,9 @@ bool small_write(Board& board, SmallChipState& chip, const char* name,
                          });
 }
 
-bool small_read(Board& board, SmallChipState& chip, const char* name,
+bool small_read(Board& board, SmallChipState& chip, int address, const char* name,
                 std::span<const RegisterRange> known, std::uint8_t* data, std::size_t size) {
-  return read_registers(chip.pointer, data, size, [&](std::uint8_t reg) {
+  return read_registers(board, address, chip.pointer, data, size, [&](std::uint8_t reg) {
     if (!holds(known, reg)) violation(board, "%s read of register %02x", name, reg);
     return chip.reg[reg];
   });
@@ -38,14 +38,16 @@ bool write_7353(Board& board, std::int64_t, const std::uint8_t* data, std::size_
   return small_write(board, board.chip7353, k7353Chip.name, k7353Registers, data, size);
 }
 bool read_7353(Board& board, std::int64_t, std::uint8_t* data, std::size_t size) {
-  return small_read(board, board.chip7353, k7353Chip.name, k7353Registers, data, size);
+  return small_read(board, board.chip7353, k7353Chip.address, k7353Chip.name, k7353Registers, data,
+                    size);
 }
 
 bool write_clock_55(Board& board, std::int64_t, const std::uint8_t* data, std::size_t size) {
   return small_write(board, board.clock_55, kClock55Chip.name, kClock55Registers, data, size);
 }
 bool read_clock_55(Board& board, std::int64_t, std::uint8_t* data, std::size_t size) {
-  return small_read(board, board.clock_55, kClock55Chip.name, kClock55Registers, data, size);
+  return small_read(board, board.clock_55, kClock55Chip.address, kClock55Chip.name,
+                    kClock55Registers, data, size);
 }
 
 }  // namespace

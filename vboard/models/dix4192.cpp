@@ -61,7 +61,7 @@ bool chip_write(Board& board, std::int64_t, const std::uint8_t* data, std::size_
 bool chip_read(Board& board, std::int64_t, std::uint8_t* data, std::size_t size) {
   Dix4192State& chip = board.dix4192;
   if (chip.in_reset) return false;
-  return read_registers(chip.pointer, data, size,
+  return read_registers(board, kDix4192Chip.address, chip.pointer, data, size,
                         [&](std::uint8_t reg) { return get(board, reg); });
 }
 

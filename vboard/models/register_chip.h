@@ -38,10 +38,23 @@ bool write_registers(Board& board, const char* chip, std::uint8_t& pointer,
   return true;
 }
 
+// What the chip at `address` answers for a register that holds `value`.
+inline std::uint8_t seen_value(const Board& board, int address, std::uint8_t reg,
+                               std::uint8_t value) {
+  const Faults& faults = board.world.faults;
+  for (std::uint32_t i = 0; i < faults.stuck_count; ++i) {
+    const StuckRegister& stuck = faults.stuck[i];
+    if (stuck.address == address && stuck.reg == reg) return stuck.value;
+  }
+  return value;
+}
+
 // `get(reg)` fetches one byte.
 template <class Get>
-bool read_registers(std::uint8_t& pointer, std::uint8_t* data, std::size_t size, Get get) {
-  for (std::size_t i = 0; i < size; ++i) data[i] = get(pointer++);
+bool read_registers(const Board& board, int address, std::uint8_t& pointer, std::uint8_t* data,
+                    std::size_t size, Get get) {
+  for (std::size_t i = 0; i < size; ++i, ++pointer)
+    data[i] = seen_value(board, address, pointer, get(pointer));
   return true;
 }
 

@@ -184,7 +184,7 @@ bool chip_write(Board& board, std::int64_t now_us, const std::uint8_t* data, std
 bool chip_read(Board& board, std::int64_t now_us, std::uint8_t* data, std::size_t size) {
   Tvp5150State& chip = board.tvp5150;
   if (chip.in_reset) return false;
-  return read_registers(chip.pointer, data, size,
+  return read_registers(board, kTvp5150Chip.address, chip.pointer, data, size,
                         [&](std::uint8_t reg) { return get(board, now_us, reg); });
 }
 

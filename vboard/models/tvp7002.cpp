@@ -77,7 +77,7 @@ bool chip_write(Board& board, std::int64_t, const std::uint8_t* data, std::size_
 bool chip_read(Board& board, std::int64_t, std::uint8_t* data, std::size_t size) {
   Tvp7002State& chip = board.tvp7002;
   if (chip.in_reset) return false;
-  return read_registers(chip.pointer, data, size,
+  return read_registers(board, kTvp7002Chip.address, chip.pointer, data, size,
                         [&](std::uint8_t reg) { return get(board, reg); });
 }
 
