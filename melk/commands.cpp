@@ -21,6 +21,10 @@ using Json = nlohmann::ordered_json;
 // The board works up to half a minute on a configuration or an update.
 constexpr std::int64_t kBusyBoardUs = 120000000;
 
+// Frames per second of video inputs, with a margin.
+constexpr double kSlowestInput = 22;
+constexpr double kFastestInput = 130;
+
 // A running sub-command: the conversation and where its outcome goes.
 struct Session {
   Link link;
@@ -345,6 +349,10 @@ int run_fps(Session& session) {
   if (rate == 0)
     return report(session, "frame period 0: no frame rate", {{"frame_period", 0}, {"fps", 0}});
   const double fps = static_cast<double>(kFrameClock) / rate;
+  if (fps < kSlowestInput || fps > kFastestInput)
+    note(session,
+         "no input runs at this rate; if a version or frame rate was read in part before, "
+         "`melk raw 35` once brings the two bytes into step");
   return report(session, text_of("%.3f frames/s (frame period %u)", fps, rate),
                 {{"frame_period", rate}, {"fps", fps}});
 }

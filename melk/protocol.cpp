@@ -151,20 +151,32 @@ std::optional<std::uint8_t> collect(Link& link) {
   return in;
 }
 
-// Drops what earlier conversations left behind. False when it does not end.
-bool clear_stale(Link& link) {
+enum class Line { kClear, kUnread, kUploading };
+
+// Lets the board finish what earlier conversations left behind: bytes that it
+// has not read yet, and answers that nobody collected.
+Line clear_line(Link& link) {
   std::int64_t gap_us = 0;
+  if (!link.transport.wait_taken(0)) {
+    if (!link.transport.wait_taken(link.timeout_us)) return Line::kUnread;
+    gap_us = kStaleGapUs;
+  }
   for (int round = 0; round < kStaleRounds; ++round) {
-    if (!link.transport.wait_answer(gap_us)) return true;
+    if (!link.transport.wait_answer(gap_us)) return Line::kClear;
     put(link, kPoll);
     gap_us = kStaleGapUs;
   }
-  return false;
+  return Line::kUploading;
 }
 
 Failure still_sending() {
   return {Trouble::kOutOfStep,
           "the board is in the middle of an upload; it gives up 15 s after the last poll"};
+}
+
+Failure still_unread(const Link& link) {
+  return {Trouble::kSilent, "silent: for " + seconds(link.timeout_us) +
+                                " the board has not read what was sent to it before"};
 }
 
 Failure not_taken(const Link& link, Code code) {
@@ -185,7 +197,14 @@ Failure cut_short(const Link& link, const std::string& what, std::size_t done, s
 
 // Opens a conversation: a clean link and the command byte, taken.
 Failure begin(Link& link, Code code) {
-  if (!clear_stale(link)) return still_sending();
+  switch (clear_line(link)) {
+    case Line::kUnread:
+      return still_unread(link);
+    case Line::kUploading:
+      return still_sending();
+    case Line::kClear:
+      break;
+  }
   if (!put(link, static_cast<std::uint8_t>(code))) return not_taken(link, code);
   return {};
 }

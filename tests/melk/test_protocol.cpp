@@ -460,6 +460,14 @@ TEST(Fps, blocked_by_a_half_read_version) {
   EXPECT_TRUE(contains(outcome.err, "melk raw 28"));
 }
 
+TEST(Fps, swapped_bytes_are_hinted) {
+  ScriptedBoard board;
+  board.add_question(35, 0x00);  // the shared counter stood at 1: low byte first
+  board.add_question(35, 0xE1);
+  const Outcome outcome = run(board, {"fps"});
+  EXPECT_TRUE(contains(outcome.err, "melk raw 35")) << outcome.err;
+}
+
 // ---- status record ------------------------------------------------------------------------
 TEST(Registers, prepare_then_51_bytes_by_name) {
   ScriptedBoard board;
@@ -720,6 +728,17 @@ TEST(Leftovers, stale_byte_is_dropped_and_told) {
   EXPECT_TRUE(board.finished());
   EXPECT_TRUE(contains(outcome.out, "version 2.13"));
   EXPECT_TRUE(contains(outcome.err, "1 bytes of an earlier conversation"));
+}
+
+TEST(Leftovers, unread_byte_is_waited_for) {
+  ScriptedBoard board;
+  board.add({{3, {}, false}});
+  EXPECT_EQ(run(board, {"status"}).code, 3);
+  // The board has still not read it: nothing more goes out.
+  const Outcome outcome = run(board, {"hd-version"});
+  EXPECT_EQ(outcome.code, 3);
+  EXPECT_TRUE(board.finished());
+  EXPECT_TRUE(contains(outcome.err, "has not read what was sent")) << outcome.err;
 }
 
 TEST(Leftovers, running_upload_is_left_alone) {
