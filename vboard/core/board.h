@@ -125,6 +125,7 @@ inline constexpr int kFpgaWords = 4096;
 
 struct FpgaState {
   std::uint16_t reg[kFpgaWords] = {};  // by word index; what was written or latched
+  bool held = false;                   // reads and the latch give reg as it stands
   double video_units = 0;              // live counters, integrated over time
   double video_frames = 0;
   double video_reference = 0;

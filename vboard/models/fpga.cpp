@@ -109,6 +109,7 @@ bool captured_header(int address) {
 
 std::uint16_t read_live(Board& board, std::int64_t now_us, int address) {
   const World& world = board.world;
+  if (board.fpga.held) return word(board, address);
   switch (address) {
     case kRegHwVersion:
       return kHardwareVersion;
@@ -166,7 +167,7 @@ std::uint16_t read_live(Board& board, std::int64_t now_us, int address) {
 void write_effect(Board& board, std::int64_t now_us, int address, std::uint16_t value) {
   switch (address) {
     case kRegLatch:
-      if (value == 1) take_snapshot(board);
+      if (value == 1 && !board.fpga.held) take_snapshot(board);
       break;
     case kRegReset:
       board.fpga.in_reset = value != 0;
