@@ -1,0 +1,24 @@
+# Shell functions for the scripts at the top of the tree.
+
+# need_packages NAME...: installs the Debian packages that are missing, and says
+# so. As an ordinary user it only names them.
+need_packages() {
+  missing=
+  for package in "$@"; do
+    dpkg-query -W -f '${Status}' "$package" 2>/dev/null | grep -q 'install ok installed' ||
+      missing="$missing $package"
+  done
+  [ -z "$missing" ] && return 0
+  if [ "$(id -u)" -ne 0 ]; then
+    echo "Missing packages:$missing" >&2
+    echo "Install them with: sudo apt-get install$missing" >&2
+    exit 1
+  fi
+  echo "Installing packages:$missing"
+  # shellcheck disable=SC2086
+  { apt-get update && DEBIAN_FRONTEND=noninteractive \
+    apt-get install -y --no-install-recommends $missing; } >/dev/null || {
+    echo "Could not install:$missing" >&2
+    exit 1
+  }
+}
