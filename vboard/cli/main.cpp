@@ -4,6 +4,7 @@
 #include <CLI/CLI.hpp>
 #include <cstdio>
 #include <cstdlib>
+#include <exception>
 #include <filesystem>
 #include <string>
 #include <vector>
@@ -92,9 +93,7 @@ int change_world(const fs::path& directory, const std::vector<std::string>& word
   return 0;
 }
 
-}  // namespace
-
-int main(int argc, char** argv) {
+int run_vboard(int argc, char** argv) {
   CLI::App app{"A virtual encoder board: runs the unmodified control program on any Linux PC."};
   app.require_subcommand(1);
   const char* default_board = getenv("VBOARD_BOARD");
@@ -180,4 +179,14 @@ int main(int argc, char** argv) {
     return change_world(directory, world_words);
   }
   return kUsage;
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+  try {
+    return run_vboard(argc, argv);
+  } catch (const std::exception& problem) {
+    return complain(problem.what());
+  }
 }

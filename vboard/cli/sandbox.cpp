@@ -64,6 +64,7 @@ std::vector<std::string> sandbox_command(const BoardDirectory& directory,
 
 std::vector<char*> arguments_of(const std::vector<std::string>& words) {
   std::vector<char*> pointers;
+  pointers.reserve(words.size() + 1);
   for (const std::string& word : words) pointers.push_back(const_cast<char*>(word.c_str()));
   pointers.push_back(nullptr);
   return pointers;
@@ -107,7 +108,7 @@ fs::path helper(const std::string& name) {
   return {};
 }
 
-BoardDirectory::BoardDirectory(fs::path directory) : directory_(fs::absolute(directory)) {}
+BoardDirectory::BoardDirectory(const fs::path& directory) : directory_(fs::absolute(directory)) {}
 
 bool BoardDirectory::prepare(std::string* problem) const {
   std::error_code error;

@@ -15,7 +15,7 @@ namespace vboard {
 // as /home/tovin.
 class BoardDirectory {
  public:
-  explicit BoardDirectory(std::filesystem::path directory);
+  explicit BoardDirectory(const std::filesystem::path& directory);
 
   std::filesystem::path path() const { return directory_; }
   std::filesystem::path state_file() const { return directory_ / "board.state"; }

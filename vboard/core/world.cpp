@@ -15,8 +15,6 @@ namespace vboard {
 
 namespace {
 
-EncodeCrash encode_crash = nullptr;
-
 // ---- words ---------------------------------------------------------------------
 
 bool fail(std::string& error, const std::string& reason) {
@@ -225,8 +223,9 @@ bool audio(Board& board, const Words& arguments, std::string& error) {
 
 bool crash_encode(Board& board, const Words& arguments, std::string& error) {
   if (!expect(error, arguments, 0, 0)) return false;
-  if (encode_crash == nullptr) return fail(error, "encode cannot be killed from here");
-  return encode_crash(board, error);
+  if (board.encoder.pid == 0) return fail(error, "encode does not run");
+  board.encoder.crash_requested = true;  // it dies by itself, at its next look
+  return true;
 }
 
 bool encode(Board& board, const Words& arguments, std::string& error) {
@@ -531,8 +530,6 @@ constexpr WorldCommand kCommands[] = {
 std::span<const WorldCommand> world_commands() { return kCommands; }
 std::span<const WorldFault> world_faults() { return kFaults; }
 std::span<const WorldStandard> world_standards() { return kStandards; }
-
-void set_encode_crash(EncodeCrash crash) { encode_crash = crash; }
 
 bool world_command(Board& board, std::string_view line, std::string& error) {
   error.clear();

@@ -46,9 +46,4 @@ std::span<const WorldStandard> world_standards();
 // nothing has changed then. The caller holds the board's lock.
 bool world_command(Board& board, std::string_view line, std::string& error);
 
-// Kills the running encode; set by the program that can. Returns false with a
-// reason.
-using EncodeCrash = bool (*)(Board& board, std::string& error);
-void set_encode_crash(EncodeCrash crash);
-
 }  // namespace vboard

@@ -69,7 +69,8 @@ int main() {
     vboard::Locked hold(*board);
     vboard::encoder_started(*board, getpid(), vboard::board_now_us());
   }
-  while (!by_itself) pause();
+  if (!by_itself)
+    for (;;) pause();
   while (!asked_to_crash()) {
     vboard::board_wait(vboard::WaitFor::kNothing, kStep_us);
     vboard::Locked hold(*board);

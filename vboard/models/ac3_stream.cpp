@@ -37,9 +37,9 @@ int sample_rate(const Ac3Stream& stream) {
 std::size_t frame_words(const Ac3Stream& stream) {
   const std::size_t row = std::min<std::size_t>(stream.frmsizecod / 2, std::size(kBitRates) - 1);
   const int bits = kBitRates[row] * 1000 * (kSamplesPerFrame / 16);
-  const int words = bits / sample_rate(stream);
+  const auto words = static_cast<std::size_t>(bits / sample_rate(stream));
   const bool longer = bits % sample_rate(stream) != 0 && stream.frmsizecod % 2 != 0;
-  return static_cast<std::size_t>(words + (longer ? 1 : 0));
+  return words + (longer ? 1 : 0);
 }
 
 // ---- bits ----------------------------------------------------------------------
