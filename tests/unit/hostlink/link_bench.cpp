@@ -1,0 +1,78 @@
+// The host link's bench; see the header.
+#include "tests/unit/hostlink/link_bench.h"
+
+#include <gtest/gtest.h>
+#include <sys/select.h>
+#include <unistd.h>
+
+#include <cerrno>
+
+#include "hostlink/link.h"
+#include "vboard/core/clock.h"
+#include "vboard/models/bus.h"
+
+using namespace vboard;
+
+namespace {
+
+constexpr std::int64_t kTakenLimit_us = 3'600'000'000;
+
+void put(Board& board, int byte) {
+  Locked hold(board);
+  LinkFifo& fifo = board.link.to_board;
+  fifo.data[fifo.head++ % kLinkDepth] = static_cast<std::uint8_t>(byte);
+  link_changed(board);
+}
+
+}  // namespace
+
+LinkBench::LinkBench() : link(open_link()) {
+  bench.trace();
+  bench.output();
+}
+
+LinkBench::~LinkBench() {
+  if (link != nullptr) fclose(link);
+}
+
+void LinkBench::gulp(const std::vector<int>& bytes) {
+  for (const int byte : bytes) put(bench.board(), byte);
+}
+
+void LinkBench::host_sends(std::vector<int> bytes, double seconds) {
+  bench.beside("host", [bytes, seconds] {
+    for (const int byte : bytes) {
+      board_wait(WaitFor::kNothing, static_cast<std::int64_t>(seconds * 1e6));
+      board_wait(WaitFor::kBoardTook, kTakenLimit_us);
+      put(board_of_process(), byte);
+    }
+  });
+}
+
+void LinkBench::host_polls(int count) { host_sends(std::vector<int>(std::size_t(count), 0xA5)); }
+
+std::vector<int> LinkBench::written() {
+  std::vector<int> bytes;
+  Locked hold(bench.board());
+  LinkFifo& fifo = bench.board().link.to_host;
+  while (fifo.head != fifo.tail) bytes.push_back(fifo.data[fifo.tail++ % kLinkDepth]);
+  return bytes;
+}
+
+void LinkBench::fail_select(int skip) { seam::fail_call("select", "", skip, 1, EBADF); }
+
+DescriptorsUsedUp::DescriptorsUsedUp() {
+  int fd = -1;
+  do {
+    fd = dup(STDERR_FILENO);
+    if (fd < 0) {
+      ADD_FAILURE() << "no more descriptors after " << taken_.size();
+      return;
+    }
+    taken_.push_back(fd);
+  } while (fd < FD_SETSIZE - 1);
+}
+
+DescriptorsUsedUp::~DescriptorsUsedUp() {
+  for (const int fd : taken_) close(fd);
+}
