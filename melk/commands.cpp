@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <cerrno>
 #include <cstdarg>
+#include <cstdlib>
 #include <cstring>
 #include <nlohmann/json.hpp>
 #include <sstream>
@@ -39,13 +40,12 @@ std::string text_of(const char* format, ...) __attribute__((format(printf, 1, 2)
 std::string text_of(const char* format, ...) {
   va_list arguments;
   va_start(arguments, format);
-  va_list again;
-  va_copy(again, arguments);
-  std::string text(static_cast<std::size_t>(std::max(vsnprintf(nullptr, 0, format, again), 0)),
-                   ' ');
-  va_end(again);
-  vsnprintf(text.data(), text.size() + 1, format, arguments);
+  char* printed = nullptr;
+  const int length = vasprintf(&printed, format, arguments);
   va_end(arguments);
+  if (length < 0) return {};
+  std::string text(printed, static_cast<std::size_t>(length));
+  free(printed);
   return text;
 }
 
