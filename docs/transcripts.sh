@@ -325,6 +325,27 @@ block_register_map() { "$build/vboard" registers --markdown; }
 
 block_operations() { "$build/vboard" operations --markdown; }
 
+# What each example configuration comes to, with the sources that it is for.
+recipe_examples() {
+  for example in hd.ini examples/component.ini examples/vga.ini examples/composite.ini \
+    examples/digital-audio.ini examples/dsp-audio.ini; do
+    fresh_board
+    case $example in
+      *vga*) world source vga ;;
+      *composite*) world source composite && world captions on ;;
+      *dsp*) world audio dsp ;;
+    esac >/dev/null
+    cp "$docs/../packaging/$example" "$board/home/example.ini"
+    service 100s -602 <<'SCRIPT' >/dev/null
+at 3s  melk send-config /home/tovin/example.ini
+at 90s melk status
+       melk input-mux
+SCRIPT
+    echo "$example"
+    grep -v -e '^\[' -e '^sent' "$work/host"
+  done
+}
+
 recipe_script_example() {
   example_configuration
   cat >"$work/example.script" <<'SCRIPT'
