@@ -4,6 +4,7 @@
 #include <CLI/CLI.hpp>
 #include <cstdlib>
 #include <ctime>
+#include <exception>
 
 #include "melk/board_transport.h"
 #include "melk/commands.h"
@@ -33,9 +34,7 @@ int complain(const std::string& text, int code) {
   return code;
 }
 
-}  // namespace
-
-int main(int argc, char** argv) {
+int run(int argc, char** argv) {
   CLI::App app("Host side of the encoder board's link.", "melk");
   app.footer(kExitCodes);
   std::string directory = default_board();
@@ -58,4 +57,15 @@ int main(int argc, char** argv) {
   options.in = stdin;
   options.local_clock = local_clock;
   return melk::run_request(*transport, request, stdout, stderr, options);
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+  try {
+    return run(argc, argv);
+  } catch (const std::exception& error) {
+    fprintf(stderr, "melk: %s\n", error.what());
+    return melk::kLocalFile;
+  }
 }
