@@ -28,7 +28,9 @@ namespace {
 namespace fs = std::filesystem;
 
 constexpr std::int64_t kSecond_us = 1000000;
+constexpr int kDspResetLine = 28;
 constexpr std::uint8_t kCauseStalled = 0x83;
+constexpr std::uint8_t kCauseNoAudio = 0x84;
 constexpr std::uint8_t kCauseInputBack = 0x85;
 
 // Colours only on a terminal.
@@ -77,14 +79,18 @@ class Stage {
   int failed_ = 0;
 };
 
+// The service on the board, and the host's end of its link.
 struct Demo {
   Stage stage;
   BoardDirectory directory;
+  fs::path program;
+  double speed;
+  std::string config;
   Board* board = nullptr;
+  std::unique_ptr<Run> service;
   std::unique_ptr<melk::BoardTransport> transport;
   std::unique_ptr<melk::Link> link;
-
-  explicit Demo(const fs::path& path) : directory(path) {}
+  std::size_t log_seen = 0;  // of the service's output
 };
 
 std::string read_file(const fs::path& path) {
@@ -127,9 +133,9 @@ void tell_status(Demo& demo, const melk::Status& status) {
 }
 
 // Lines of the service's output since the last look that say something.
-void tell_service(Demo& demo, std::size_t* seen, std::initializer_list<const char*> wanted) {
+void tell_service(Demo& demo, std::initializer_list<const char*> wanted) {
   const std::string log = read_file(demo.directory.home() / "log1.txt");
-  std::size_t at = *seen;
+  std::size_t at = demo.log_seen;
   while (at < log.size()) {
     const std::size_t end = std::min(log.find('\n', at), log.size());
     const std::string line = log.substr(at, end - at);
@@ -137,7 +143,7 @@ void tell_service(Demo& demo, std::size_t* seen, std::initializer_list<const cha
       if (line.find(text) != std::string::npos) demo.stage.tell("service: %s", line.c_str());
     at = end + 1;
   }
-  *seen = log.size();
+  demo.log_seen = log.size();
 }
 
 void tell_changed_registers(Demo& demo, const FpgaState& before) {
@@ -151,10 +157,40 @@ void tell_changed_registers(Demo& demo, const FpgaState& before) {
   }
 }
 
+// Runs the program on the board with its output in the board's log.
+std::unique_ptr<Run> start(Demo& demo, const std::vector<std::string>& arguments) {
+  const int log = open((demo.directory.home() / "log1.txt").c_str(),
+                       O_WRONLY | O_CREAT | O_APPEND | O_CLOEXEC, 0666);
+  RunOptions options;
+  options.speed = demo.speed;
+  std::vector<std::string> command = {demo.program};
+  command.insert(command.end(), arguments.begin(), arguments.end());
+  auto run = std::make_unique<Run>(demo.directory, options, command, log);
+  close(log);
+  if (!run->problem().empty()) fprintf(stderr, "vboard: %s\n", run->problem().c_str());
+  return run;
+}
+
+bool start_service(Demo& demo) {
+  demo.service = start(demo, {"-602"});
+  if (!demo.service->problem().empty()) return false;
+  return until(20, [&] { return melk::ask_byte(*demo.link, melk::Code::kGetHdVersion).ok(); });
+}
+
+void load_firmware(Demo& demo) {
+  demo.stage.title("A bench command: the AC-3 DSP gets its firmware through the FPGA (-loadbf)");
+  world(demo, "fault dsp-no-firmware");
+  start(demo, {"-loadbf"})->wait();
+  tell_service(demo, {"download", "the size is", "Initial SPI", "end send file", "The BF is"});
+  demo.stage.check(
+      demo.board->fpga.firmware_bytes == fs::file_size(demo.directory.home() / "MELK_spi.bin"),
+      "every byte of the firmware went through the FIFO");
+  demo.stage.check(demo.board->dsp.has_firmware, "the DSP has firmware");
+}
+
 bool boot(Demo& demo) {
   demo.stage.title("The board boots; the control program runs as its service (-602)");
-  const bool up = until(20, [&] { return melk::ask_byte(*demo.link, melk::Code::kGetHdVersion).ok(); });
-  if (!demo.stage.check(up, "the service answers on the SPI link")) return false;
+  if (!demo.stage.check(start_service(demo), "the service answers on the SPI link")) return false;
   const auto version = melk::ask_byte(*demo.link, melk::Code::kGetHdVersion);
   demo.stage.check(version.ok() && *version.value == 0x2D, "GET_HD_VERSION answers 0x2D, 2.13");
   demo.stage.check(read_file(demo.directory.home() / "hd.ini").empty(),
@@ -162,29 +198,39 @@ bool boot(Demo& demo) {
   return true;
 }
 
-bool configure(Demo& demo, const std::string& config, std::size_t* log_seen) {
+// Sends a configuration and waits until the encoder that it launched streams.
+bool send(Demo& demo, const std::string& config) {
+  const std::uint32_t launches = demo.board->encoder.launches;
+  const std::vector<std::uint8_t> bytes(config.begin(), config.end());
+  demo.stage.tell("host: SEND_HD_CONFIGURATION, %zu bytes", bytes.size());
+  if (!demo.stage.check(melk::send_configuration(*demo.link, bytes).ok(), "every byte was taken"))
+    return false;
+  demo.stage.check(until(60, [&] { return demo.board->encoder.launches != launches; }),
+                   "encode was launched");
+  demo.stage.check(read_file(demo.directory.home() / "hd.ini") == config,
+                   "hd.ini on the board equals what the host sent");
+  const bool healthy =
+      until(60, [&] { return status_of(demo).status == 0x91 && demo.board->encoder.streaming; });
+  return demo.stage.check(healthy, "status 0x91: healthy, encode streams");
+}
+
+bool configure(Demo& demo) {
   demo.stage.title("The host sends hd.ini; the service stores it, applies it, starts encode");
   auto before = std::make_unique<FpgaState>();
   {
     Locked hold(*demo.board);
     *before = demo.board->fpga;
   }
-  const std::vector<std::uint8_t> bytes(config.begin(), config.end());
-  demo.stage.tell("host: SEND_HD_CONFIGURATION, %zu bytes", bytes.size());
-  if (!demo.stage.check(melk::send_configuration(*demo.link, bytes).ok(), "every byte was taken"))
-    return false;
-  demo.stage.check(until(60, [&] { return demo.board->encoder.pid != 0; }), "encode was launched");
-  const bool stored = read_file(demo.directory.home() / "hd.ini") == config;
-  demo.stage.check(stored, "hd.ini on the board equals what the host sent");
-  const bool healthy =
-      until(60, [&] { return status_of(demo).status == 0x91 && demo.board->encoder.streaming; });
-  tell_service(demo, log_seen,
-               {"real size", "Configure_System", "Set output bitrate", "Set Video Input To",
-                "frmsizecod = ", "start_hd", "encode is alive"});
+  world(demo, "audio dsp");
+  const bool healthy = send(demo, demo.config);
+  tell_service(demo, {"real size", "Configure_System", "Set output bitrate", "Set Video Input To",
+                      "bit_rate = ", "start_hd", "encode is alive"});
   tell_changed_registers(demo, *before);
   demo.stage.check(demo.board->fpga.reg[kRegOutputInterval / 2] == 13651,
                    "output packet interval 13651: (8 Mbit/s + 0.5) x 1.05 = 8.925 Mbit/s");
-  return demo.stage.check(healthy, "status 0x91: healthy, encode streams");
+  demo.stage.check(demo.board->fpga.reg[kRegAc3FrameBytes / 2] == 1536,
+                   "AC-3 frame 1536 bytes: 384 kbit/s at 48 kHz, from the stream's own header");
+  return healthy;
 }
 
 void read_back(Demo& demo) {
@@ -198,16 +244,25 @@ void read_back(Demo& demo) {
                    "software version 1.12.3");
   const auto fps = melk::get_fps(*demo.link);
   demo.stage.check(fps.ok() && *fps.value == 57600, "VS_RATE 57600: 25 frames/s");
+  board_wait(WaitFor::kNothing, 10 * kSecond_us);  // supervision has seen the DSP path by then
   const auto record = melk::read_record(*demo.link, melk::kFullRecord);
   if (!record.ok()) return;
   for (const melk::RecordField& field : melk::record_fields())
-    if (field.first < 29)
+    if (field.first < 45)
       demo.stage.tell("record %3zu..%-3zu %-18s %u", field.first, field.last, field.name,
                       melk::field_value(*record.value, field));
   demo.stage.check((*record.value)[1] == 0x2D, "the record carries the hardware version");
+  const auto field = [&](const char* name) {
+    for (const melk::RecordField& one : melk::record_fields())
+      if (strcmp(one.name, name) == 0) return melk::field_value(*record.value, one);
+    return 0u;
+  };
+  demo.stage.check(
+      field("peak_1") == demo.board->dsp.peak_left && field("peak_2") == demo.board->dsp.peak_right,
+      "the record carries the sound's peaks from the DSP");
 }
 
-void pull_plug(Demo& demo, std::size_t* log_seen) {
+void pull_plug(Demo& demo) {
   demo.stage.title("The video plug is pulled, and put back");
   const std::uint32_t launches = demo.board->encoder.launches;
   world(demo, "source none");
@@ -220,13 +275,13 @@ void pull_plug(Demo& demo, std::size_t* log_seen) {
   const bool healthy = until(90, [&] { return status_of(demo).status == 0x91; });
   const melk::Status status = status_of(demo);
   tell_status(demo, status);
-  tell_service(demo, log_seen, {"restart", "RESTART"});
+  tell_service(demo, {"restart", "RESTART"});
   demo.stage.check(status.cause == kCauseInputBack,
                    "cause " + hex(kCauseInputBack) + ": " + melk::describe_cause(kCauseInputBack));
   demo.stage.check(healthy, "healthy again");
 }
 
-void stall(Demo& demo, std::size_t* log_seen) {
+void stall(Demo& demo) {
   demo.stage.title("The stream stalls");
   melk::send_command(*demo.link, melk::Code::kClearStatus);
   const bool captured = until(60, [&] { return demo.board->fpga.video_level >= 40; });
@@ -240,28 +295,84 @@ void stall(Demo& demo, std::size_t* log_seen) {
   const bool healthy = until(120, [&] { return status_of(demo).status == 0x91; });
   const melk::Status status = status_of(demo);
   tell_status(demo, status);
-  tell_service(demo, log_seen, {"restart", "RESTART", "There is no video_buf"});
+  tell_service(demo, {"restart", "RESTART", "There is no video_buf"});
   demo.stage.check(status.cause == kCauseStalled,
                    "cause " + hex(kCauseStalled) + ": " + melk::describe_cause(kCauseStalled));
   demo.stage.check(healthy, "healthy again");
 }
 
-bool play(Demo& demo, const std::string& config) {
-  std::size_t log_seen = 0;
-  if (!boot(demo) || !configure(demo, config, &log_seen)) return false;
+void lose_audio(Demo& demo) {
+  demo.stage.title("The sound is lost; the host then changes to the digital audio input");
+  melk::send_command(*demo.link, melk::Code::kClearStatus);
+  const std::uint32_t launches = demo.board->encoder.launches;
+  const std::uint32_t resets = demo.board->fpga.line[kDspResetLine];
+  world(demo, "fault audio-loss");
+  const bool again = until(120, [&] { return demo.board->encoder.launches != launches; });
+  demo.stage.check(again, "the service restarted encode");
+  const melk::Status status = status_of(demo);
+  tell_status(demo, status);
+  tell_service(demo, {"no audio", "restart!!"});
+  demo.stage.check(status.cause == kCauseNoAudio,
+                   "cause " + hex(kCauseNoAudio) + ": " + melk::describe_cause(kCauseNoAudio));
+  demo.stage.check(demo.board->fpga.line[kDspResetLine] > resets, "the DSP was reset by its line");
+  world(demo, "audio digital");
+  std::string digital = demo.config;
+  digital.replace(digital.find("AudioInput=2"), strlen("AudioInput=2"), "AudioInput=1");
+  send(demo, digital);
+}
+
+// A package that installs a new version text and says that it went well.
+std::vector<std::uint8_t> make_package(const fs::path& place) {
+  fs::create_directories(place);
+  std::ofstream(place / "update.sh") << "#!/bin/sh\n"
+                                        "cp version.ini /home/tovin/version.ini &&\n"
+                                        "echo ok > /home/tovin/tmp/success.txt\n";
+  std::ofstream(place / "version.ini") << "2.0.1\n";
+  const std::string command = "tar -czf '" + (place / "package.tar.gz").string() + "' -C '" +
+                              place.string() + "' update.sh version.ini";
+  if (system(command.c_str()) != 0) return {};
+  const std::string bytes = read_file(place / "package.tar.gz");
+  return {bytes.begin(), bytes.end()};
+}
+
+void update(Demo& demo) {
+  demo.stage.title("A software update over the link");
+  const std::vector<std::uint8_t> package = make_package(demo.directory.path() / "package");
+  demo.stage.tell("host: UPDATE_VERSION, %zu bytes", package.size());
+  demo.stage.check(melk::send_update(*demo.link, package).ok(), "every byte was taken");
+  const fs::path marker = demo.directory.home() / "tmp/success.txt";
+  demo.stage.check(until(30, [&] { return fs::exists(marker); }), "the package's script ran");
+  const auto first = melk::ask_byte(*demo.link, melk::Code::kGetUpdateResult);
+  const auto second = melk::ask_byte(*demo.link, melk::Code::kGetUpdateResult);
+  demo.stage.check(first.ok() && *first.value == 1, "GET_UPDATE_RESULT answers 1: it succeeded");
+  demo.stage.check(second.ok() && *second.value == 0, "asked again it answers 0: told once only");
+  demo.service.reset();
+  const bool up = start_service(demo);
+  melk::read_record(*demo.link, melk::kShortRecord);
+  const auto version = melk::get_sw_version(*demo.link);
+  demo.stage.check(up && version.ok() && (*version.value)[0] == 2 && (*version.value)[1] == 0 &&
+                       (*version.value)[2] == 1,
+                   "after a restart the board says version 2.0.1");
+}
+
+bool play(Demo& demo) {
+  load_firmware(demo);
+  if (!boot(demo) || !configure(demo)) return false;
   read_back(demo);
-  pull_plug(demo, &log_seen);
-  stall(demo, &log_seen);
+  pull_plug(demo);
+  stall(demo);
+  lose_audio(demo);
+  update(demo);
   return true;
 }
 
-} // namespace
+}  // namespace
 
 int demo(const DemoOptions& options) {
   const fs::path program =
       options.program.empty() ? helper("vantorig") : fs::path(fs::absolute(options.program));
   const fs::path config_file =
-      options.config.empty() ? helper("hd.ini") : fs::path(fs::absolute(options.config));
+      options.config.empty() ? helper("demo.ini") : fs::path(fs::absolute(options.config));
   const std::string config = read_file(config_file);
   if (program.empty() || config.empty()) {
     fprintf(stderr, "vboard: no program (%s) or no configuration (%s)\n", program.c_str(),
@@ -270,35 +381,25 @@ int demo(const DemoOptions& options) {
   }
   char place[] = "/tmp/vboard-demo-XXXXXX";
   if (mkdtemp(place) == nullptr) return 125;
-  Demo demo(place);
+  Demo demo{{}, BoardDirectory(place), program, options.speed, config, {}, {}, {}, {}, {}};
   std::string problem;
-  if (!demo.directory.prepare(&problem)) {
+  if (demo.directory.prepare(&problem) && demo.directory.map(&problem) != nullptr)
+    demo.transport = melk::BoardTransport::open(place, &problem);
+  if (demo.transport == nullptr) {
     fprintf(stderr, "vboard: %s\n", problem.c_str());
     return 125;
   }
-  const int log = open((demo.directory.home() / "log1.txt").c_str(),
-                       O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0666);
-  RunOptions run_options;
-  run_options.speed = options.speed;
   printf("A virtual board in %s, board time %gx.\n", place, options.speed);
-  int status = 1;
-  {
-    Run run(demo.directory, run_options, {program, "-602"}, log);
-    close(log);
-    demo.transport = melk::BoardTransport::open(place, &problem);
-    if (run.problem().empty() && demo.transport != nullptr) {
-      demo.board = &board_of_process();
-      demo.link = std::make_unique<melk::Link>(melk::Link{*demo.transport});
-      const bool complete = play(demo, config);
-      demo.stage.check(demo.board->violations.count == 0,
-                       demo.board->violations.count == 0
-                           ? "the program did nothing to its chips that they do not know"
-                           : std::string("first violation: ") + demo.board->violations.first);
-      status = complete && demo.stage.failed() == 0 ? 0 : 1;
-    } else {
-      fprintf(stderr, "vboard: %s\n", (run.problem() + problem).c_str());
-    }
-  }
+  demo.board = &board_of_process();
+  demo.link = std::make_unique<melk::Link>(melk::Link{*demo.transport});
+  const bool complete = play(demo);
+  demo.service.reset();
+  const Violations& violations = demo.board->violations;
+  demo.stage.check(violations.count == 0,
+                   violations.count == 0
+                       ? "the program did nothing to its chips that they do not know"
+                       : std::string("first violation: ") + violations.first);
+  const int status = complete && demo.stage.failed() == 0 ? 0 : 1;
   printf("\n%d steps verified, %d failed.\n", demo.stage.steps() - demo.stage.failed(),
          demo.stage.failed());
   if (status == 0)
@@ -308,4 +409,4 @@ int demo(const DemoOptions& options) {
   return status;
 }
 
-} // namespace vboard
+}  // namespace vboard
