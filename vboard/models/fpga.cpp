@@ -367,8 +367,9 @@ void fpga_advance(Board& board, std::int64_t now_us) {
   double video_target = 0;
   if (video_flows) video_target = world.faults.level_jump ? kVideoLevelJump : kVideoLevelSteady;
   if (video_flows && world.faults.low_buffer) video_target = kVideoLevelLow;
-  // A stalled or hung stream keeps its level; otherwise the buffer fills or drains.
-  const bool level_kept = (world.faults.stall && board.encoder.streaming) ||
+  // A stream without pictures (no source, stalled, hung) keeps its level: what is
+  // sent meanwhile is stuffing. Without a stream the buffer drains.
+  const bool level_kept = (board.encoder.streaming && (!video || world.faults.stall)) ||
                           (world.faults.encode_hang && board.encoder.pid != 0);
   const double step = seconds * kLevelRampPerSecond;
   if (!level_kept) fpga.video_level = approach(fpga.video_level, video_target, step);
@@ -427,6 +428,15 @@ int fpga_request(Board& board, std::int64_t now_us, unsigned long request, void*
   violation(board, "fpga request %lu", request);
   errno = ENOTTY;
   return -1;
+}
+
+// The bus moves 16 bytes in a microsecond, about 128 Mbit/s.
+constexpr std::int64_t kRequestCost_us = 5;
+constexpr std::uint32_t kBlockBytesPerMicrosecond = 16;
+
+std::int64_t fpga_request_cost(unsigned long request, const void* argument) {
+  if (request != kWriteBlock && request != kReadBlock) return kRequestCost_us;
+  return kRequestCost_us + static_cast<const Block*>(argument)->count / kBlockBytesPerMicrosecond;
 }
 
 long fpga_port_write(Board& board, const std::uint8_t* data, std::size_t size) {
