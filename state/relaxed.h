@@ -3,7 +3,7 @@
 // The service thread, the host-link thread and the status thread exchange
 // single bytes and aligned words, each written whole by one side and read by
 // the other. Relaxed atomics say exactly that: no ordering is promised, and on
-// the board every access stays one plain load or store.
+// the board a read and a store each stay one plain instruction.
 #pragma once
 
 #include <atomic>
@@ -24,6 +24,10 @@ class Relaxed {
     value_.store(value, std::memory_order_relaxed);
     return value;
   }
+
+  // Adds one in a single step, for a counter that several threads move. Returns
+  // the new value.
+  T increment() noexcept { return value_.fetch_add(1, std::memory_order_relaxed) + 1; }
 
  private:
   std::atomic<T> value_{};
