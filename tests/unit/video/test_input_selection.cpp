@@ -1,0 +1,309 @@
+// Switching between the front ends, and the digitizer's register dump.
+#include "video/input_selection.h"
+
+#include "hw/fpga.h"
+#include "hw/shared_memory_davinci.h"
+#include "state/service_flags.h"
+#include "tests/support/i2c_lines.h"
+#include "tests/support/video_traffic.h"
+#include "vboard/testing/bench.h"
+
+namespace {
+
+using i2c_lines::add;
+using i2c_lines::Lines;
+using i2c_lines::rd;
+using i2c_lines::rd_failed;
+using testing::Contains;
+using testing::ElementsAre;
+using testing::ElementsAreArray;
+using testing::HasSubstr;
+using testing::IsEmpty;
+using vboard::Bench;
+
+constexpr int kTvp7002 = 0x5C;
+
+class VideoInput : public testing::Test {
+ protected:
+  VideoInput() : block(bench.attach_block()) {
+    open_fpga_dev();
+    bench.set_fpga(0x204, 0x1234);
+    SetInputMuxCH = 77;
+    block.input_channel = 77;
+    forget();
+  }
+  void TearDown() override {
+    EXPECT_EQ(bench.board().violations.count, 0u) << bench.board().violations.first;
+  }
+  void forget() {
+    bench.trace();
+    bench.output();
+  }
+  int select(std::int32_t value) { return SetVideoInputSel(&value, 0); }
+
+  Bench bench;
+  SharedBlock& block;
+};
+
+std::string last_line(int channel) {
+  return "==========  Set Video Input To " + std::to_string(channel) + " =====================\n";
+}
+
+// One line action on a stream of its own.
+Lines line_action(int number) {
+  return {"open /dev/fpga r+b", "fpga line " + std::to_string(number)};
+}
+
+// Up to where the two paths of the digitizer part.
+Lines tvp7002_begin() {
+  Lines lines = line_action(79);
+  add(lines, {"wait 1000000", "fpga wr 0x0204 <- 0x0000"});
+  return lines;
+}
+
+Lines capture_input(int number) {
+  return {"open /dev/video0", "video0 S_INPUT " + std::to_string(number), "close /dev/video0"};
+}
+
+constexpr char kTvp7002Begin[] =
+    "Start prog_gpio,input_data = 79\n"
+    "************** set TVP7002 SW GPIO 79 ******************\n";
+constexpr char kTvp7002End[] =
+    "************** run tvp7002 init  ******************\n"
+    "Start prog_gpio,input_data = 27\n";
+
+// ---- SetVideoInputSel, digitizer -------------------------------------------------
+
+TEST_F(VideoInput, component_traffic_messages_and_channel_0) {
+  bench.world("fault stuck 5c 14 c2");
+  bench.world("fault stuck 5c 15 00");
+
+  const int result = select(1);
+
+  Lines expected = tvp7002_begin();
+  add(expected, capture_input(1));
+  add(expected, video_traffic::component_setup(0xC2, 0x00));
+  add(expected, {"wait 1000000"});
+  add(expected, line_action(27));
+  EXPECT_THAT(bench.trace(), ElementsAreArray(expected));
+  EXPECT_EQ(bench.output(), std::string(kTvp7002Begin) + "Set CH input to 1 \n" +
+                                "read reg 19 0 \nread reg 1A 6f \n-- reg 14 c2 \n-- reg 15 0 \n" +
+                                kTvp7002End + last_line(0));
+  EXPECT_EQ(SetInputMuxCH, 0);
+  EXPECT_EQ(block.input_channel, 0);
+  EXPECT_EQ(result, static_cast<int>(last_line(0).size()));  // the print result
+  EXPECT_EQ(bench.fpga(0x204), 0);
+}
+
+TEST_F(VideoInput, rgb_traffic_messages_and_channel_3) {
+  block.videoStd = 9;
+  const video_traffic::RgbStandard& standard = video_traffic::kRgbStandards[2];
+  ASSERT_EQ(standard.video_std, 9);
+
+  const int result = select(2);
+
+  Lines expected = tvp7002_begin();
+  add(expected, capture_input(3));
+  add(expected, video_traffic::rgb_setup(standard.writes, {0x54, 0x00, 0x58, 0, 0, 0}));
+  add(expected, {"wait 1000000"});
+  add(expected, line_action(27));
+  EXPECT_THAT(bench.trace(), ElementsAreArray(expected));
+  EXPECT_EQ(bench.output(),
+            std::string(kTvp7002Begin) +
+                "Set CH input to 3 \nSet Video Input To 1024 RGB\nSet Video Input To RGB std 9\n"
+                "reg 01 54 \nreg 02 0 \nreg 03 58 \nreg 04 0 \nreg 012 0 \nreg 013 0 \n"
+                "reg 34 13 \nSet Video Input To all config CH 3 RGB Input\nread reg 19 aa \n"
+                "read reg 1A 6a \n" +
+                kTvp7002End + last_line(3));
+  EXPECT_EQ(SetInputMuxCH, 3);
+  EXPECT_EQ(block.input_channel, 3);
+  EXPECT_EQ(result, static_cast<int>(last_line(3).size()));
+}
+
+class VideoInputOther : public VideoInput, public testing::WithParamInterface<int> {};
+
+TEST_P(VideoInputOther, publishes_the_raw_value_and_sets_up_no_chip) {
+  const int value = GetParam();
+
+  const int result = select(value);
+
+  Lines expected = tvp7002_begin();
+  add(expected, line_action(27));
+  EXPECT_THAT(bench.trace(), ElementsAreArray(expected));
+  EXPECT_EQ(bench.output(), std::string(kTvp7002Begin) + kTvp7002End + last_line(value));
+  EXPECT_EQ(SetInputMuxCH, value);
+  EXPECT_EQ(block.input_channel, value);
+  EXPECT_EQ(result, static_cast<int>(last_line(value).size()));
+}
+
+INSTANTIATE_TEST_SUITE_P(Values, VideoInputOther, testing::Values(0, 3, 5, 255),
+                         [](const auto& row) { return "input_" + std::to_string(row.param); });
+
+TEST_F(VideoInput, takes_the_low_byte_of_the_value) {
+  select(0x101);
+  EXPECT_EQ(block.input_channel, 0);
+  EXPECT_THAT(bench.output(), HasSubstr("Set CH input to 1 \n"));
+  select(0x100);
+  EXPECT_EQ(block.input_channel, 0);
+  select(-1);
+  EXPECT_EQ(block.input_channel, 255);
+  select(0x704);
+  EXPECT_EQ(block.input_channel, 4);
+}
+
+// ---- SetVideoInputSel, decoder ------------------------------------------------------
+
+class VideoInputComposite : public VideoInput, public testing::WithParamInterface<int> {};
+
+TEST_P(VideoInputComposite, traffic_messages_and_channel_4) {
+  const int video_std = GetParam();
+  const int input = video_std == 577 ? 5 : 4;
+  block.videoStd = video_std;
+
+  const int result = select(4);
+
+  Lines expected = line_action(80);
+  add(expected, line_action(26));
+  add(expected, {"wait 1000000"});
+  add(expected, line_action(27));
+  add(expected, capture_input(input));
+  add(expected, {"fpga wr 0x0204 <- 0x4000", "wait 1000000"});
+  add(expected, video_traffic::tvp5150_setup());
+  add(expected, {"wait 2000000"});
+  add(expected, line_action(27));
+  const Lines lines = bench.trace();
+  ASSERT_EQ(lines.size(), expected.size());
+  // Behind register 0x28: close, wait, and the two lines of the line action.
+  EXPECT_THAT(i2c_lines::masked(lines, 5), ElementsAreArray(expected));
+  EXPECT_EQ(bench.output(),
+            "Start prog_gpio,input_data = 80\nStart prog_gpio,input_data = 26\n"
+            "Start prog_gpio,input_data = 27\nSet CH input to " +
+                std::to_string(input) +
+                " \n"
+                "************** set TVP5150 SW GPIO 80 ******************\n"
+                "************** run tvp5150 init  ******************\n"
+                "Start prog_gpio,input_data = 27\n" +
+                last_line(4));
+  EXPECT_EQ(SetInputMuxCH, 4);
+  EXPECT_EQ(block.input_channel, 4);
+  EXPECT_EQ(result, static_cast<int>(last_line(4).size()));
+  EXPECT_EQ(bench.fpga(0x204), 0x4000);
+}
+
+INSTANTIATE_TEST_SUITE_P(Standards, VideoInputComposite, testing::Values(0, 576, 577, 578, 480),
+                         [](const auto& row) { return "standard_" + std::to_string(row.param); });
+
+// ---- failures are the called parts' own -------------------------------------------------
+
+TEST_F(VideoInput, everything_missing_still_publishes_the_channel) {
+  for (const char* device : {"fpga", "i2c", "video0"})
+    bench.world(std::string("fault missing ") + device);
+
+  select(2);
+  EXPECT_EQ(bench.output(),
+            "Start prog_gpio,input_data = 79\nCannot access SPI port (/dev/fpga) - 1\n"
+            "************** set TVP7002 SW GPIO 79 ******************\n"
+            "Cannot open video 0\nSet CH input to 3 \nCannot access I2C device - Brightness\n"
+            "************** run tvp7002 init  ******************\n"
+            "Start prog_gpio,input_data = 27\nCannot access SPI port (/dev/fpga) - 1\n" +
+                last_line(3));
+  EXPECT_EQ(block.input_channel, 3);
+
+  select(4);
+  EXPECT_THAT(bench.output(),
+              HasSubstr("************** run tvp5150 init  ******************\n"
+                        "Cannot access I2C device 5150\nStart prog_gpio,input_data = 27\n"));
+  EXPECT_EQ(block.input_channel, 4);
+}
+
+TEST_F(VideoInput, without_the_shared_block_selects_all_the_same) {
+  shared_memory = nullptr;
+  select(4);
+  EXPECT_EQ(SetInputMuxCH, 4);
+  EXPECT_THAT(bench.trace({"video0"}), ElementsAre("video0 S_INPUT 4"));
+}
+
+TEST_F(VideoInput, selected_front_end_sees_its_source) {
+  bench.world("source composite");
+  select(4);
+  EXPECT_FALSE(bench.board().tvp5150.in_reset);
+  EXPECT_EQ(bench.board().tvp5150.reg[0x0D], 0x47);
+}
+
+// ---- prog7002 ----------------------------------------------------------------------------
+
+class Prog7002 : public VideoInput {
+ protected:
+  Prog7002() {
+    for (int one = 0; one <= 0xFF; ++one)
+      bench.board().tvp7002.reg[one] = static_cast<std::uint8_t>(one ^ 0x5A);
+    // Live registers of the chip held still.
+    bench.world("fault stuck 5c 14 4e");  // 14 ^ 5a
+    bench.world("fault stuck 5c 24 7e");
+    bench.world("fault stuck 5c 27 7d");
+  }
+  // The dump; register `changed` holds `value`.
+  static std::string dump_text(int changed, int value) {
+    std::string text;
+    for (int one = 0; one < 74; ++one) {
+      char line[32];
+      snprintf(line, sizeof line, "#%x=0x%x\n", one, one == changed ? value : one ^ 0x5A);
+      text += line;
+    }
+    return text;
+  }
+  static Lines dump_lines(int changed, int value) {
+    Lines lines;
+    for (int one = 0x00; one <= 0x49; ++one)
+      lines.push_back(rd(kTvp7002, one, one == changed ? value : one ^ 0x5A));
+    return lines;
+  }
+};
+
+TEST_F(Prog7002, writes_one_register_and_dumps_all) {
+  EXPECT_EQ(prog7002(0x21, 0x1C3), 0);
+
+  Lines expected = {"open /dev/i2c-1", "wait 1000000", "i2c 5c wr 21 c3", "wait 1000000"};
+  add(expected, dump_lines(0x21, 0xC3));
+  add(expected, {"close /dev/i2c-1"});
+  EXPECT_THAT(bench.trace(), ElementsAreArray(expected));
+  EXPECT_EQ(bench.output(), "Start prog7002\ninput_data1 = 21\ninput_data2 = 1c3\nreturn\n" +
+                                dump_text(0x21, 0xC3));
+}
+
+TEST_F(Prog7002, register_99_dumps_without_a_write) {
+  EXPECT_EQ(prog7002(99, 0xC3), 0);
+
+  Lines expected = {"open /dev/i2c-1", "wait 1000000", "wait 1000000"};
+  add(expected, dump_lines(-1, 0));
+  add(expected, {"close /dev/i2c-1"});
+  EXPECT_THAT(bench.trace(), ElementsAreArray(expected));
+  EXPECT_EQ(bench.output(),
+            "Start prog7002\ninput_data1 = 63\ninput_data2 = c3\n" + dump_text(-1, 0));
+}
+
+TEST_F(Prog7002, failed_transfers_print_their_result) {
+  bench.world("fault i2c-fail 5c");
+
+  EXPECT_EQ(prog7002(0x21, 0), 0);
+
+  std::string expected = "Start prog7002\ninput_data1 = 21\ninput_data2 = 0\nrc=-1\nreturn\n";
+  for (int one = 0; one < 74; ++one) expected += "rc=-1\n";
+  EXPECT_EQ(bench.output(), expected);
+}
+
+TEST_F(Prog7002, one_failed_read_leaves_the_others) {
+  bench.world("fault i2c-fail 5c 3");  // register 0x02: 99 writes nothing
+  EXPECT_EQ(prog7002(99, 0), 0);
+  EXPECT_THAT(bench.output(), HasSubstr("#1=0x5b\nrc=-1\n#3=0x59\n"));
+  EXPECT_THAT(bench.trace(), Contains(rd_failed(kTvp7002, 0x02)));
+}
+
+TEST_F(Prog7002, bus_missing_is_1) {
+  bench.world("fault missing i2c");
+  EXPECT_EQ(prog7002(0x21, 0), 1);
+  EXPECT_EQ(bench.output(), "Start prog7002\nCannot access I2C device3 \n");
+  EXPECT_THAT(bench.trace({"wait", "i2c", "close"}), IsEmpty());
+}
+
+}  // namespace
