@@ -41,12 +41,12 @@ namespace vboard::seam {
 namespace {
 
 // What device calls cost in virtual time.
-constexpr std::int64_t kFpgaCost_us = 5;
 constexpr std::int64_t kI2cMessageCost_us = 100;
 constexpr std::int64_t kLinkCost_us = 5;
 constexpr std::int64_t kOtherCost_us = 20;
 
 constexpr char kBoardHome[] = "/home/tovin";
+constexpr char kBoardMount[] = "/mnt/tovin";  // where the bench captures go
 
 struct Handle {
   Device device = Device::kNone;
@@ -64,6 +64,8 @@ struct CallFault {
   int times;
   int error;
 };
+
+constexpr int kOwnSemaphores = 7;  // identifier of the test's own set
 
 struct OwnSemaphores {
   bool exists = false;
@@ -151,18 +153,23 @@ bool node_exists(Device device, int number) {
   return true;
 }
 
-// A path of the board's home as it lies on this machine.
+bool lies_under(const std::string& path, const char* directory) {
+  const std::size_t size = strlen(directory);
+  return path.compare(0, size, directory) == 0 && (path.size() == size || path[size] == '/');
+}
+
+// A path of the board as it lies on this machine.
 std::string on_machine(const std::string& path) {
   const std::string& home = seam().settings.home;
-  const std::size_t size = strlen(kBoardHome);
-  if (home.empty() || path.compare(0, size, kBoardHome) != 0) return path;
-  if (path.size() > size && path[size] != '/') return path;
-  return home + path.substr(size);
+  if (home.empty()) return path;
+  if (lies_under(path, kBoardHome)) return home + path.substr(strlen(kBoardHome));
+  if (lies_under(path, kBoardMount)) return home + path;
+  return path;
 }
 
 // Files that belong to the board rather than to the machine.
 bool board_file(const std::string& path) {
-  return path.compare(0, strlen(kBoardHome), kBoardHome) == 0 || path[0] != '/';
+  return lies_under(path, kBoardHome) || lies_under(path, kBoardMount) || path[0] != '/';
 }
 
 // ---- handles --------------------------------------------------------------------
@@ -312,7 +319,7 @@ int i2c_request(Board& board, int fd, const Handle& handle, unsigned long reques
 std::int64_t request_cost(const Handle& handle, unsigned long request, void* argument) {
   switch (handle.device) {
     case Device::kFpga:
-      return kFpgaCost_us;
+      return fpga_request_cost(request, argument);
     case Device::kI2c:
       if (request == I2C_RDWR)
         return kI2cMessageCost_us * static_cast<i2c_rdwr_ioctl_data*>(argument)->nmsgs;
@@ -596,18 +603,24 @@ void* seam_shmat(int id, const void* address, int flags) {
   return place;
 }
 
-int own_semget(int count, int flags) {
+int own_semget(key_t key, int count, int flags) {
   OwnSemaphores& set = seam().semaphores;
-  if (!set.exists && (flags & IPC_CREAT) == 0) {
+  const bool found = set.exists || (flags & IPC_CREAT) != 0;
+  trace("semget 0x%x %d %d%s", static_cast<unsigned>(key), count, flags, found ? "" : " = ENOENT");
+  if (!found) {
     errno = ENOENT;
     return -1;
   }
   if (!set.exists && count != 3) violation(*seam().board, "semaphore set of %d", count);
   set.exists = true;
-  return 7;
+  return kOwnSemaphores;
 }
 
-int own_semop(const sembuf& operation) {
+int own_semop(int id, const sembuf& operation) {
+  if (id != kOwnSemaphores || !seam().semaphores.exists) {
+    errno = EINVAL;
+    return -1;
+  }
   unsigned short& value = seam().semaphores.value[operation.sem_num % 3];
   trace("semop %d %d flags %d", operation.sem_num, operation.sem_op, operation.sem_flg);
   if (operation.sem_op < 0 && value < -operation.sem_op) {
@@ -811,12 +824,12 @@ void* shmat(int id, const void* address, int flags) __THROW {
 }
 int semget(key_t key, int count, int flags) __THROW {
   if (seam::call_fails("semget", "")) return -1;
-  return seam::active() && seam::seam().settings.own_ipc ? seam::own_semget(count, flags)
+  return seam::active() && seam::seam().settings.own_ipc ? seam::own_semget(key, count, flags)
                                                          : real::semget(key, count, flags);
 }
 int semop(int id, sembuf* operations, std::size_t count) __THROW {
   if (seam::call_fails("semop", "")) return -1;
-  return seam::active() && seam::seam().settings.own_ipc ? seam::own_semop(*operations)
+  return seam::active() && seam::seam().settings.own_ipc ? seam::own_semop(id, *operations)
                                                          : real::semop(id, operations, count);
 }
 int semctl(int id, int number, int command, ...) __THROW {

@@ -367,10 +367,10 @@ void fpga_advance(Board& board, std::int64_t now_us) {
   double video_target = 0;
   if (video_flows) video_target = world.faults.level_jump ? kVideoLevelJump : kVideoLevelSteady;
   if (video_flows && world.faults.low_buffer) video_target = kVideoLevelLow;
-  // A stream without pictures (no source, stalled, hung) keeps its level: what is
-  // sent meanwhile is stuffing. Without a stream the buffer drains.
-  const bool level_kept = (board.encoder.streaming && (!video || world.faults.stall)) ||
-                          (world.faults.encode_hang && board.encoder.pid != 0);
+  // As long as encode lives, a stream that stands still (no source, on hold,
+  // stalled, hung) keeps its level. Without encode the buffer drains.
+  const bool level_kept =
+      board.encoder.pid != 0 && board.encoder.alive_raised && !video_flows && !fpga.in_reset;
   const double step = seconds * kLevelRampPerSecond;
   if (!level_kept) fpga.video_level = approach(fpga.video_level, video_target, step);
   fpga.audio_level = approach(fpga.audio_level, audio_flows ? kAudioLevelSteady : 0, step);

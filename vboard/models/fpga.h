@@ -13,4 +13,7 @@ void fpga_advance(Board& board, std::int64_t now_us);
 // True when an audio source delivers sound on its path.
 bool audio_playing(const Board& board);
 
+// Board time that a request takes: a block pays for its bytes besides.
+std::int64_t fpga_request_cost(unsigned long request, const void* argument);
+
 }  // namespace vboard
