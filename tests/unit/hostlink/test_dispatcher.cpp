@@ -1,0 +1,320 @@
+// The host-link thread by itself: start-up, LED, the command table, and what it
+// makes of the directory line of a stored configuration.
+#include "hostlink/dispatcher.h"
+
+#include <cerrno>
+#include <filesystem>
+#include <set>
+
+#include "hw/shared_memory_davinci.h"
+#include "state/service_flags.h"
+#include "tests/unit/hostlink/link_bench.h"
+
+namespace {
+
+using testing::ElementsAre;
+using testing::HasSubstr;
+using testing::IsEmpty;
+using vboard::Bench;
+using vboard::lines;
+using vboard::seam::fail_call;
+
+constexpr std::intptr_t kStillRunning = -1;
+
+// Runs the thread's function for some board seconds. Returns its result.
+std::intptr_t run_thread(Bench& bench, double seconds) {
+  std::intptr_t result = kStillRunning;
+  bench.run_for(static_cast<std::int64_t>(seconds * 1e6), [&result] {
+    result = reinterpret_cast<std::intptr_t>(spi_slave_polling_thread(nullptr));
+  });
+  return result;
+}
+
+// ---- start-up -----------------------------------------------------------------
+
+constexpr char kStart[] =
+    "OPEN NEW /dev/fpga!!!!!!!!!!!!!!!!!!!!!1\n"
+    "Reset FPGA\n"
+    "   after Reset FPGA\n";
+
+TEST(SpiSlavePollingThread, start_up_in_order) {
+  Bench bench;
+  bench.put_file("hd.ini", "vbr=1\n");
+  // The reset takes 1.02 s; the first wait for the host is under way then.
+  EXPECT_EQ(run_thread(bench, 2), kStillRunning);
+  EXPECT_EQ(bench.output(), kStart);
+  EXPECT_EQ(bench.get_file("hd.ini"), "");
+  EXPECT_THAT(
+      bench.trace({"open", "file", "nonblock", "fpga led", "close"}),
+      ElementsAre("open /dev/fpga r+b", "file /home/tovin/hd.ini wb", "open /dev/spislave r+b",
+                  "nonblock /dev/spislave 1", "open /dev/fpga r+b", "fpga led 83"));
+}
+
+TEST(SpiSlavePollingThread, registers_that_do_not_open_are_reported_and_done_without) {
+  Bench bench;
+  fail_call("fopen", "/dev/fpga", 0, 1, ENODEV);  // the LED's handle opens
+  EXPECT_EQ(run_thread(bench, 2), kStillRunning);
+  // The first line of the two is that of the register access itself.
+  EXPECT_EQ(bench.output(),
+            "OPEN NEW /dev/fpga!!!!!!!!!!!!!!!!!!!!!1\n"
+            "Cannot access SPI port (/dev/fpga)\n"
+            "Cannot access SPI port (/dev/fpga)\n");
+  EXPECT_THAT(bench.trace({"fpga"}), ElementsAre("fpga led 83"));
+}
+
+TEST(SpiSlavePollingThread, configuration_that_does_not_open_is_passed_over) {
+  Bench bench;
+  std::filesystem::create_directory(bench.path("hd.ini"));
+  EXPECT_EQ(run_thread(bench, 2), kStillRunning);
+  EXPECT_EQ(bench.output(), kStart);
+}
+
+TEST(SpiSlavePollingThread, missing_link_ends_it_with_0_before_the_led) {
+  Bench bench;
+  bench.world("fault missing spislave");
+  EXPECT_EQ(run_thread(bench, 20), 0);
+  EXPECT_EQ(bench.output(), std::string(kStart) + "Cannot access SPI port (/dev/spislave)\n");
+  EXPECT_THAT(bench.trace({"fpga led", "select"}), IsEmpty());
+}
+
+TEST(SpiSlavePollingThread, missing_led_ends_it) {
+  Bench bench;
+  fail_call("fopen", "/dev/fpga", 1, 1, ENODEV);
+  EXPECT_EQ(run_thread(bench, 20), 0);
+  EXPECT_EQ(bench.output(),
+            std::string(kStart) + "Cannot access SPI port (/dev/fpga) - for LEDs\n");
+  EXPECT_THAT(bench.trace({"fpga led", "select"}), IsEmpty());
+}
+
+// ---- the loop -------------------------------------------------------------------
+
+TEST(SpiSlavePollingThread, led_alternates_once_for_each_pass) {
+  Bench bench;
+  // From 1.02 s on a pass each 15 s without a message: at 1, 16, 31, 46 s.
+  EXPECT_EQ(run_thread(bench, 50), kStillRunning);
+  EXPECT_THAT(bench.trace({"fpga led", "select"}),
+              ElementsAre("fpga led 83", "select 15000000 timeout", "fpga led 86",
+                          "select 15000000 timeout", "fpga led 83", "select 15000000 timeout",
+                          "fpga led 86"));
+  EXPECT_EQ(bench.output(), kStart);
+}
+
+TEST(SpiSlavePollingThread, failing_first_led_request_ends_it_with_2) {
+  Bench bench;
+  fail_call("ioctl", "/dev/fpga 83", 0, 1, EIO);
+  EXPECT_EQ(run_thread(bench, 20), 2);
+  EXPECT_EQ(bench.output(), std::string(kStart) + "Error -1 in IOCTL - LED\n");
+  EXPECT_THAT(bench.trace({"select"}), IsEmpty());
+}
+
+TEST(SpiSlavePollingThread, failing_second_led_request_ends_it_with_2) {
+  Bench bench;
+  fail_call("ioctl", "/dev/fpga 86", 0, 1, EIO);
+  EXPECT_EQ(run_thread(bench, 60), 2);
+  EXPECT_EQ(bench.output(), std::string(kStart) + "Error -1 in IOCTL - LED\n");
+  EXPECT_THAT(bench.trace({"select"}), ElementsAre("select 15000000 timeout"));
+}
+
+TEST(SpiSlavePollingThread, select_error_ends_it_with_0) {
+  Bench bench;
+  fail_call("select", "", 1, 1, EBADF);
+  EXPECT_EQ(run_thread(bench, 60), 0);
+  EXPECT_EQ(bench.output(), std::string(kStart) + kSelectError);
+  // The streams stay open: registers, link, LED.
+  EXPECT_EQ(lines(vboard::seam::open_handles()).size(), 3u);
+}
+
+TEST(SpiSlavePollingThread, empty_read_starts_the_next_pass) {
+  Bench bench;
+  fail_call("read", "/dev/spislave", 0, 1, EAGAIN);
+  vboard::LinkFifo& fifo = bench.board().link.to_board;
+  fifo.data[fifo.head++] = 1;  // GET_HD_VERSION
+  EXPECT_EQ(run_thread(bench, 3), kStillRunning);
+  EXPECT_THAT(
+      bench.trace({"fpga led", "select", "spi", "read"}),
+      ElementsAre("fpga led 83", "select 15000000 ready", "read /dev/spislave = EAGAIN",
+                  "fpga led 86", "select 15000000 ready", "spi rd 01", "spi wr 2d", "fpga led 83"));
+}
+
+TEST(SpiSlavePollingThread, commands_of_one_transfer_are_all_taken) {
+  Bench bench;
+  vboard::LinkFifo& fifo = bench.board().link.to_board;
+  for (int i = 0; i < 3; ++i) fifo.data[fifo.head++] = 1;
+  EXPECT_EQ(run_thread(bench, 3), kStillRunning);
+  EXPECT_THAT(bench.trace({"spi"}), ElementsAre("spi rd 01", "spi wr 2d", "spi rd 01", "spi wr 2d",
+                                                "spi rd 01", "spi wr 2d"));
+}
+
+TEST(SpiSlavePollingThread, descriptor_beyond_the_set_ends_it_like_a_select_error) {
+  const DescriptorsUsedUp used;
+  Bench bench;
+  EXPECT_EQ(run_thread(bench, 20), 0);
+  EXPECT_EQ(bench.output(), std::string(kStart) + kSelectError);
+}
+
+// ---- the table --------------------------------------------------------------------
+
+struct Row {
+  int code;
+  const char* name;
+};
+constexpr Row kRows[] = {{0, "KEEP_ALIVE"},
+                         {1, "GET_HD_VERSION"},
+                         {2, "SEND_HD_CONFIGURATION"},
+                         {3, "GET_STATUS"},
+                         {4, "SEND_RTC"},
+                         {5, "READ_REG"},
+                         {6, "STOP_ENCODE"},
+                         {7, "STOP_AUDIO"},
+                         {8, "GET_LOG_FILE1"},
+                         {9, "GET_REG_FILE_BYTE"},
+                         {10, "PREPARE_FPGA_REGISTERS"},
+                         {11, "UPDATE_VERSION"},
+                         {12, "TEMP"},
+                         {13, "GET_LOG_FILE2"},
+                         {14, "CP_LOG_FILE"},
+                         {15, "GET_MONITOR_STATE"},
+                         {17, "DELETE_LOGS"},
+                         {18, "SET_SPTS"},
+                         {19, "GET_MONITOR_FILE"},
+                         {22, "RESTORE_FACTORY"},
+                         {25, "CLEAR_STATUS"},
+                         {28, "GET_SW_VERSION"},
+                         {32, "GET_SHARED_STATUS"},
+                         {33, "GET_INPUT_MUX"},
+                         {34, "GET_UPDATE_RESULT"},
+                         {35, "GET_FPS"},
+                         {36, "GET_REG_FILE_SIZE"},
+                         {43, "NEW_UPDATE_VERSION"}};
+
+TEST(FindHostCommand, every_row_is_found_and_no_other_code) {
+  std::set<int> known;
+  for (const Row& row : kRows) {
+    known.insert(row.code);
+    const HostCommand* found = find_host_command(static_cast<std::uint8_t>(row.code));
+    ASSERT_NE(found, nullptr) << row.code;
+    EXPECT_EQ(found->code, row.code);
+    EXPECT_STREQ(found->name, row.name);
+    EXPECT_NE(found->handler, nullptr);
+    EXPECT_STRNE(found->follows, "");
+  }
+  for (int code = 0; code <= 255; ++code) {
+    if (known.count(code) != 0) continue;
+    EXPECT_EQ(find_host_command(static_cast<std::uint8_t>(code)), nullptr) << code;
+  }
+}
+
+// ---- the size in the directory line ---------------------------------------------------
+
+// SEND_HD_CONFIGURATION with a file of 30 bytes, its listing replaced.
+class StoredSize : public testing::Test {
+ protected:
+  StoredSize() {
+    one.bench.attach_block();
+    one.bench.output();
+    wrong_size_flag = 0;
+    SystemOnUpdate = 0;
+    monitor_state = 0;
+    fail_call("system", "check_hd_size.txt", 0, -1, ECHILD);
+  }
+  // What the download printed between its file and its apply.
+  std::vector<std::string> download(const std::string& listing) {
+    one.bench.put_file("check_hd_size.txt", listing);
+    return download();
+  }
+  std::vector<std::string> download() {
+    std::vector<int> bytes = {0, 0, 0, 30};
+    bytes.insert(bytes.end(), 30, ';');
+    one.host_sends(bytes);
+    find_host_command(2)->handler(one.link);
+    const std::string said = one.bench.output();
+    const std::string head =
+        "get SEND_HD_CONFIGURATION command\n"
+        "f_size = 30 (1e)\n"
+        "start get file hd.ini\n";
+    EXPECT_EQ(said.substr(0, head.size()), head);
+    const std::size_t apply = said.find("Configure_System4\n\n");
+    EXPECT_NE(apply, std::string::npos);
+    return lines(said.substr(head.size(), apply - head.size()));
+  }
+  LinkBench one;
+};
+
+constexpr char kWrongSize[] = "error!! hd.ini wrong size - need reset from MELK";
+
+struct Listing {
+  const char* name;
+  std::string line;
+  int size;
+};
+
+class ListingLine : public StoredSize, public testing::WithParamInterface<Listing> {};
+
+TEST_P(ListingLine, gives_the_first_number_behind_the_first_t) {
+  const std::vector<std::string> said = download(GetParam().line);
+  const std::string real_size = "real size of hd is " + std::to_string(GetParam().size);
+  if (GetParam().size == 30) {
+    EXPECT_EQ(said.back(), real_size);
+    EXPECT_EQ(wrong_size_flag, 0);
+  } else {
+    ASSERT_GE(said.size(), 2u);
+    EXPECT_EQ(said[said.size() - 2], real_size);
+    EXPECT_EQ(said.back(), kWrongSize);
+    EXPECT_EQ(wrong_size_flag, 1);
+  }
+}
+
+std::string at_column(std::size_t column, const std::string& what) {
+  std::string line = "-rw-r--r-- 1 root root";
+  line.resize(column, ' ');
+  return line + what + "\n";
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    Dispatcher, ListingLine,
+    testing::Values(
+        Listing{"owner_root", "-rw-r--r-- 1 root root 30 Jan  1 00:00 /home/tovin/hd.ini\n", 30},
+        Listing{"no_line_end", "-rw-r--r-- 1 root root 30 Jan", 30},
+        Listing{"other_size", "-rw-r--r-- 1 root root 29 Jan  1 00:00 /home/tovin/hd.ini\n", 29},
+        Listing{"large_size", "-rw-r--r-- 1 root root 5000000 Jan  1 00:00 hd.ini\n", 5'000'000},
+        // The first 't' is that of the path, with no number behind it.
+        Listing{"owner_without_t", "-rw-r--r-- 1 adm adm 30 Jan  1 00:00 /home/tovin/hd.ini\n", 0},
+        // ... or that of the month, with the day behind it.
+        Listing{"month_with_t", "-rw-r--r-- 1 adm adm 30 Oct 12 10:30 /home/tovin/hd.ini\n", 12},
+        Listing{"t_in_the_group", "-rw-r--r-- 1 adm staff 30 Jan  1 00:00 hd.ini\n", 30},
+        Listing{"digit_in_the_owner", "-rw-r--r-- 1 test7 root 30 Jan  1 00:00 hd.ini\n", 7},
+        Listing{"size_directly_behind_the_t", "t30", 30},  //
+        Listing{"no_digits", "ls: cannot access 'hd.ini': No such file or directory\n", 0},
+        Listing{"ends_at_a_letter", "t 30k\n", 30}, Listing{"number_before_the_t", "30 t\n", 0},
+        // Characters 0 to 48 are scanned: two digits of three, then one.
+        Listing{"number_at_the_end_of_the_scan", at_column(47, "309"), 30},
+        Listing{"number_beyond_the_scan", at_column(49, "30"), 0}, Listing{"empty_line", "\n", 0}),
+    [](auto& test) { return test.param.name; });
+
+TEST_F(StoredSize, line_is_printed_with_its_end_when_it_is_short) {
+  EXPECT_THAT(download("root 30\n"), ElementsAre("read 'root 30", "' OK", "real size of hd is 30"));
+}
+
+TEST_F(StoredSize, line_is_read_up_to_50_characters) {
+  std::string line = "root 30 ";
+  line.resize(50, 'x');
+  EXPECT_THAT(download(line + "yz\nsecond line\n"),
+              ElementsAre("read '" + line + "' OK", "real size of hd is 30"));
+}
+
+TEST_F(StoredSize, empty_listing_is_a_read_error) {
+  EXPECT_THAT(download(""), ElementsAre("read error", "real size of hd is 0", kWrongSize));
+}
+
+TEST_F(StoredSize, missing_listing_is_size_0) {
+  const std::vector<std::string> said = download();
+  ASSERT_GE(said.size(), 2u);
+  EXPECT_EQ(said[said.size() - 2], "real size of hd is 0");
+  EXPECT_EQ(said.back(), kWrongSize);
+}
+
+TEST_F(StoredSize, number_too_large_for_any_file_is_a_wrong_size) {
+  EXPECT_EQ(download("root 99999999999999999999999999\n").back(), kWrongSize);
+}
+
+}  // namespace
