@@ -158,6 +158,9 @@ Run::Run(const BoardDirectory& directory, const RunOptions& options,
   clock.epoch_mono_ns = real::monotonic_ns();
   clock.limit_us = options.for_us < 0 ? -1 : clock.now_us + options.for_us;
   clock.running = 0;
+  board_->link.to_board = {};  // nothing is left in the air from an earlier run
+  board_->link.to_host = {};
+  board_->link.settled = true;
   board_->encoder.pid = 0;  // processes do not outlive their run
   board_->encoder.streaming = false;
   std::vector<std::string> words = sandbox_command(directory, options);
@@ -168,7 +171,16 @@ Run::Run(const BoardDirectory& directory, const RunOptions& options,
   }
   words.emplace_back("--");
   words.insert(words.end(), command.begin(), command.end());
+  // Every process of the sandbox holds the other end of this pipe.
+  int alive[2] = {-1, -1};
+  if (pipe(alive) != 0) {
+    problem_ = std::string("cannot make a pipe: ") + strerror(errno);
+    return;
+  }
+  fcntl(alive[0], F_SETFD, FD_CLOEXEC);
   child_ = spawn(words, stdout_fd);
+  close(alive[1]);
+  alive_fd_ = alive[0];
 }
 
 Run::~Run() {
@@ -176,9 +188,19 @@ Run::~Run() {
   if (lock_fd_ >= 0) close(lock_fd_);
 }
 
+// The sandbox's processes are killed when its outer one ends, but not at once.
+void Run::await_all_gone() {
+  char byte = 0;
+  while (real::read(alive_fd_, &byte, 1) > 0) {
+  }
+  close(alive_fd_);
+  alive_fd_ = -1;
+}
+
 // The board's clock stands still between runs.
 void Run::finish() {
   if (board_ == nullptr) return;
+  await_all_gone();
   clock_attach(board_);
   board_->clock.now_us = board_now_us();
   board_->clock.running = 0;

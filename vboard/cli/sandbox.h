@@ -65,9 +65,11 @@ class Run {
 
  private:
   void finish();
+  void await_all_gone();
 
   Board* board_ = nullptr;
   int lock_fd_ = -1;
+  int alive_fd_ = -1;
   pid_t child_ = -1;
   std::string problem_;
 };
