@@ -96,6 +96,7 @@ int change_world(const fs::path& directory, const std::vector<std::string>& word
 int run_vboard(int argc, char** argv) {
   CLI::App app{"A virtual encoder board: runs the unmodified control program on any Linux PC."};
   app.require_subcommand(1);
+  app.fallthrough();  // --board may stand behind the sub-command too
   const char* default_board = getenv("VBOARD_BOARD");
   std::string directory = default_board != nullptr ? default_board : "board";
   app.add_option("-b,--board", directory, "the board's directory")->capture_default_str();
