@@ -12,7 +12,7 @@
 set -eu
 docs=$(cd "$(dirname "$0")" && pwd)
 build=$docs/../build
-mode=write
+mode="write"
 names=
 while [ $# -gt 0 ]; do
   case $1 in
