@@ -280,6 +280,7 @@ int config_request(Board& board, unsigned long request, std::int32_t* value) {
       fpga.config_bytes = 0;
       fpga.config_hash = 2166136261u;
       fpga.nstatus_polls = 0;
+      fpga.config_readback_len = 0;
     }
     fpga.config_line = *value != 0;
     return 0;
