@@ -12,6 +12,8 @@
 #include <iterator>
 #include <sstream>
 
+#include "vboard/core/trace.h"
+
 namespace fs = std::filesystem;
 
 namespace {
@@ -67,18 +69,12 @@ Result BoardRun::service(const std::string& arguments, const std::string& script
              seconds);
 }
 
-// "sequence time thread text…"
-static std::string without_words(const std::string& line, int count) {
-  std::size_t at = 0;
-  for (; count > 0 && at != std::string::npos; --count) at = line.find(' ', at) + 1;
-  return line.substr(at);
-}
-
 std::vector<std::string> BoardRun::trace(const std::vector<std::string>& prefixes) const {
   std::vector<std::string> lines;
   std::ifstream file(directory_ + "/trace");
   for (std::string line; std::getline(file, line);) {
-    line = without_words(line, 3);
+    line = vboard::trace_clean(line);
+    if (line.empty()) continue;
     const auto begins = [&line](const std::string& prefix) {
       return line.compare(0, prefix.size(), prefix) == 0;
     };
@@ -91,7 +87,14 @@ std::vector<std::string> BoardRun::trace(const std::vector<std::string>& prefixe
 std::vector<std::string> BoardRun::trace_with_threads() const {
   std::vector<std::string> lines;
   std::ifstream file(directory_ + "/trace");
-  for (std::string line; std::getline(file, line);) lines.push_back(without_words(line, 2));
+  for (std::string line; std::getline(file, line);) {
+    const std::string clean = vboard::trace_clean(line);
+    if (clean.empty()) continue;
+    std::istringstream words(line);
+    std::string thread;
+    words >> thread >> thread >> thread;  // sequence, time, thread
+    lines.push_back(thread + " " + clean);
+  }
   return lines;
 }
 

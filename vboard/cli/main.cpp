@@ -133,6 +133,13 @@ int run_vboard(int argc, char** argv) {
   demo_command->add_option("--config", demo_options.config, "the hd.ini that the host sends")
       ->capture_default_str();
 
+  std::string trace_file;
+  auto* clean_command =
+      app.add_subcommand("clean", "a trace without times, threads and notes, to compare runs by");
+  clean_command->add_option("trace", trace_file, "a trace file")
+      ->required()
+      ->check(CLI::ExistingFile);
+
   auto* show_command = app.add_subcommand("show", "the board as it stands: world, chips, encode");
   bool register_map = false;
   auto* registers_command = app.add_subcommand("registers", "FPGA registers by name");
@@ -162,6 +169,7 @@ int run_vboard(int argc, char** argv) {
   }
   if (shell_command->parsed()) return shell(directory, shell_options, shell_program);
   if (demo_command->parsed()) return demo(demo_options);
+  if (clean_command->parsed()) return show_clean_trace(trace_file);
   if (operations_command->parsed()) return print_operations(operations_markdown);
   if (registers_command->parsed() && register_map) return print_register_map();
   if (show_command->parsed() || registers_command->parsed()) {

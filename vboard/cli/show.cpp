@@ -2,10 +2,12 @@
 #include "vboard/cli/show.h"
 
 #include <cstdio>
+#include <fstream>
 #include <string>
 
 #include "hw/fpga_registers.h"
 #include "vboard/core/clock.h"
+#include "vboard/core/trace.h"
 #include "vboard/core/world.h"
 
 namespace vboard {
@@ -129,6 +131,15 @@ int print_operations(bool markdown) {
     char rate[16];
     snprintf(rate, sizeof rate, "%.2f", one.fps_milli / 1000.0);
     print_operation(markdown, one.name, rate);
+  }
+  return 0;
+}
+
+int show_clean_trace(const std::string& file) {
+  std::ifstream stream(file);
+  for (std::string line; std::getline(stream, line);) {
+    const std::string clean = trace_clean(line);
+    if (!clean.empty()) printf("%s\n", clean.c_str());
   }
   return 0;
 }

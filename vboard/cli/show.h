@@ -1,6 +1,8 @@
 // Prints a board for a person.
 #pragma once
 
+#include <string>
+
 #include "vboard/core/board.h"
 
 namespace vboard {
@@ -18,5 +20,8 @@ int print_register_map();
 // What the world can do: commands, faults and video standards, as a table for a
 // terminal or in Markdown. Needs no board. Returns 0.
 int print_operations(bool markdown);
+
+// A trace file's clean lines. Returns 0.
+int show_clean_trace(const std::string& file);
 
 }  // namespace vboard

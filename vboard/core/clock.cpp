@@ -152,8 +152,10 @@ bool machine_wait(WaitFor what, std::int64_t timeout_us) {
 
 void clock_attach(Board* board) {
   board_ = board;
-  // Threads of an earlier board, if any, wait for ever on the list left behind.
-  participants_ = new std::deque<Participant>;
+  // Threads of an earlier board, if any, wait for ever on the list left behind;
+  // the lists are kept where a leak check sees them.
+  static auto* lists = new std::deque<std::deque<Participant>>;
+  participants_ = &lists->emplace_back();
   snprintf(participants().emplace_back().name, sizeof Participant::name, "main");
   stopping = false;
   self = 0;

@@ -4,6 +4,9 @@
 #include <cstdarg>
 #include <cstdio>
 #include <cstring>
+#include <iterator>
+
+#include "hw/fpga_registers.h"
 
 namespace vboard {
 
@@ -21,6 +24,60 @@ void trace(const char* format, ...) {
   vsnprintf(line, sizeof line, format, arguments);
   va_end(arguments);
   listening(line);
+}
+
+namespace {
+
+struct Named {
+  int number;
+  const char* name;
+};
+constexpr Named kChips[] = {{0x1c, "AC-3 DSP"}, {0x2e, "7353"},    {0x55, "clock block"},
+                            {0x5c, "TVP7002"},  {0x5d, "TVP5150"}, {0x70, "DIX4192"}};
+constexpr Named kLines[] = {
+    {26, "TVP5150 reset"},    {27, "TVP5150 release"}, {28, "AC-3 DSP reset"},
+    {29, "AC-3 DSP release"}, {79, "select TVP7002"},  {80, "select TVP5150"},
+    {82, "line 82 low"},      {83, "line 83 low"},     {84, "line 84 low"},
+    {85, "line 82 high"},     {86, "line 83 high"},    {87, "line 84 high"},
+    {93, "TVP7002 reset"},    {94, "TVP7002 release"}, {95, "audio reset"},
+    {96, "audio release"}};
+
+const char* name_of(const Named* first, const Named* last, int number) {
+  for (; first != last; ++first)
+    if (first->number == number) return first->name;
+  return "";
+}
+
+const char* register_name(int address) {
+  for (const FpgaRegister& one : kFpgaRegisters)
+    if (one.address == address) return one.name;
+  return "";
+}
+
+}  // namespace
+
+std::string trace_note(const char* clean) {
+  char kind[16] = {};
+  unsigned number = 0;
+  if (sscanf(clean, "fpga %15s 0x%x", kind, &number) == 2)
+    return register_name(static_cast<int>(number));
+  if (sscanf(clean, "fpga line %u", &number) == 1)
+    return name_of(std::begin(kLines), std::end(kLines), static_cast<int>(number));
+  if (sscanf(clean, "i2c %x", &number) == 1)
+    return name_of(std::begin(kChips), std::end(kChips), static_cast<int>(number));
+  return "";
+}
+
+std::string trace_clean(const std::string& line) {
+  if (line.empty() || line[0] == '#') return "";
+  std::size_t at = 0;
+  for (int words = 0; words < 3; ++words) {
+    at = line.find(' ', at);
+    if (at == std::string::npos) return "";
+    ++at;
+  }
+  const std::size_t note = line.rfind(kTraceNote);
+  return line.substr(at, note == std::string::npos || note < at ? note : note - at);
 }
 
 const char* errno_name(int error) {

@@ -16,6 +16,8 @@
 //   pll wr 70 00                  pll rd 70 00             violation ...
 #pragma once
 
+#include <string>
+
 namespace vboard {
 
 // Takes one clean line (no line end).
@@ -24,6 +26,18 @@ using TraceSink = void (*)(const char* clean);
 void set_trace_sink(TraceSink sink);
 
 void trace(const char* format, ...) __attribute__((format(printf, 1, 2)));
+
+// What a person wants to know beside a clean line: the register's label, the
+// chip's name, what a line action does. "" when there is nothing to add.
+std::string trace_note(const char* clean);
+
+// A trace file's first line; each further line is sequence, board time, thread,
+// the clean text, and perhaps a note behind kTraceNote.
+inline constexpr char kTraceHeader[] = "# vboard trace 1";
+inline constexpr char kTraceNote[] = "  # ";
+
+// The clean text of a trace file's line; "" for a line that holds none.
+std::string trace_clean(const std::string& line);
 
 // Name of an errno value as a trace shows it ("ENOENT").
 const char* errno_name(int error);

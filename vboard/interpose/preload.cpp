@@ -13,6 +13,7 @@
 #include <cstdlib>
 #include <cstring>
 #include <mutex>
+#include <string>
 
 #include "vboard/core/clock.h"
 #include "vboard/core/real.h"
@@ -50,10 +51,12 @@ void append_trace(const char* clean) {
   Board& board = board_of_process();
   char line[1200];
   const char* thread = thread_name();
-  const int size = snprintf(line, sizeof line, "%llu %.6f %s %s\n",
+  const std::string note = trace_note(clean);
+  const int size = snprintf(line, sizeof line, "%llu %.6f %s %s%s%s\n",
                             static_cast<unsigned long long>(
                                 __atomic_add_fetch(&board.trace_sequence, 1, __ATOMIC_RELAXED)),
-                            static_cast<double>(board_now_us()) / 1e6, thread, clean);
+                            static_cast<double>(board_now_us()) / 1e6, thread, clean,
+                            note.empty() ? "" : kTraceNote, note.c_str());
   std::lock_guard<std::mutex> hold(trace_file->lock);
   if (trace_file->used + static_cast<std::size_t>(size) > sizeof trace_file->buffer) flush_trace();
   memcpy(trace_file->buffer + trace_file->used, line, static_cast<std::size_t>(size));
@@ -68,6 +71,7 @@ void open_trace(const char* path) {
     fprintf(stderr, "vboard: cannot open trace file %s: %s\n", path, strerror(errno));
     return;
   }
+  if (lseek(trace_file->fd, 0, SEEK_END) <= 0) dprintf(trace_file->fd, "%s\n", kTraceHeader);
   set_trace_sink(append_trace);
 }
 
