@@ -52,6 +52,8 @@ std::vector<std::string> sandbox_command(const BoardDirectory& directory,
   command.insert(command.end(),
                  {"--bind", directory.home(), "/home/tovin", "--proc", "/proc", "--unshare-pid",
                   "--unshare-ipc", "--die-with-parent", "--chdir", "/home/tovin"});
+  // On the board the program is root, and its files are root's.
+  if (geteuid() != 0) command.insert(command.end(), {"--unshare-user", "--uid", "0", "--gid", "0"});
   const auto setenv = [&command](const std::string& name, const std::string& value) {
     command.insert(command.end(), {"--setenv", name, value});
   };
