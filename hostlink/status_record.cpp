@@ -135,6 +135,7 @@ static void parse_version() {
 void clear_status_record() {
   for (std::uint8_t& byte : snapshot) byte = 0;
   for (std::uint8_t& byte : version_bytes) byte = 0;
+  file_reg_zise = kStatusRecordShort;
   send_index = 0;
 }
 

@@ -12,7 +12,7 @@ inline constexpr std::uint8_t kHdVersion = 0x2D;  // 2.13: major in the high nib
 
 inline constexpr int kVersionGroups = 3;
 
-// Empties the snapshot and the version bytes and starts the record over.
+// Empties the snapshot and the version bytes and starts the record over, short.
 void clear_status_record();
 
 // Takes the snapshot, starts the record over and parses `ver`.

@@ -46,6 +46,10 @@ class Host {
 
 class ServiceBench {
  public:
+  // The board's files belong to root, whoever runs the test, and its date stands
+  // still: `ls -l` of a file and `date` are answered by the bench.
+  ServiceBench();
+
   vboard::Bench bench;
 
   // Runs `-602` for this many board seconds beside the host. True when the
