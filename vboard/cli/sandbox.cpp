@@ -27,7 +27,7 @@ constexpr int kFirmwareSize = 60000;
 // updated keeps its own script for the next time.
 constexpr char kUpdateScript[] = R"(#!/bin/sh
 cd /home/tovin/tmp || exit 1
-tar -xzf new_hd_version.tar.gz || exit 1
+tar -xzof new_hd_version.tar.gz || exit 1
 [ -f update.sh ] && chmod +x update.sh && ./update.sh
 )";
 
