@@ -1,0 +1,407 @@
+// The table of configuration keys row by row, and the apply of a whole file.
+#include "config/hd_params.h"
+
+#include <cerrno>
+
+#include "audio/ac3_setup.h"
+#include "audio/audio_settings.h"
+#include "config/start_hd.h"
+#include "config/transport_stream.h"
+#include "config/video_format.h"
+#include "hw/fpga.h"
+#include "hw/shared_memory_davinci.h"
+#include "state/fpgaregs.h"
+#include "state/service_flags.h"
+#include "vboard/testing/bench.h"
+#include "video/input_selection.h"
+#include "video/tvp7002.h"
+
+namespace {
+
+using testing::AllOf;
+using testing::Contains;
+using testing::ElementsAre;
+using testing::HasSubstr;
+using testing::IsEmpty;
+using testing::Not;
+using vboard::Bench;
+namespace seam = vboard::seam;
+
+// ---- the table -----------------------------------------------------------------------
+
+struct Row {
+  const char* key;
+  HdHandler encoder = nullptr;
+  HdHandler video = nullptr;
+  HdHandler audio = nullptr;
+  HdHandler fpga = nullptr;
+};
+
+const Row kRows[] = {
+    {.key = "eb_mode", .fpga = SetEbMode},
+    {.key = "extra_output_rate_pct", .fpga = SetExtraOutputRate},
+    {.key = "output_br", .fpga = SetOutputBitrate},
+    {.key = "mpgVidRate", .encoder = SetVidRate, .fpga = Setoutput_bitrate},
+    {.key = "inVideoStandard"},
+    {.key = "inVideoBrightness", .video = SetBrightness},
+    {.key = "inVideoContrast", .video = SetContrast},
+    {.key = "inAudioEnable", .fpga = SetinAudioEnable},
+    {.key = "mpgAudRate", .fpga = setAudRate},
+    {.key = "inAudioVolume", .fpga = SetinAudioVolume},
+    {.key = "AudioInput", .audio = SetFiberCoax, .fpga = SetAudioInput},
+    {.key = "mpgAudCodec", .fpga = SetAudCodec_bf},
+    {.key = "inAudioSampleRate", .fpga = SetinAudioSampleRate},
+    {.key = "mpgVidRes", .encoder = encSetVidRes, .fpga = fpgaSetVidRes},
+    {.key = "VideoInput", .video = SetVideoInputSel},
+    {.key = "vbr", .encoder = SetVBR},
+    {.key = "AVSync", .fpga = SetAVSync},
+    {.key = "vbiMode", .fpga = CC_enable},
+    {.key = "VidCodec", .encoder = encSetVidCodec, .fpga = fpgaSetVidCodec},
+    {.key = "mpgAudCodec", .fpga = SetAudCodec},
+    {.key = "mpgAudCodec", .fpga = SetAudCodec1},
+    {.key = "pidVideo", .fpga = SetpidVideo},
+    {.key = "pidAudio", .fpga = SetpidAudio},
+    {.key = "pidPCR", .fpga = SetpidPCR},
+    {.key = "offset_x", .fpga = SetOffsetx},
+    {.key = "offset_y", .fpga = SetOffsety},
+    {.key = "offset_x", .fpga = SetOffsetX},
+    {.key = "offset_y", .fpga = SetOffsetY},
+    {.key = "portActiveEnable", .fpga = start_hd},
+    {.key = "frame_div", .fpga = SetFrameDiv},
+    {.key = "frame_mult", .fpga = SetFrameMult},
+    {.key = "eb_delay", .fpga = SetEbDelay},
+    {.key = "gop_size", .fpga = SetGopSize},
+    {.key = "idr", .fpga = SetIdr},
+    {.key = "null_disable", .fpga = SetNullStuffing},
+    {.key = "bufferconst", .fpga = SetBufferConst},
+    {.key = "interlace_flag", .fpga = SetInterlace},
+};
+
+TEST(HdParams, rows_stand_in_order_with_their_handlers) {
+  ASSERT_EQ(std::size(kRows), 37u);
+  for (std::size_t i = 0; i < std::size(kRows); ++i) {
+    ASSERT_NE(hd_params[i].key, nullptr) << "row " << i + 1;
+    SCOPED_TRACE("row " + std::to_string(i + 1) + " " + kRows[i].key);
+    EXPECT_STREQ(hd_params[i].key, kRows[i].key);
+    EXPECT_STREQ(hd_params[i].format, "%d");
+    EXPECT_EQ(hd_params[i].encoder, kRows[i].encoder);
+    EXPECT_EQ(hd_params[i].video_input, kRows[i].video);
+    EXPECT_EQ(hd_params[i].audio_input, kRows[i].audio);
+    EXPECT_EQ(hd_params[i].fpga, kRows[i].fpga);
+  }
+  EXPECT_EQ(hd_params[37].key, nullptr);
+}
+
+TEST(HdParams, file_lies_in_the_home_of_the_board) {
+  EXPECT_STREQ(kHdIniPath, "/home/tovin/hd.ini");
+}
+
+// ---- the apply -----------------------------------------------------------------------
+
+// A board with its block and register device, and no settings applied yet.
+struct Fresh {
+  Bench bench;
+  SharedBlock& block = bench.attach_block();
+  Fresh() {
+    fpga_file = fopen(kFpgaDevice, "r+b");
+    bench.trace();
+    fpgaregs.AudioInput = 0;
+    fpgaregs.inAudioEnable = 0;
+    fpgaregs.AVSync = 0;
+    fps_parameter = 0;
+    output_bitrate = 0;
+    extra_output_rate_pct = 5;
+    enable_capture_mask_reg = 0;
+    dbg_encode = 0;
+  }
+  int apply(const std::string& hd_ini) {
+    bench.put_file("hd.ini", hd_ini);
+    return Configure_System();
+  }
+};
+
+const std::string kHead = "start Configure_System!!\nfname = /home/tovin/hd.ini\n";
+const std::string kTail = "end Configure_System!!\n";
+
+TEST(ConfigureSystem, file_missing_holds_the_path_and_applies_nothing) {
+  Fresh on;
+  on.block.encode_alive = 1;
+  on.block.do_fpga_restart = 0;
+  EXPECT_EQ(Configure_System(), -1);
+  EXPECT_EQ(on.bench.output(), kHead + "can not open hd.ini file\n");
+  EXPECT_EQ(on.block.encode_alive, 0);
+  EXPECT_EQ(on.block.do_fpga_restart, 1);
+  EXPECT_THAT(on.bench.trace(),
+              ElementsAre("fpga wr 0x1328 <- 0x0006", "file /home/tovin/hd.ini r = ENOENT"));
+}
+
+TEST(ConfigureSystem, empty_file_holds_the_path_and_waits) {
+  Fresh on;
+  on.block.encode_alive = 1;
+  EXPECT_EQ(on.apply(""), 0);
+  EXPECT_EQ(on.bench.output(), kHead + kTail);
+  EXPECT_EQ(on.block.encode_alive, 0);
+  EXPECT_EQ(on.block.do_fpga_restart, 1);
+  EXPECT_THAT(on.bench.trace(),
+              ElementsAre("fpga wr 0x1328 <- 0x0006", "file /home/tovin/hd.ini r", "wait 1000000"));
+}
+
+TEST(ConfigureSystem, key_without_handlers_changes_nothing) {
+  Fresh on;
+  EXPECT_EQ(on.apply("inVideoStandard=2\n"), 0);
+  EXPECT_EQ(on.bench.output(), kHead + kTail);
+  EXPECT_THAT(on.bench.trace(),
+              ElementsAre("fpga wr 0x1328 <- 0x0006", "file /home/tovin/hd.ini r", "wait 1000000"));
+  std::vector<std::int32_t> words(1024);
+  memcpy(words.data(), static_cast<const void*>(&on.block), sizeof on.block);
+  std::vector<std::int32_t> expected(1024, 0);
+  expected[0] = 308;
+  expected[1] = 0x4D454C4B;
+  expected[10] = 1;  // do_fpga_restart, the apply's own
+  EXPECT_EQ(words, expected);
+}
+
+TEST(ConfigureSystem, offset_goes_to_both_of_its_rows) {
+  Fresh on;
+  EXPECT_EQ(on.apply("offset_x=5\n"), 0);
+  EXPECT_EQ(on.bench.output(), kHead + "SetOffsetx\noffsetx = 5\n" + kTail);
+  EXPECT_EQ(on.block.offset_x, 5);
+  EXPECT_EQ(on.block.offset_y, 0);
+}
+
+TEST(ConfigureSystem, audio_codec_goes_to_dsp_then_store_then_set_up) {
+  Fresh on;
+  fpgaregs.AudioInput = 2;     // so that the DSP row acts
+  fpgaregs.inAudioEnable = 1;  // so that the set-up does not wait for audio
+  fpgaregs.AudCodec = 0;
+  EXPECT_EQ(on.apply("mpgAudCodec=1\n"), 0);
+  EXPECT_EQ(fpgaregs.AudCodec, 1);
+
+  const std::vector<std::string> traffic = on.bench.trace({"i2c", "fpga wr", "shell"});
+  ASSERT_GE(traffic.size(), 4u);
+  EXPECT_EQ(traffic[0], "fpga wr 0x1328 <- 0x0006");
+  EXPECT_THAT(traffic[1], testing::StartsWith("i2c"));  // configure the DSP
+  EXPECT_THAT(traffic, Contains("fpga wr 0x0008 <- 0x0016"));
+  EXPECT_THAT(traffic, Not(Contains("fpga wr 0x1300 <- 0x0000")));
+  // Behind the first register write of the set-up nothing goes to the DSP.
+  bool set_up = false;
+  for (const std::string& line : traffic) {
+    set_up = set_up || line == "fpga wr 0x0008 <- 0x0016";
+    EXPECT_FALSE(set_up && line.starts_with("i2c")) << line;
+    EXPECT_FALSE(line.starts_with("shell")) << line;
+  }
+  EXPECT_THAT(on.bench.output(), testing::StartsWith(kHead + "SetAudCodec\n"));
+}
+
+TEST(ConfigureSystem, first_of_two_equal_keys_is_applied) {
+  Fresh on;
+  EXPECT_EQ(on.apply("mpgVidRes=7\nmpgVidRes=8\n"), 0);
+  EXPECT_EQ(on.block.videoStd, 7);
+  EXPECT_EQ(fpgaregs.VidRes, 7);
+}
+
+TEST(ConfigureSystem, encoder_slot_is_called_before_the_fpga_slot) {
+  Fresh on;
+  EXPECT_EQ(on.apply("mpgVidRes=5\n"), 0);
+  EXPECT_EQ(on.bench.output(), kHead +
+                                   "encSetVidRes\nshared_memory->videoStd = 5\n"
+                                   "fpgaSetVidRes 5 pram 5\n"
+                                   "msb 0 lsb 0 ans 0.000000 ans2 inf  \n"
+                                   "fps pram =0\nfps_parameter = 0\n" +
+                                   kTail);
+}
+
+TEST(ConfigureSystem, value_that_does_not_scan_skips_its_row_silently) {
+  Fresh on;
+  EXPECT_EQ(on.apply("gop_size=many\nidr=7\n"), 0);
+  EXPECT_EQ(on.bench.output(), kHead + "set IDR frame interval =7 \n" + kTail);
+  EXPECT_EQ(on.block.gop_size, 0);
+}
+
+TEST(ConfigureSystem, section_header_hides_what_follows) {
+  Fresh on;
+  EXPECT_EQ(on.apply("idr=7\n[rate]\ngop_size=25\n"), 0);
+  EXPECT_EQ(on.bench.output(), kHead + "set IDR frame interval =7 \n" + kTail);
+}
+
+TEST(ConfigureSystem, handler_that_fails_does_not_stop_the_walk) {
+  Fresh on;
+  on.bench.world("fault fpga-fail");
+  EXPECT_EQ(on.apply("pidVideo=1\npidAudio=2\nidr=3\n"), 0);
+  EXPECT_EQ(on.bench.output(),
+            kHead + "SetpidVideo\nSetpidAudio\nset IDR frame interval =3 \n" + kTail);
+}
+
+TEST(ConfigureSystem, order_of_the_file_does_not_matter) {
+  Fresh on;
+  EXPECT_EQ(on.apply("interlace_flag=0\nidr=3\neb_mode=0\n"), 0);
+  EXPECT_EQ(on.bench.output(), kHead +
+                                   "set EB Mode =0 \nset IDR frame interval =3 \n"
+                                   "set interlace_flag =0 \n" +
+                                   kTail);
+}
+
+TEST(ConfigureSystem, changed_file_takes_effect_at_the_next_apply) {
+  Fresh on;
+  on.apply("idr=3\n");
+  on.apply("idr=4\n");
+  EXPECT_EQ(on.block.idr, 4);
+}
+
+TEST(ConfigureSystem, registers_not_open_and_block_not_attached_still_walks) {
+  Bench bench;
+  fpga_file = nullptr;
+  shared_memory = nullptr;
+  bench.put_file("hd.ini", "idr=3\npidVideo=1\n");
+  EXPECT_EQ(Configure_System(), 0);
+  EXPECT_EQ(bench.output(), kHead + "SetpidVideo\nset IDR frame interval =0 \n" + kTail);
+}
+
+// A whole configuration: component video, H.264, digital audio that nobody waits
+// for.
+constexpr char kWholeFile[] =
+    "; every key once\n"
+    "eb_mode=1\nextra_output_rate_pct=5\noutput_br=0\nmpgVidRate=8000\ninVideoStandard=1\n"
+    "inVideoBrightness=197\ninVideoContrast=128\n"
+    "inAudioEnable=1\nmpgAudRate=384\ninAudioVolume=-3\nAudioInput=1\nmpgAudCodec=1\n"
+    "inAudioSampleRate=48\n"
+    "mpgVidRes=7\nVideoInput=1\nvbr=1\nAVSync=10\nvbiMode=4\nVidCodec=2\n"
+    "pidVideo=256\npidAudio=257\npidPCR=258\noffset_x=11\noffset_y=12\n"
+    "portActiveEnable=1\n"
+    "frame_div=2\nframe_mult=3\neb_delay=500\ngop_size=25\nidr=6\nnull_disable=1\n"
+    "bufferconst=70\ninterlace_flag=0\n";
+
+TEST(ConfigureSystem, whole_file_drives_the_fpga_in_row_order) {
+  Fresh on;
+  EXPECT_EQ(on.apply(kWholeFile), 0);
+  EXPECT_THAT(
+      on.bench.trace({"fpga", "shell"}),
+      ElementsAre(
+          "fpga wr 0x1328 <- 0x0006",
+          // mpgVidRate: R = 8.925 Mbit/s, 121844 / 8.925 = 13651 = 0x3553
+          "fpga wr 0x1300 <- 0x3553", "fpga wr 0x1304 <- 0x0035", "fpga wr 0x1308 <- 0x0035",
+          "fpga wr 0x130c <- 0x0002",
+          // inAudioSampleRate: 2880
+          "fpga wr 0x0230 <- 0x0b40",
+          // mpgVidRes: the measured frame rate, twice
+          "fpga rd 0x0050 -> 0x0000", "fpga rd 0x004c -> 0x0000", "fpga rd 0x0050 -> 0x0000",
+          "fpga rd 0x004c -> 0x0000",
+          // VideoInput
+          "fpga line 79", "fpga wr 0x0204 <- 0x0000", "fpga line 27",
+          // VidCodec: H.264, frame period 12000
+          "fpga rd 0x0204 -> 0x0000", "fpga wr 0x0204 <- 0x0100", "fpga wr 0x120c <- 0xae60",
+          "fpga wr 0x0210 <- 0x2ee0", "fpga wr 0x1200 <- 0x1a80", "fpga wr 0x1204 <- 0x0006",
+          "fpga wr 0x1208 <- 0x88b8",
+          // third audio codec row: mode 22, reset sequence, word 2 once more
+          "fpga wr 0x0008 <- 0x0016", "fpga wr 0x0004 <- 0x0001", "fpga wr 0x0008 <- 0x0001",
+          "fpga wr 0x0010 <- 0x0000", "fpga wr 0x0224 <- 0x0000", "fpga wr 0x132c <- 0x0000",
+          "fpga wr 0x0004 <- 0x0000", "fpga rd 0x0608 -> 0x0000",
+          // its timing: 48 kHz, reset sequence again
+          "fpga wr 0x0230 <- 0x0b40", "fpga wr 0x0004 <- 0x0001", "fpga wr 0x0008 <- 0x0001",
+          "fpga wr 0x0010 <- 0x0000", "fpga wr 0x0224 <- 0x0000", "fpga wr 0x132c <- 0x0000",
+          "fpga wr 0x0004 <- 0x0000",
+          // D = 90 * 10 + 15000 = 15900 > 8000: 15900 / 4 = 3975 and 2000
+          "fpga wr 0x0228 <- 0x0f87", "fpga wr 0x0208 <- 0x07d0",
+          // frame-size code 0 at 48 kHz: 64 words
+          "fpga wr 0x022c <- 0x0080", "fpga wr 0x1210 <- 0x0064", "fpga wr 0x1214 <- 0x0000",
+          "fpga wr 0x1218 <- 0x07d0", "fpga wr 0x121c <- 0x0010",
+          // control word 0x4000 | 0x20 | 0x10 | 0x01; then the mask 0x30 without 0x10
+          "fpga wr 0x0224 <- 0x4031", "fpga wr 0x0224 <- 0x0020", "fpga wrblk 0x1000 n=2 <- 00 01",
+          "fpga wrblk 0x1004 n=2 <- 01 01", "fpga wrblk 0x1320 n=2 <- 02 01", "shell ./encode&"));
+}
+
+TEST(ConfigureSystem, whole_file_fills_the_block) {
+  Fresh on;
+  EXPECT_EQ(on.apply(kWholeFile), 0);
+  EXPECT_EQ(on.block.videoStd, 7);
+  EXPECT_EQ(on.block.input_channel, 0);  // component is published as channel 0
+  EXPECT_EQ(on.block.video_bitrate, 8000000);
+  EXPECT_EQ(on.block.file_suffix[1], '2');
+  EXPECT_EQ(on.block.do_fpga_restart, 0);
+  EXPECT_EQ(on.block.SampleRate, 2880);
+  EXPECT_EQ(on.block.audio_enable, 1);
+  EXPECT_EQ(on.block.VidCodec, 2);
+  EXPECT_EQ(on.block.frame_rate_code, 7);
+  EXPECT_EQ(on.block.vbr, 1);
+  EXPECT_EQ(on.block.offset_x, 11);
+  EXPECT_EQ(on.block.offset_y, 12);
+  EXPECT_EQ(on.block.closed_caption, 0);
+  EXPECT_EQ(on.block.frame_div, 2);
+  EXPECT_EQ(on.block.frame_mult, 3);
+  EXPECT_EQ(on.block.eb_mode, 1);
+  EXPECT_EQ(on.block.eb_delay, 500);
+  EXPECT_EQ(on.block.null_disable, 1);
+  EXPECT_EQ(on.block.gop_size, 25);
+  EXPECT_EQ(on.block.idr, 6);
+  EXPECT_EQ(on.block.bufferconst, 70);
+  EXPECT_EQ(on.block.interlace_flag, 0);
+  EXPECT_EQ(fpgaregs.mpgAudRate, 384);
+  EXPECT_EQ(fpgaregs.inAudioVolume, 0xFFFD);
+  EXPECT_EQ(fpgaregs.AVSync, 15900);
+}
+
+TEST(ConfigureSystem, rate_control_rows_come_after_the_launch) {
+  Fresh on;
+  // Abandoned in the wait behind the launch.
+  on.bench.put_file("hd.ini", "frame_div=2\nportActiveEnable=1\noffset_x=11\n");
+  EXPECT_FALSE(on.bench.run_for(500, [] { Configure_System(); }));
+  EXPECT_EQ(on.bench.board().encoder.launches, 1u);
+  EXPECT_EQ(on.block.offset_x, 11);
+  EXPECT_EQ(on.block.frame_div, 0);
+}
+
+TEST(ConfigureSystem, settings_come_before_the_video_rate_that_uses_them) {
+  Fresh on;
+  on.block.eb_mode = 0;
+  EXPECT_EQ(on.apply("mpgVidRate=8000\noutput_br=999\nextra_output_rate_pct=0\neb_mode=1\n"), 0);
+  EXPECT_EQ(on.bench.fpga(0x1300), 14334);  // 121844 / 8.5
+}
+
+TEST(ConfigureSystem, captions_come_before_the_codec_that_uses_them) {
+  Fresh on;
+  EXPECT_EQ(on.apply("VidCodec=1\nvbiMode=5\nmpgVidRes=258\n"), 0);
+  EXPECT_EQ(on.bench.fpga(0x204), 0x2000);
+  EXPECT_EQ(on.bench.fpga(0x120C), 41248);
+}
+
+// ---- GetVideoStdFromHDini ---------------------------------------------------------------
+
+TEST(GetVideoStdFromHDini, value_of_the_key) {
+  Bench bench;
+  bench.put_file("hd.ini", "vbr=1\nmpgVidRes=25\n");
+  EXPECT_EQ(GetVideoStdFromHDini(), 25);
+  EXPECT_EQ(bench.output(), "");
+  EXPECT_THAT(bench.trace(), ElementsAre("file /home/tovin/hd.ini r"));
+}
+
+TEST(GetVideoStdFromHDini, key_absent_gives_zero) {
+  Bench bench;
+  bench.put_file("hd.ini", "vbr=1\n");
+  EXPECT_EQ(GetVideoStdFromHDini(), 0);
+}
+
+TEST(GetVideoStdFromHDini, value_that_does_not_scan_gives_zero) {
+  Bench bench;
+  bench.put_file("hd.ini", "mpgVidRes=x\n");
+  EXPECT_EQ(GetVideoStdFromHDini(), 0);
+}
+
+TEST(GetVideoStdFromHDini, file_missing_prints_and_gives_minus_one) {
+  Bench bench;
+  EXPECT_EQ(GetVideoStdFromHDini(), -1);
+  EXPECT_EQ(bench.output(), "can not open hd.ini file\n");
+}
+
+TEST(GetVideoStdFromHDini, key_is_read_once_for_each_of_37_rows) {
+  Bench bench;
+  bench.put_file("hd.ini", "mpgVidRes=25\n");  // one line, one read a lookup
+  seam::fail_call("fgets", "", 36, 1, EIO);
+  GetVideoStdFromHDini();
+  EXPECT_THAT(bench.trace(), Contains("fgets  = EIO"));  // there is a 37th read
+  seam::clear_call_faults();
+  seam::fail_call("fgets", "", 37, 1, EIO);
+  GetVideoStdFromHDini();
+  EXPECT_THAT(bench.trace(), Not(Contains("fgets  = EIO")));  // and no 38th
+}
+
+}  // namespace
