@@ -83,18 +83,21 @@ Bench::Bench(TimeMode mode, double speed) {
   set_trace_sink(keep_line);
 }
 
+void Bench::give_back_output() {
+  fflush(stdout);
+  real::dup2(stdout_fd_, STDOUT_FILENO);
+  if (!::testing::Test::HasFailure()) return;
+  char block[4096];  // what was captured holds the failure's text
+  lseek(capture_fd_, 0, SEEK_SET);
+  for (ssize_t got = 0; (got = real::read(capture_fd_, block, sizeof block)) > 0;)
+    if (real::write(STDOUT_FILENO, block, static_cast<std::size_t>(got)) < 0) break;
+}
+
 Bench::~Bench() {
   set_trace_sink(nullptr);
   seam::stop();
-  fflush(stdout);
-  real::dup2(stdout_fd_, STDOUT_FILENO);
+  give_back_output();
   real::close(stdout_fd_);
-  if (::testing::Test::HasFailure()) {  // what was captured holds the failure's text
-    char block[4096];
-    lseek(capture_fd_, 0, SEEK_SET);
-    for (ssize_t got = 0; (got = real::read(capture_fd_, block, sizeof block)) > 0;)
-      if (real::write(STDOUT_FILENO, block, static_cast<std::size_t>(got)) < 0) break;
-  }
   real::close(capture_fd_);
   std::error_code ignored;
   std::filesystem::current_path(came_from_, ignored);

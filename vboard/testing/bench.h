@@ -34,6 +34,10 @@ class Bench {
   // What went to standard output since last asked.
   std::string output();
 
+  // Ends the capture early, for a test that leaves its process with threads still
+  // running; what a failed test printed is shown.
+  void give_back_output();
+
   // Clean trace lines since last asked: all, or those beginning with one of the
   // prefixes ("fpga", "i2c", "wait").
   std::vector<std::string> trace();
