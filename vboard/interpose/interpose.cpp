@@ -349,6 +349,17 @@ int device_request(int fd, const Handle& handle, unsigned long request, void* ar
                   });
 }
 
+// A request on a descriptor that never opened takes its time too: a program may
+// go on issuing it for ever.
+constexpr std::int64_t kFailedCallCost_us = 1;
+
+int seam_ioctl(int fd, unsigned long request, void* argument) {
+  Handle handle;
+  if (find_handle(fd, &handle)) return device_request(fd, handle, request, argument);
+  if (active() && fd < 0) board_cost(kFailedCallCost_us);
+  return real::ioctl(fd, request, argument);
+}
+
 // ---- streams on devices -----------------------------------------------------------
 // A device stream is a cookie stream, so that the C library buffers it as it
 // would buffer the real one; fileno() names the placeholder descriptor.
@@ -758,9 +769,7 @@ int ioctl(int fd, unsigned long request, ...) __THROW {
   va_start(list, request);
   void* argument = va_arg(list, void*);
   va_end(list);
-  seam::Handle handle;
-  return seam::find_handle(fd, &handle) ? seam::device_request(fd, handle, request, argument)
-                                        : real::ioctl(fd, request, argument);
+  return seam::seam_ioctl(fd, request, argument);
 }
 
 ssize_t read(int fd, void* data, std::size_t size) {
