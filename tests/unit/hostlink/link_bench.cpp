@@ -6,6 +6,8 @@
 #include <unistd.h>
 
 #include <cerrno>
+#include <memory>
+#include <utility>
 
 #include "hostlink/link.h"
 #include "vboard/core/clock.h"
@@ -50,6 +52,16 @@ void LinkBench::host_sends(std::vector<int> bytes, double seconds) {
 }
 
 void LinkBench::host_polls(int count) { host_sends(std::vector<int>(std::size_t(count), 0xA5)); }
+
+bool LinkBench::still_runs_after(double seconds, std::function<void()> body) {
+  auto ended = std::make_shared<bool>(false);
+  bench.beside("program", [ended, body = std::move(body)] {
+    body();
+    *ended = true;
+  });
+  board_wait(WaitFor::kNothing, static_cast<std::int64_t>(seconds * 1e6));
+  return !*ended;
+}
 
 std::vector<int> LinkBench::written() {
   std::vector<int> bytes;

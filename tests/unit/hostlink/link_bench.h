@@ -30,6 +30,9 @@ class LinkBench {
   void host_sends(std::vector<int> bytes, double seconds = 0);
   // A host thread that clocks out this many bytes, one poll byte each.
   void host_polls(int count);
+  // Runs `body` on a thread of its own. True when it still runs after so many
+  // board seconds; it is left there, with all that it holds.
+  bool still_runs_after(double seconds, std::function<void()> body);
   // What the board has written to the link since last asked.
   std::vector<int> written();
   // The `skip`th select from now fails once.

@@ -130,7 +130,7 @@ TEST(GetFile, host_that_pauses_is_waited_for) {
 TEST(GetFile, host_that_stops_in_the_middle_is_waited_for_without_limit) {
   LinkBench one;
   one.gulp({'a'});
-  EXPECT_FALSE(one.bench.run_for(3'600'000'000, [&] { get_file(one.link, 2); }));
+  EXPECT_TRUE(one.still_runs_after(3600, [&one] { get_file(one.link, 2); }));
   // 3600 s / 15 s: 240 reports, and the select that ends with the run.
   const std::size_t reports = vboard::lines(one.bench.output()).size() - 1;
   EXPECT_GE(reports, 239u);
@@ -445,7 +445,7 @@ TEST_F(Fifo, level_without_waiting_bits_is_waited_on_for_ever) {
   one.bench.board().fpga.held = true;
   one.bench.set_fpga(kRegUpdateStatus, 0xFF00);
   vboard::set_trace_sink(nullptr);
-  EXPECT_FALSE(one.bench.run_for(1'000'000, [&] { new_get_upgrate_file(one.link, 2); }));
+  EXPECT_TRUE(one.still_runs_after(1, [this] { new_get_upgrate_file(one.link, 2); }));
   EXPECT_EQ(one.bench.get_file(kArchive), "");
 }
 
