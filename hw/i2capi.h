@@ -29,7 +29,9 @@ int init_i2c(int bus);
 int i2c_readblk(int fd, int addr, int subaddr, int subaddr_len, int len, std::uint8_t* buf);
 
 // Writes the sub-address and len bytes in one message. Returns the result of
-// the transfer, or -2 without touching the bus when len is 1024 or more.
+// the transfer, or -2 without touching the bus when len is negative or 1024 or
+// more. A subaddr_len of 3 still sends two sub-address bytes, and a spare byte
+// after the data.
 int i2c_writeblk(int fd, int addr, int subaddr, int subaddr_len, int len, const std::uint8_t* data);
 
 // One register, one byte.
