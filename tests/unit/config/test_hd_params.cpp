@@ -2,6 +2,7 @@
 #include "config/hd_params.h"
 
 #include <cerrno>
+#include <cstring>
 
 #include "audio/ac3_setup.h"
 #include "audio/audio_settings.h"
@@ -18,11 +19,8 @@
 
 namespace {
 
-using testing::AllOf;
 using testing::Contains;
 using testing::ElementsAre;
-using testing::HasSubstr;
-using testing::IsEmpty;
 using testing::Not;
 using vboard::Bench;
 namespace seam = vboard::seam;

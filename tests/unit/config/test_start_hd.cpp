@@ -1,6 +1,8 @@
 // The launch of `encode`.
 #include "config/start_hd.h"
 
+#include <cerrno>
+
 #include "hw/shared_memory_davinci.h"
 #include "state/fpgaregs.h"
 #include "state/service_flags.h"

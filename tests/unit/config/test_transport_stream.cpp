@@ -2,6 +2,7 @@
 #include "config/transport_stream.h"
 
 #include <climits>
+#include <cstring>
 
 #include "config/video_format.h"
 #include "hw/fpga.h"

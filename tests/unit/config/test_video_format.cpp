@@ -506,7 +506,7 @@ INSTANTIATE_TEST_SUITE_P(
                     "set_data_format:setting data format\n"}),
     [](const auto& test) { return std::string(test.param.name); });
 
-TEST(SetCropImeg, refused_close_is_the_result) {
+TEST(SetCropImeg, device_is_closed_again) {
   Bench bench;
   EXPECT_EQ(SetCropImeg(), 0);
   EXPECT_EQ(seam::open_handles(), "");

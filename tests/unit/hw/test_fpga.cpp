@@ -2,6 +2,7 @@
 #include "hw/fpga.h"
 
 #include <cerrno>
+#include <cstring>
 
 #include "hw/fpga_registers.h"
 #include "hw/shared_memory_davinci.h"

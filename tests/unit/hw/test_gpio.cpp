@@ -1,6 +1,7 @@
 // Line actions of the FPGA device and lines of the kernel's sysfs GPIO.
 #include "hw/gpio.h"
 
+#include <cerrno>
 #include <climits>
 
 #include "vboard/testing/bench.h"
