@@ -11,6 +11,8 @@
 
 #include "hw/fpga.h"
 
+static constexpr int kLongestRecord = 4;  // 32-bit words
+
 int prog_gpio(int line) {
   printf("Start prog_gpio,input_data = %d\n", line);
   // The stream is never closed: every action keeps its own open handle.
@@ -19,8 +21,10 @@ int prog_gpio(int line) {
     puts("Cannot access SPI port (/dev/fpga) - 1");
     return 1;
   }
-  std::int32_t one = 1;
-  const int result = ioctl(fileno(device), static_cast<unsigned long>(line), &one);
+  // A line action takes the one word. The operator may name any request of the
+  // driver, and the register requests take more: the rest is room for them.
+  std::int32_t words[kLongestRecord] = {1};
+  const int result = ioctl(fileno(device), static_cast<unsigned long>(line), words);
   if (result != 0) {
     printf("Error %d in IOCTL - LED\n", result);
     return 2;
