@@ -202,19 +202,9 @@ int InitTVP5150() {
   return 1;
 }
 
-int video_monitorTVP5150(int mode) {
-  // Two threads call; none of their calls is lost, so the count meets the interval.
-  if (count_st.increment() != kMonitorInterval) return 0;
-  count_st = 0;
-
-  const int fd = open_bus();
-  if (fd < 0) return -1;
-  const int status1 = read_chip(fd, kTvp5150Status1);
-  old_data1 = static_cast<std::uint8_t>(status1);
-  write_chip(fd, kTvp5150CaptionStatus, kCaptionClearAll);
-  close_i2c(fd);
-
-  tvp5150_print_locks(status1);
+// Reports the lock and counts the readings without it. Returns 0, or -1 when the
+// loss of lock is to be acted on.
+static int judge_locks(int status1, int mode) {
   if ((status1 & kBothLocks) == kBothLocks) {
     puts("Tvp 5150 is status register  lock ");
     error_count = 0;
@@ -230,6 +220,22 @@ int video_monitorTVP5150(int mode) {
     return -1;
   }
   return 0;
+}
+
+int video_monitorTVP5150(int mode) {
+  // Two threads call; none of their calls is lost, so the count meets the interval.
+  if (count_st.increment() != kMonitorInterval) return 0;
+  count_st = 0;
+
+  const int fd = open_bus();
+  if (fd < 0) return -1;
+  const int status1 = read_chip(fd, kTvp5150Status1);
+  old_data1 = static_cast<std::uint8_t>(status1);
+  write_chip(fd, kTvp5150CaptionStatus, kCaptionClearAll);
+  tvp5150_print_locks(status1);
+  const int result = judge_locks(status1, mode);
+  close_i2c(fd);
+  return result;
 }
 
 void tvp5150_print_interrupts(int fd) {
