@@ -61,6 +61,7 @@ static void read_software_version() {
   if (read_line(file, line, sizeof line) == 1) {
     for (int index = 0; index < kVersionTextSize; ++index) ver[index] = line[index];
     printf("read '%s' OK", line);
+    fflush(stdout);  // no line end follows, and an idle service says nothing more
   } else {
     puts("read error");
   }

@@ -70,6 +70,7 @@ static void dump_bytes(const std::uint8_t* bytes, std::int32_t count) {
     if (i % kDumpLine == 0) putchar('\n');
     printf("%x ", bytes[i]);
   }
+  fflush(stdout);  // the last line has no end
 }
 
 int send_log_file(std::int32_t size, FILE* link, int selector) {
