@@ -1,0 +1,254 @@
+// The launcher with real processes: what lasts between them, runs that repeat to
+// the byte, and what it says to a command it cannot follow.
+#include <filesystem>
+#include <fstream>
+
+#include "tests/command/command_case.h"
+
+namespace {
+
+std::string vboard_program() { return std::string(BUILD_DIRECTORY) + "/vboard"; }
+
+// ---- state ------------------------------------------------------------------------
+
+TEST(VboardState, lasts_between_processes) {
+  BoardRun board;
+  board.vantorig("-5150rw 0 0x28 0x0A");
+  EXPECT_EQ(board.vantorig("-5150rw 1 0x28").out, "reg 0x28=0xa\n");
+  board.vantorig("-gpio 26");  // reset
+  EXPECT_EQ(board.vantorig("-5150rw 1 0x28").out, "reg 0x28=0x0\n");
+  EXPECT_EQ(board.trace({"i2c"}), Lines{"i2c 5d rd 28 = EREMOTEIO"});
+  board.vantorig("-gpio 27");
+  board.vantorig("-5150rw 1 0x28");
+  EXPECT_EQ(board.trace({"i2c"}), Lines{"i2c 5d rd 28 -> 00"});
+}
+
+TEST(VboardState, boards_are_apart) {
+  BoardRun one;
+  BoardRun other;
+  one.vantorig("-wrreg 0x102 0x55");
+  EXPECT_EQ(other.vantorig("-rdreg 0x102").out, "addr 0x102: 0x0\n");
+}
+
+TEST(VboardState, world_lasts_until_it_is_changed) {
+  BoardRun board;
+  EXPECT_EQ(board.vboard("fault missing i2c").out, "fault missing i2c\n");
+  EXPECT_EQ(board.vantorig("-blk").out, "Y prog_blk\nCannot access I2C device1 \n");
+  EXPECT_EQ(board.vboard("faults clear").status, 0);
+  EXPECT_EQ(board.vantorig("-blk").out, "Y prog_blk\nrc = 0\n");
+}
+
+TEST(VboardState, clock_goes_on_from_run_to_run) {
+  BoardRun board;
+  board.vantorig("-blk");  // a second
+  board.vantorig("-blk");
+  const std::string shown = board.vboard("show").out;
+  EXPECT_EQ(shown.substr(0, 14), "time      2.00") << shown;
+}
+
+TEST(VboardState, encode_does_not_outlive_its_run) {
+  BoardRun board;
+  board.put_file("send.ini", "portActiveEnable=1\n; enough bytes to be a file\n");
+  board.service("-602", "at 3s melk send-config /home/tovin/send.ini\n", 20);
+  EXPECT_THAT(board.vboard("show").out, testing::HasSubstr("not running, launched 1 times"));
+}
+
+// ---- determinism -------------------------------------------------------------------
+
+TEST(VboardDeterminism, scripted_service_repeats_to_the_byte) {
+  const char script[] =
+      "at 3s melk send-config /home/tovin/send.ini\n"
+      "at 40s melk status\n"
+      "after 1s world source none\n"
+      "after 20s melk status\n"
+      "world source component\n"
+      "after 60s link 03 03 03\n"
+      "collect 3\n";
+  std::ifstream example(SOURCE_DIRECTORY "/packaging/hd.ini");
+  const std::string config{std::istreambuf_iterator<char>(example), {}};
+  struct Seen {
+    std::string out;
+    std::string log;
+    Lines trace;
+  };
+  const auto run = [&] {
+    BoardRun board;
+    board.put_file("send.ini", config);
+    const Result result = board.service("-602", script, 150);
+    return Seen{result.out, board.host_log(), board.trace_with_threads()};
+  };
+  const Seen first = run();
+  const Seen second = run();
+  EXPECT_EQ(first.out, second.out);
+  EXPECT_EQ(first.log, second.log);
+  EXPECT_EQ(first.trace, second.trace);
+  EXPECT_GT(first.trace.size(), 1000u);
+  EXPECT_THAT(first.log, testing::HasSubstr("world source none"));
+}
+
+// ---- time --------------------------------------------------------------------------
+
+TEST(VboardTime, limit_takes_its_units) {
+  for (const char* limit : {"2", "2s", "2000ms", "0.03333334min", "0.000555556h"}) {
+    BoardRun board;
+    const Result result = board.vboard(std::string("run --virtual --for ") + limit + " -- " +
+                                       BUILD_DIRECTORY + "/vantorig -5150");
+    EXPECT_EQ(result.status, 0) << limit << result.err;
+    EXPECT_EQ(board.vboard("show").out.substr(0, 15), "time      2.000") << limit;
+  }
+}
+
+TEST(VboardTime, status_of_the_program_is_passed_on) {
+  BoardRun board;
+  EXPECT_EQ(board.vboard("run --virtual -- sh -c 'exit 7'").status, 7);
+  EXPECT_EQ(board.vboard("run --virtual -- sh -c 'kill -9 $$'").status, 128 + 9);
+}
+
+// ---- the sandbox ----------------------------------------------------------------------
+
+TEST(VboardSandbox, home_is_the_boards_own_and_starts_furnished) {
+  BoardRun board;
+  const Result result = board.vboard("run --virtual -- ls /home/tovin");
+  EXPECT_EQ(lines_of(result.out), (Lines{"MELK_spi.bin", "encode", "update.sh", "version.ini"}));
+  EXPECT_EQ(board.vboard("run --virtual -- pwd").out, "/home/tovin\n");
+}
+
+// ---- what it cannot follow --------------------------------------------------------------
+
+struct Complaint {
+  const char* name;
+  const char* arguments;
+  int status;
+  const char* message;  // a piece of standard error
+};
+void PrintTo(const Complaint& one, std::ostream* out) { *out << one.arguments; }
+
+class VboardComplaint : public testing::TestWithParam<Complaint> {};
+
+TEST_P(VboardComplaint, goes_to_standard_error_with_its_status) {
+  BoardRun board;
+  const Result result = board.vboard(GetParam().arguments);
+  EXPECT_EQ(result.status, GetParam().status);
+  EXPECT_EQ(result.out, "");
+  EXPECT_THAT(result.err, testing::HasSubstr(GetParam().message));
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    each, VboardComplaint,
+    testing::Values(
+        Complaint{"limit_without_virtual_time", "run --for 5 -- true", 125,
+                  "vboard: --for and --script need --virtual"},
+        Complaint{"script_without_virtual_time", "run --script /dev/null -- true", 125,
+                  "vboard: --for and --script need --virtual"},
+        Complaint{"limit_is_no_time", "run --virtual --for soon -- true", 125,
+                  "vboard: --for wants a time"},
+        Complaint{"limit_in_unknown_unit", "run --virtual --for 5y -- true", 125,
+                  "vboard: --for wants a time"},
+        Complaint{"script_missing", "run --virtual --script /no/such/file -- true", 105,
+                  "File does not exist"},
+        Complaint{"program_missing", "run --virtual -- /no/such/program", 1, "/no/such/program"},
+        Complaint{"world_word_unknown", "source hdmi", 2,
+                  "vboard: source: source 'hdmi' is none of component, vga, composite, none"},
+        Complaint{"fault_unknown", "fault fire", 2, "vboard: fault: fault 'fire' is none of"},
+        Complaint{"nothing_asked", "", 106, "A subcommand is required"},
+        Complaint{"command_unknown", "explode", 106, "A subcommand is required"}),
+    [](const auto& one) { return std::string(one.param.name); });
+
+TEST(VboardErrors, board_of_another_version_is_refused) {
+  BoardRun board;
+  const std::string state = board.path("../board.state");
+  std::filesystem::resize_file(state, std::filesystem::file_size(state) + 1);
+  for (const char* arguments : {"run --virtual -- true", "faults clear", "show"}) {
+    const Result result = board.vboard(arguments);
+    EXPECT_EQ(result.status, 125);
+    EXPECT_THAT(result.err, testing::HasSubstr("it is of another version of vboard"));
+  }
+}
+
+TEST(VboardErrors, state_that_is_none_is_refused) {
+  BoardRun board;
+  const std::string state = board.path("../board.state");
+  std::fstream file(state, std::ios::in | std::ios::out | std::ios::binary);
+  file.write("none", 4);  // over the magic word
+  file.close();
+  EXPECT_EQ(board.vboard("run --virtual -- true").status, 125);
+}
+
+TEST(VboardErrors, show_wants_a_board) {
+  const Result result = shell(vboard_program() + " --board /tmp/no/such/board show");
+  EXPECT_EQ(result.status, 125);
+  EXPECT_THAT(result.err, testing::HasSubstr("vboard: no board in /tmp/no/such/board"));
+}
+
+TEST(VboardErrors, second_program_on_a_board_is_refused) {
+  BoardRun board;
+  const std::string vboard = vboard_program() + " --board " + board.path("..");
+  const Result result = shell(vboard + " run -- sleep 2 & sleep 0.5; " + vboard +
+                              " run --virtual -- true; status=$?; wait; exit $status");
+  EXPECT_EQ(result.status, 125);
+  EXPECT_EQ(result.err, "vboard: a program runs on this board already\n");
+}
+
+// ---- scripts that are none ---------------------------------------------------------------
+
+struct ScriptCase {
+  const char* name;
+  const char* script;
+  const char* message;
+};
+void PrintTo(const ScriptCase& one, std::ostream* out) { *out << one.name; }
+
+class VboardScript : public testing::TestWithParam<ScriptCase> {};
+
+TEST_P(VboardScript, is_refused_with_its_line) {
+  BoardRun board;
+  const Result result = board.service("-602", GetParam().script, 5);
+  EXPECT_EQ(result.status, 125);
+  EXPECT_EQ(result.out, "");
+  EXPECT_THAT(result.err, testing::EndsWith(GetParam().message));
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    faults, VboardScript,
+    testing::Values(
+        ScriptCase{"unknown_step", "print one\ndance\n", "script:2: unknown step dance\n"},
+        ScriptCase{"no_time", "at\n", "script:1: a time such as 2s, 500ms or 3min is wanted\n"},
+        ScriptCase{"time_without_a_unit", "at 5 print x\n",
+                   "script:1: a time such as 2s, 500ms or 3min is wanted\n"},
+        ScriptCase{"time_in_unknown_unit", "# a comment\n\nafter 5y print x\n",
+                   "script:3: a time such as 2s, 500ms or 3min is wanted\n"}),
+    [](const auto& one) { return std::string(one.param.name); });
+
+TEST(VboardScriptSteps, run_at_their_times_and_are_logged) {
+  BoardRun board;
+  board.service("-602",
+                "print first   words  # not this\n"
+                "at 1500ms world source none\n"
+                "after 500ms print at two\n"
+                "world source hdmi\n"
+                "end\n"
+                "print never\n",
+                60);
+  EXPECT_EQ(board.host_log(),
+            "first words\n"
+            "[1.500] world source none\n"
+            "at two\n"
+            "[2.000] world source hdmi: source: source 'hdmi' is none of component, vga, "
+            "composite, none\n");
+  const std::string shown = board.vboard("show").out;
+  EXPECT_EQ(shown.substr(0, 15), "time      2.000") << shown;
+}
+
+TEST(VboardScriptSteps, link_shows_what_comes_back) {
+  BoardRun board;
+  // 0x03 asks for a status byte; its answer comes with a later transfer. Before
+  // any command the link has nothing to give.
+  board.service("-602", "at 3s link 03\nafter 1s collect 1\n", 10);
+  const Lines log = lines_of(board.host_log());
+  ASSERT_EQ(log.size(), 2u);
+  EXPECT_EQ(log[0], "link 03>--");
+  EXPECT_EQ(log[1].substr(0, 8), "link a5>");
+  EXPECT_NE(log[1].substr(8), "--");
+}
+
+}  // namespace
