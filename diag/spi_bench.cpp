@@ -14,6 +14,7 @@ static constexpr std::intptr_t kNotOpened = 1;
 
 std::intptr_t readSpiSplave(std::intptr_t h) {
   printf("readSpiSplave, h=0x%x\n", static_cast<unsigned>(h));
+  if (h == kNotOpened) return kNotOpened;  // the result of a failed call, passed back
   FILE* stream = h == kOpenSpiSlave ? open_spi_slave() : reinterpret_cast<FILE*>(h);
   if (stream == nullptr) return kNotOpened;
   usleep(kReadPause_us);

@@ -81,6 +81,14 @@ TEST(ReadSpiSplave, device_missing_prints_and_returns_1) {
   EXPECT_THAT(bench.trace({"wait"}), IsEmpty());
 }
 
+TEST(ReadSpiSplave, result_of_a_failed_call_passed_back_reads_nothing) {
+  Bench bench;
+  EXPECT_EQ(readSpiSplave(1), 1);
+  EXPECT_EQ(readSpiSplave(0), 1);
+  EXPECT_THAT(lines(bench.output()), ElementsAre("readSpiSplave, h=0x1", "readSpiSplave, h=0x0"));
+  EXPECT_THAT(bench.trace(), IsEmpty());
+}
+
 TEST(SpiSlaveThread, device_missing_prints_and_returns_0) {
   Bench bench;
   bench.world("fault missing spislave");
