@@ -2,6 +2,7 @@
 // path after it, and the loss of audio on each.
 #include <algorithm>
 
+#include "audio/audio_settings.h"
 #include "audio/blkfn.h"
 #include "hw/shared_memory_davinci.h"
 #include "state/service_flags.h"
@@ -15,6 +16,18 @@ using vboard::lines;
 
 constexpr int kDspInput = 2;
 constexpr int kDigitalInput = 1;
+
+// A service whose shared state is that of a fresh process.
+struct AudioService : ServiceBench {
+  AudioService() {
+    global_status = kStatusInitial;
+    status_vantorig = kStatusVantorigCleared;
+    monitor_state = kMonitorWatching;
+    status_init_flag = 0;
+    start_bf_st = 0;
+    enable_capture_mask_reg = 0;
+  }
+};
 
 // kbit/s; the volume in 1.5 dB steps.
 std::string audio_config(int input, int rate) {
@@ -59,7 +72,7 @@ long count(const std::vector<std::string>& texts, const std::string& wanted) {
 // ---- the demonstration's configurations ---------------------------------------
 
 TEST(AudioPath, dsp_with_new_firmware_brings_sound_then_the_digital_input_takes_over) {
-  ServiceBench service;
+  AudioService service;
   vboard::Bench& bench = service.bench;
   bench.world("audio dsp bitrate=192,rate=48,acmod=2,bsid=6");
   bench.world("fault dsp-no-firmware");
@@ -125,7 +138,7 @@ TEST(AudioPath, dsp_with_new_firmware_brings_sound_then_the_digital_input_takes_
 // The receiver check wants the shared audio byte, which comes with the first
 // launch: a first set-up of the digital path publishes the defaults.
 TEST(AudioPath, first_digital_configuration_has_the_defaults_and_the_second_the_header) {
-  ServiceBench service;
+  AudioService service;
   service.bench.world("audio digital bitrate=320,acmod=2,bsid=6");
   std::vector<int> first;
   service.run(150, [&](Host& host) {
@@ -143,7 +156,7 @@ TEST(AudioPath, first_digital_configuration_has_the_defaults_and_the_second_the_
 // ---- loss -------------------------------------------------------------------------
 
 TEST(AudioLoss, dsp_path_resets_the_dsp_and_restarts_for_good) {
-  ServiceBench service;
+  AudioService service;
   vboard::Bench& bench = service.bench;
   bench.world("audio dsp");
   std::vector<int> steady;
@@ -209,7 +222,7 @@ TEST(AudioLoss, dsp_path_resets_the_dsp_and_restarts_for_good) {
 }
 
 TEST(AudioLoss, digital_path_shows_in_the_flags_alone) {
-  ServiceBench service;
+  AudioService service;
   vboard::Bench& bench = service.bench;
   std::vector<int> lost;
   std::vector<int> back;
@@ -231,7 +244,7 @@ TEST(AudioLoss, digital_path_shows_in_the_flags_alone) {
 }
 
 TEST(AudioDisabled, nothing_is_waited_for_and_nothing_restarts) {
-  ServiceBench service;
+  AudioService service;
   vboard::Bench& bench = service.bench;
   bench.world("audio none");
   std::vector<int> status;
