@@ -22,3 +22,14 @@ need_packages() {
     exit 1
   }
 }
+
+# build DIRECTORY [TARGET...]: builds quietly; shows what went wrong.
+build() {
+  place=$1
+  ninja -C "$@" >"$place/ninja.log" 2>&1 || {
+    cat "$place/ninja.log" >&2
+    echo "The build in $place failed." >&2
+    exit 1
+  }
+  tail -n 1 "$place/ninja.log"
+}
