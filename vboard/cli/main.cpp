@@ -10,6 +10,7 @@
 #include <vector>
 
 #include "vboard/cli/demo.h"
+#include "vboard/cli/dump.h"
 #include "vboard/cli/sandbox.h"
 #include "vboard/cli/show.h"
 #include "vboard/core/clock.h"
@@ -145,6 +146,13 @@ int run_vboard(int argc, char** argv) {
   auto* registers_command = app.add_subcommand("registers", "FPGA registers by name");
   registers_command->add_flag("--markdown", register_map,
                               "the register map as a Markdown table, without values");
+  std::string dump_file;
+  auto* save_command = app.add_subcommand("save", "write the FPGA registers to a dump file");
+  auto* load_command =
+      app.add_subcommand("load", "set the FPGA registers from a dump, of a board or of save");
+  for (CLI::App* one : {save_command, load_command})
+    one->add_option("file", dump_file, "lines of \"0xADDRESS 0xVALUE\", or what -rdreg prints")
+        ->required();
   bool operations_markdown = false;
   auto* operations_command =
       app.add_subcommand("operations", "what the world can do: commands, faults, standards");
@@ -172,15 +180,22 @@ int run_vboard(int argc, char** argv) {
   if (clean_command->parsed()) return show_clean_trace(trace_file);
   if (operations_command->parsed()) return print_operations(operations_markdown);
   if (registers_command->parsed() && register_map) return print_register_map();
-  if (show_command->parsed() || registers_command->parsed()) {
+  if (show_command->parsed() || registers_command->parsed() || save_command->parsed() ||
+      load_command->parsed()) {
     std::string problem;
     const BoardDirectory place(directory);
-    if (!fs::exists(place.state_file())) return complain("no board in " + place.path().string());
+    if (load_command->parsed() && !place.prepare(&problem)) return complain(problem);
+    if (!load_command->parsed() && !fs::exists(place.state_file()))
+      return complain("no board in " + place.path().string());
     Board* board = place.map(&problem);
     if (board == nullptr) return complain(problem);
     clock_attach(board);
     Locked hold(*board);
-    return show_command->parsed() ? show_board(*board) : show_registers(*board);
+    if (show_command->parsed()) return show_board(*board);
+    if (registers_command->parsed()) return show_registers(*board);
+    const bool done = save_command->parsed() ? save_registers(*board, dump_file, &problem)
+                                             : load_registers(*board, dump_file, &problem);
+    return done ? 0 : complain(problem);
   }
   for (CLI::App* one : world_apps) {
     if (!one->parsed()) continue;
