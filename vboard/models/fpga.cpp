@@ -52,8 +52,6 @@ constexpr double kVideoLevelJump = 90;    // where a jumped buffer settles
 constexpr double kVideoLevelLow = 6;      // a buffer that never fills
 constexpr double kAudioLevelSteady = 24;
 constexpr double kLevelRampPerSecond = 12;
-constexpr double kVideoUnitsPerFrame = 188;
-constexpr double kReferencePerFrame = 1;
 constexpr double kAudioFramesPerSecond = 31.25;  // AC-3 sync frames at 48 kHz
 constexpr double kAudioSamplesPerSecond = 48000;
 constexpr int kVideoLevelNormal = 12000;  // 0x1340
@@ -357,8 +355,8 @@ void fpga_advance(Board& board, std::int64_t now_us) {
   const bool audio_flows = audio_playing(board) && board.encoder.streaming && !fpga.in_reset;
   if (video) fpga.video_frames += frames;
   if (video_flows) {
-    fpga.video_units += frames * kVideoUnitsPerFrame;
-    fpga.video_reference += frames * kReferencePerFrame;
+    fpga.video_units += frames;
+    fpga.video_reference += frames;
   }
   if (audio_playing(board)) fpga.audio_samples += seconds * kAudioSamplesPerSecond;
   if (audio_flows) {
