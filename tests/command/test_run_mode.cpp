@@ -51,7 +51,6 @@ TEST(RunModeStart, prints_and_does_its_steps_in_order) {
   board.put_file("version.ini", "3.4.5");
   const Result result = board.vantorig("-602", 0.3);
   EXPECT_EQ(result.status, 0);
-  // The version line has no line end and is lost with the kill.
   EXPECT_EQ(result.out,
             " LN 3151\n"
             "argc=2\n"
@@ -60,7 +59,8 @@ TEST(RunModeStart, prints_and_does_its_steps_in_order) {
             "OPEN NEW /dev/fpga!!!!!!!!!!!!!!!!!!!!!1\n"
             "Reset FPGA\n"
             "end configure\n"
-            "\n");
+            "\n"
+            "read '3.4.5' OK");  // no line end
   EXPECT_EQ(
       board.trace_with_threads(),
       (Lines{"main shmget 0x4d454c4b 4096 0x3ff", "main thread t1", "main wait 100000",
