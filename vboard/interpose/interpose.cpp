@@ -700,7 +700,15 @@ void start(Board& board, const Settings& settings) {
   one.board = &board;
 }
 
-void stop() { seam().board = nullptr; }
+// Streams that the program never closed stay, their descriptors do not: a test
+// process has only so many.
+void stop() {
+  Seam& one = seam();
+  one.board = nullptr;
+  std::lock_guard<std::mutex> hold(one.lock);
+  for (const auto& [fd, handle] : one.handles) real::close(fd);
+  one.handles.clear();
+}
 
 SharedBlock* shared_block() { return seam().block; }
 

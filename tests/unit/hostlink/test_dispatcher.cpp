@@ -291,6 +291,42 @@ INSTANTIATE_TEST_SUITE_P(
         Listing{"number_beyond_the_scan", at_column(49, "30"), 0}, Listing{"empty_line", "\n", 0}),
     [](auto& test) { return test.param.name; });
 
+// ---- what an applied configuration leaves -----------------------------------------
+
+struct StatusBits {
+  const char* name;
+  int before;
+  int after;  // 0x90 OR (before AND 0x0E)
+};
+
+class StatusAfterDownload : public StoredSize, public testing::WithParamInterface<StatusBits> {};
+
+TEST_P(StatusAfterDownload, keeps_the_restarts_alone) {
+  global_status = static_cast<std::uint8_t>(GetParam().before);
+  config_sys = 0;
+  download("root 30\n");
+  EXPECT_EQ(global_status, GetParam().after);
+  EXPECT_EQ(config_sys, 1);
+}
+
+TEST_P(StatusAfterDownload, stays_when_nothing_could_be_applied) {
+  global_status = static_cast<std::uint8_t>(GetParam().before);
+  config_sys = 0;
+  fail_call("fopen", "hd.ini", 1, 1, EACCES);  // stored, then not to be read
+  download("root 30\n");
+  EXPECT_EQ(global_status, GetParam().before);
+  EXPECT_EQ(config_sys, 0);
+  EXPECT_EQ(SystemOnUpdate, 0);
+}
+
+INSTANTIATE_TEST_SUITE_P(Dispatcher, StatusAfterDownload,
+                         testing::Values(StatusBits{"start_value", 0x90, 0x90},
+                                         StatusBits{"healthy", 0x91, 0x90},
+                                         StatusBits{"three_restarts", 0x96, 0x96},
+                                         StatusBits{"all_bits", 0xFF, 0x9E},
+                                         StatusBits{"none", 0x00, 0x90}),
+                         [](auto& test) { return test.param.name; });
+
 TEST_F(StoredSize, line_is_printed_with_its_end_when_it_is_short) {
   EXPECT_THAT(download("root 30\n"), ElementsAre("read 'root 30", "' OK", "real size of hd is 30"));
 }

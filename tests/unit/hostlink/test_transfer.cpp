@@ -246,7 +246,8 @@ void feed(Way way, const std::string& archive) {
 class UpdateSize : public testing::TestWithParam<Size> {};
 
 TEST_P(UpdateSize, archive_is_stored_whole_and_the_script_runs) {
-  const auto [way, size] = GetParam();
+  const Way way = GetParam().way;
+  const std::int32_t size = GetParam().bytes;
   LinkBench one;
   fpga_file = fopen("/dev/fpga", "r+b");
   silence_listings(one.bench);
