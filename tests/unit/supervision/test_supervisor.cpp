@@ -622,6 +622,16 @@ TEST_F(Supervise, overflow_is_remembered_until_the_restart) {
   EXPECT_EQ(monitor_state, 0);
 }
 
+TEST_F(Supervise, audio_overflow_is_forgotten_with_the_restart) {
+  bench.set_fpga(kRegAudioLevel, 2500);
+  cycle();
+  bench.set_fpga(kRegAudioLevel, 900);
+  restart_cycle();
+  cycle();
+  EXPECT_EQ(monitor_state, 0);
+  EXPECT_EQ(global_status, 0x91);
+}
+
 TEST_F(Supervise, overflow_comes_before_a_lost_input) {
   bench.world("source none");
   bench.set_fpga(kRegVideoLevel, 40000);
@@ -801,17 +811,31 @@ TEST_F(Supervise, ten_equal_green_levels_without_input_ask_with_86) {
   // No line end: the rule follows on the same line.
   EXPECT_THAT(bench.output(), HasSubstr("restart!! - no_tvp" + kRule + "\n"));
   EXPECT_EQ(status_vantorig, 0x86);
+  EXPECT_EQ(fpga_monitor_flags, 8 | 1);  // the state is that of the cycle's start
   EXPECT_EQ(bench.board().encoder.launches, 1u);
 }
 
-TEST_F(Supervise, first_sample_is_read_once_more_in_the_same_cycle) {
+// Each reading opens the bus: the monitor, the first sample, the green level.
+TEST_F(Supervise, first_sample_is_read_once_a_loss) {
+  const auto readings = [this] { return bench.trace({"open /dev/i2c-1"}).size(); };
+  bench.world("fault video-freeze");
+  monitor_state = 9;
+  cycle();
+  EXPECT_EQ(readings(), 3u);
+  cycle();
+  EXPECT_EQ(readings(), 2u);
+  bench.world("fault video-freeze off");
+  cycle();
+  EXPECT_EQ(readings(), 1u);
   bench.world("fault video-freeze");
   cycle();
-  const int first = static_cast<int>(bench.trace({"open /dev/i2c-1"}).size());
+  EXPECT_EQ(readings(), 3u);
+  cycles(8);
+  EXPECT_EQ(readings(), 16u);
+  restart_cycle();
+  EXPECT_EQ(readings(), 2u);
   cycle();
-  const int second = static_cast<int>(bench.trace({"open /dev/i2c-1"}).size());
-  EXPECT_EQ(first, 3);   // monitor, sample, reading
-  EXPECT_EQ(second, 2);  // monitor, reading
+  EXPECT_EQ(readings(), 3u);  // the restart began a new loss
 }
 
 TEST_F(Supervise, green_level_that_moves_never_asks) {
