@@ -108,7 +108,7 @@ trace() {
   pattern=${2:-.}
   echo
   echo "trace:"
-  cut -d ' ' -f 4- "$work/trace" | grep -E "^($pattern)" | elide "$count" 0
+  grep -v '^#' "$work/trace" | cut -d ' ' -f 4- | grep -E "^($pattern)" | elide "$count" 0
 }
 
 # elide FIRST LAST: leaves out the middle of a long text.
