@@ -4,6 +4,8 @@
 #include <sys/stat.h>
 
 #include <cstdlib>
+#include <gtest/gtest.h>
+
 #include <fstream>
 #include <iterator>
 
@@ -60,6 +62,13 @@ std::vector<int> Host::ask(int code) {
   send({code});
   transport_.wait_answer(kAnswerLimit_us);
   return take();
+}
+
+void Host::world(const std::string& operation) {
+  std::string error;
+  Board& board = board_of_process();
+  Locked hold(board);
+  if (!world_command(board, operation, error)) ADD_FAILURE() << operation << ": " << error;
 }
 
 void Host::send_config(const std::string& text) {

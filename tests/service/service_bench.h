@@ -34,6 +34,8 @@ class Host {
   // Sends one byte, waits until the board has answered or a second has passed,
   // and takes the answer: {} when there is none.
   std::vector<int> ask(int code);
+  // An operation on the world around the board: world("source none").
+  void world(const std::string& operation);
   // SEND_HD_CONFIGURATION with this text; returns when every byte was taken.
   void send_config(const std::string& text);
 

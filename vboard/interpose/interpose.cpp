@@ -67,6 +67,15 @@ struct CallFault {
 
 constexpr int kOwnSemaphores = 7;  // identifier of the test's own set
 
+// The sweep of failing calls.
+struct Sweep {
+  bool on = false;
+  bool sticky = false;
+  long fail_at = 0;
+  long calls = 0;
+  std::string failed;
+};
+
 struct OwnSemaphores {
   bool exists = false;
   unsigned short value[3] = {};
@@ -80,6 +89,7 @@ struct Seam {
   std::map<int, Handle> handles;
   std::map<FILE*, int> streams;
   std::vector<CallFault> faults;
+  Sweep sweep;
   SharedBlock* block = nullptr;
   bool own_block_exists = false;
   OwnSemaphores semaphores;
@@ -92,9 +102,30 @@ SharedBlock own_block;
 
 bool active() { return seam().board != nullptr; }
 
+// An error that the call can give on a machine in trouble.
+int plausible_error(const std::string& call) {
+  if (call == "fopen" || call == "open") return EMFILE;
+  if (call == "malloc" || call == "shmget" || call == "shmat") return ENOMEM;
+  if (call == "system" || call == "pthread_create") return EAGAIN;
+  if (call == "fwrite" || call == "fclose") return ENOSPC;
+  return call == "select" ? EINTR : EIO;
+}
+
+bool sweep_fails(const char* call, const std::string& subject) {
+  Sweep& sweep = seam().sweep;
+  if (!sweep.on) return false;
+  const long at = ++sweep.calls;
+  if (sweep.fail_at == 0 || at < sweep.fail_at || (at > sweep.fail_at && !sweep.sticky))
+    return false;
+  if (sweep.failed.empty()) sweep.failed = std::string(call) + " " + subject;
+  errno = plausible_error(call);
+  return true;
+}
+
 bool call_fails(const char* call, const std::string& subject) {
   if (!active()) return false;
   std::lock_guard<std::mutex> hold(seam().lock);
+  if (sweep_fails(call, subject)) return true;
   for (CallFault& fault : seam().faults) {
     if (fault.call != call || subject.find(fault.match) == std::string::npos) continue;
     if (fault.skip > 0) {
@@ -692,6 +723,7 @@ void start(Board& board, const Settings& settings) {
   one.handles.clear();
   one.streams.clear();
   one.faults.clear();
+  one.sweep = {};
   one.block = nullptr;
   one.own_block_exists = false;
   one.semaphores = {};
@@ -716,6 +748,23 @@ void fail_call(const std::string& call, const std::string& match, int skip, int 
   std::lock_guard<std::mutex> hold(seam().lock);
   seam().faults.push_back({call, match, skip, times, error});
 }
+
+void start_sweep(long fail_at, bool sticky) {
+  std::lock_guard<std::mutex> hold(seam().lock);
+  seam().sweep = {};
+  seam().sweep.on = true;
+  seam().sweep.fail_at = fail_at;
+  seam().sweep.sticky = sticky;
+}
+
+void stop_sweep() {
+  std::lock_guard<std::mutex> hold(seam().lock);
+  seam().sweep.on = false;
+}
+
+long sweep_calls() { return seam().sweep.calls; }
+std::string sweep_failed_call() { return seam().sweep.failed; }
+bool should_fail(const char* call) { return call_fails(call, ""); }
 
 void clear_call_faults() {
   std::lock_guard<std::mutex> hold(seam().lock);

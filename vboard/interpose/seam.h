@@ -30,10 +30,20 @@ SharedBlock* shared_block();
 
 // Makes `call` fail on a subject (path, command, …) containing `match`: skip the
 // first `skip` of them, then fail `times` (-1: for ever) with `error`.
-// Calls: fopen open fclose close read write fread fwrite fgets select ioctl
-// system shmget shmat semget semop pthread_create usleep.
+// Calls: fopen open fclose read write fread fwrite fgets select ioctl system
+// shmget shmat semget semop pthread_create malloc.
 void fail_call(const std::string& call, const std::string& match, int skip, int times, int error);
 void clear_call_faults();
+
+// Counts every call that could fail, from now on, and makes the fail_at-th of them
+// fail (0: none), with an error that the call can give; sticky: all from there on.
+void start_sweep(long fail_at, bool sticky);
+void stop_sweep();
+long sweep_calls();               // counted so far
+std::string sweep_failed_call();  // "call subject" of the first failed one, "" for none
+
+// True when a call of this name is to fail now; for overrides that live elsewhere.
+bool should_fail(const char* call);
 
 // The handles that are open on board devices now, as "path" lines.
 std::string open_handles();
