@@ -136,6 +136,13 @@ INSTANTIATE_TEST_SUITE_P(
                "fpga write of read-only register 0x0214"},
         Misuse{"fpga_register_out_of_range", [](Bench&) { fpga_register(16, 4096); },
                "fpga register index 4096 out of range"},
+        Misuse{"fpga_block_out_of_range",
+               [](Bench&) {
+                 std::uint16_t value = 0;
+                 FpgaBlock block{-1, sizeof value, &value};
+                 fpga(kFpgaReadBlock, &block);
+               },
+               "fpga block index -1 out of range"},
         Misuse{"fpga_unknown_request",
                [](Bench&) {
                  std::int32_t word = 1;

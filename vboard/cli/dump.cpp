@@ -2,12 +2,18 @@
 #include "vboard/cli/dump.h"
 
 #include <cerrno>
+#include <charconv>
 #include <cstdio>
 #include <cstring>
 #include <fstream>
+#include <iterator>
+#include <sstream>
+#include <string_view>
 #include <vector>
 
 #include "hw/fpga_registers.h"
+#include "vboard/core/clock.h"
+#include "vboard/models/fpga.h"
 
 namespace vboard {
 
@@ -24,19 +30,69 @@ const char* name_at(int address) {
   return nullptr;
 }
 
-bool parse(const std::string& line, Value* value) {
+// "0x" and one to four hexadecimal digits, nothing else.
+bool parse_number(std::string_view word, unsigned* number) {
+  constexpr std::size_t kMostDigits = 4;
+  if (word.substr(0, 2) != "0x" || word.size() > 2 + kMostDigits) return false;
+  const char* end = word.data() + word.size();
+  const auto result = std::from_chars(word.data() + 2, end, *number, 16);
+  return result.ec == std::errc{} && result.ptr == end;
+}
+
+// "0xADDRESS 0xVALUE" by even byte address; the name behind it may be missing,
+// but not another register's.
+bool parse_saved(const std::vector<std::string>& words, Value* value) {
   unsigned address = 0;
-  char rest = 0;
-  if (sscanf(line.c_str(), "addr 0x%x: 0x%x %c", &value->word, &value->value, &rest) == 2)
-    return value->word < kFpgaWords && value->value <= 0xFFFF;
-  if (sscanf(line.c_str(), "0x%x 0x%x", &address, &value->value) != 2) return false;
+  if (words.size() < 2 || words.size() > 3 || !parse_number(words[0], &address) ||
+      !parse_number(words[1], &value->value) || address % 2 != 0)
+    return false;
   value->word = address / 2;
-  return address % 2 == 0 && value->word < kFpgaWords && value->value <= 0xFFFF;
+  const char* name = name_at(static_cast<int>(address));
+  return words.size() == 2 || (name != nullptr && words[2] == name);
+}
+
+// "addr 0xWORD: 0xVALUE" by word address.
+bool parse_printed(const std::vector<std::string>& words, Value* value) {
+  if (words.size() != 3 || words[0] != "addr" || words[1].back() != ':') return false;
+  return parse_number(std::string_view(words[1]).substr(0, words[1].size() - 1), &value->word) &&
+         parse_number(words[2], &value->value);
+}
+
+std::vector<std::string> words_of(const std::string& line) {
+  std::istringstream stream(line);
+  return {std::istream_iterator<std::string>(stream), {}};
+}
+
+// Reads all lines. False with a text in `problem` when one of them is faulty or
+// there is none.
+bool read_values(const std::string& file, std::vector<Value>* values, std::string* problem) {
+  std::ifstream stream(file);
+  if (!stream) {
+    *problem = "cannot read " + file + ": " + strerror(errno);
+    return false;
+  }
+  int number = 0;
+  for (std::string line; std::getline(stream, line);) {
+    ++number;
+    const std::vector<std::string> words = words_of(line);
+    if (words.empty() || words[0][0] == '#') continue;
+    Value value = {};
+    if ((!parse_saved(words, &value) && !parse_printed(words, &value)) ||
+        value.word >= kFpgaWords) {
+      *problem = file + ":" + std::to_string(number) +
+                 ": wanted \"0xADDRESS 0xVALUE [NAME]\" or \"addr 0xWORD: 0xVALUE\"";
+      return false;
+    }
+    values->push_back(value);
+  }
+  if (!values->empty()) return true;
+  *problem = file + " holds no register";
+  return false;
 }
 
 }  // namespace
 
-bool save_registers(const Board& board, const std::string& file, std::string* problem) {
+bool save_registers(Board& board, const std::string& file, std::string* problem) {
   FILE* stream = fopen(file.c_str(), "w");
   if (stream == nullptr) {
     *problem = "cannot write " + file + ": " + strerror(errno);
@@ -44,36 +100,22 @@ bool save_registers(const Board& board, const std::string& file, std::string* pr
   }
   for (int word = 0; word < kFpgaWords; ++word) {
     const char* name = name_at(word * 2);
-    const unsigned value = board.fpga.reg[word];
+    const unsigned value = fpga_peek(board, board_now_us(), word * 2);
     if (name == nullptr && value == 0) continue;
     fprintf(stream, "0x%04x 0x%04x%s%s\n", static_cast<unsigned>(word * 2), value,
             name != nullptr ? " " : "", name != nullptr ? name : "");
   }
-  if (fclose(stream) == 0) return true;
+  const bool written = ferror(stream) == 0;
+  if (fclose(stream) == 0 && written) return true;
   *problem = "cannot write " + file + ": " + strerror(errno);
   return false;
 }
 
-bool load_registers(Board& board, const std::string& file, std::string* problem) {
-  std::ifstream stream(file);
-  if (!stream) {
-    *problem = "cannot read " + file;
-    return false;
-  }
+bool load_registers(Board& board, const std::string& file, bool hold, std::string* problem) {
   std::vector<Value> values;
-  int number = 0;
-  for (std::string line; std::getline(stream, line);) {
-    ++number;
-    if (line.empty() || line[0] == '#') continue;
-    Value value = {};
-    if (!parse(line, &value)) {
-      *problem = file + ":" + std::to_string(number) +
-                 ": wanted \"0xADDRESS 0xVALUE\" or \"addr 0xWORD: 0xVALUE\"";
-      return false;
-    }
-    values.push_back(value);
-  }
+  if (!read_values(file, &values, problem)) return false;
   for (const Value& one : values) board.fpga.reg[one.word] = static_cast<std::uint16_t>(one.value);
+  board.fpga.held = hold;
   return true;
 }
 

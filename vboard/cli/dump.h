@@ -8,13 +8,16 @@
 namespace vboard {
 
 // Writes every register that the map names or that is not 0, a line each:
-// "0xADDRESS 0xVALUE NAME", by byte address. False with a text in `problem`.
-bool save_registers(const Board& board, const std::string& file, std::string* problem);
+// "0xADDRESS 0xVALUE NAME", by byte address, with the value that a read would
+// give. False with a text in `problem`.
+bool save_registers(Board& board, const std::string& file, std::string* problem);
 
-// Sets registers from such lines. Lines that -rdreg prints ("addr 0x82: 0x5", a
-// word address) do as well, so that a real board can be read with it; empty
-// lines and those that begin with '#' are passed over. On a faulty line nothing
-// is set: false with its number in `problem`.
-bool load_registers(Board& board, const std::string& file, std::string* problem);
+// Sets registers from such lines; the name may be missing. Lines that -rdreg
+// prints ("addr 0x82: 0x5", a word address) do as well, so that a real board can
+// be read with it; empty lines and those that begin with '#' are passed over.
+// With `hold`, reads give the registers as they then stand, also those that the
+// FPGA fills itself; without it the FPGA goes on filling them. On a faulty line,
+// or when there is none, nothing is changed: false with a text in `problem`.
+bool load_registers(Board& board, const std::string& file, bool hold, std::string* problem);
 
 }  // namespace vboard

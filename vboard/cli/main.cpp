@@ -153,6 +153,10 @@ int run_vboard(int argc, char** argv) {
   for (CLI::App* one : {save_command, load_command})
     one->add_option("file", dump_file, "lines of \"0xADDRESS 0xVALUE\", or what -rdreg prints")
         ->required();
+  bool hold_registers = false;
+  load_command->add_flag("--hold", hold_registers,
+                         "keep also the registers that the FPGA fills as they are then, until the "
+                         "next load without it");
   bool operations_markdown = false;
   auto* operations_command =
       app.add_subcommand("operations", "what the world can do: commands, faults, standards");
@@ -193,8 +197,9 @@ int run_vboard(int argc, char** argv) {
     Locked hold(*board);
     if (show_command->parsed()) return show_board(*board);
     if (registers_command->parsed()) return show_registers(*board);
-    const bool done = save_command->parsed() ? save_registers(*board, dump_file, &problem)
-                                             : load_registers(*board, dump_file, &problem);
+    const bool done = save_command->parsed()
+                          ? save_registers(*board, dump_file, &problem)
+                          : load_registers(*board, dump_file, hold_registers, &problem);
     return done ? 0 : complain(problem);
   }
   for (CLI::App* one : world_apps) {

@@ -9,6 +9,7 @@
 #include "vboard/core/clock.h"
 #include "vboard/core/trace.h"
 #include "vboard/core/world.h"
+#include "vboard/models/fpga.h"
 
 namespace vboard {
 
@@ -101,10 +102,11 @@ int show_board(const Board& board) {
   return 0;
 }
 
-int show_registers(const Board& board) {
+int show_registers(Board& board) {
+  const std::int64_t now_us = board_now_us();
   for (const FpgaRegister& one : kFpgaRegisters)
     printf("0x%04x  %-24s 0x%04x  %s\n", static_cast<unsigned>(one.address), one.name,
-           board.fpga.reg[one.address / 2], one.meaning);
+           fpga_peek(board, now_us, one.address), one.meaning);
   return 0;
 }
 

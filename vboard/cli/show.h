@@ -10,8 +10,8 @@ namespace vboard {
 // World, chips, encode and link in a few lines. Returns 0.
 int show_board(const Board& board);
 
-// Every FPGA register with its name and last value. Returns 0.
-int show_registers(const Board& board);
+// Every FPGA register with its name and the value that a read would give. Returns 0.
+int show_registers(Board& board);
 
 // The register map as a Markdown table: address, name, access, meaning. Needs no
 // board. Returns 0.

@@ -223,6 +223,11 @@ int single_request(Board& board, std::int64_t now_us, bool write, Single& record
 constexpr std::uint32_t kRegisterBlock = 2;
 
 int block_request(Board& board, bool write, Block& record) {
+  if (record.index < 0 || record.index >= kFpgaWords) {
+    violation(board, "fpga block index %d out of range", record.index);
+    errno = EINVAL;
+    return -1;
+  }
   const int address = record.index * 2;
   auto* bytes = static_cast<std::uint8_t*>(record.buffer);
   if (record.count == kRegisterBlock) {
@@ -341,6 +346,12 @@ bool audio_playing(const Board& board) {
       break;
   }
   return false;
+}
+
+std::uint16_t fpga_peek(Board& board, std::int64_t now_us, int address) {
+  if (address == kRegCaptureData || address == kRegUpdateData) return word(board, address);
+  fpga_advance(board, now_us);
+  return read_live(board, now_us, address);
 }
 
 void fpga_advance(Board& board, std::int64_t now_us) {

@@ -10,6 +10,10 @@ namespace vboard {
 // Integrates the live counters and buffer levels up to now_us.
 void fpga_advance(Board& board, std::int64_t now_us);
 
+// What a read of the register at a byte address would give, without its effect:
+// words of a FIFO stay there.
+std::uint16_t fpga_peek(Board& board, std::int64_t now_us, int address);
+
 // True when an audio source delivers sound on its path.
 bool audio_playing(const Board& board);
 
