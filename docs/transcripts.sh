@@ -366,6 +366,24 @@ SCRIPT
   cat "$work/host"
 }
 
+# A dump from one board to a fresh one.
+recipe_dump_example() {
+  vantorig -wrreg 0x102 0x4000 | sed -e '$d'
+  echo '$ vboard save board.dump'
+  "$build/vboard" --board "$board" save "$work/board.dump"
+  echo '$ grep VIDEO_CONTROL board.dump'
+  grep VIDEO_CONTROL "$work/board.dump"
+  fresh_board
+  echo '$ rm -r board'
+  echo '$ vboard load board.dump'
+  "$build/vboard" --board "$board" load "$work/board.dump"
+  vantorig -rdreg 0x102 | sed -e '$d'
+  echo 'addr 0x102: 0x14000' >"$work/board.dump"
+  echo '$ echo "addr 0x102: 0x14000" >board.dump'
+  echo '$ vboard load board.dump'
+  (cd "$work" && "$build/vboard" --board "$board" load board.dump 2>&1) || true
+}
+
 recipe_trace_example() {
   echo '$ vboard run --virtual --trace trace.txt -- vantorig -rdver_bf'
   vantorig -rdver_bf | sed -e 1d -e '$d'
