@@ -152,6 +152,11 @@ const FaultCase kFaultCases[] = {
     {"no_ac3_sync", "no-ac3-sync", [] { return captured_sync_word() == 0; }},
     {"wrong_ac3_sync", "wrong-ac3-sync",
      [] { return captured_sync_word() != 0x770B && captured_sync_word() != 0; }},
+    {"ac3_frame_code", "ac3-frame-code",
+     [] {
+       captured_sync_word();  // capture on
+       return (GetValue(kRegAc3Word2) & 0x3F) == 38;
+     }},
     {"dsp_dead", "dsp-dead", [] { return !dsp_answers(); }},
     {"dsp_no_firmware", "dsp-no-firmware", [] { return !dsp_answers(); }},
     {"dsp_fifo_stuck", "dsp-fifo-stuck", [] { return firmware_fifo_level() == 10; }},
@@ -345,6 +350,30 @@ TEST(Audio, describes_the_stream) {
   EXPECT_EQ(stream.langcode, 9);
 }
 
+TEST(Audio, list_may_stand_behind_its_option) {
+  Bench bench;
+  bench.world("audio digital --ac3 bitrate=192,rate=44.1");
+  EXPECT_EQ(bench.board().world.ac3.frmsizecod, 20);  // 192 is the 11th rate: 2 x 10
+  EXPECT_EQ(bench.board().world.ac3.fscod, 1);
+  bench.world("audio digital --ac3 frmsizecod=38");
+  EXPECT_EQ(bench.board().world.ac3.frmsizecod, 38);
+}
+
+TEST(Audio, frame_code_fault_is_38_unless_named) {
+  Streaming board;
+  const auto captured_code = [] {
+    SetValue(kRegAc3Control, 0x4011);
+    return GetValue(kRegAc3Word2) & 0x3F;  // first byte of the swapped word: fscod, code
+  };
+  EXPECT_EQ(captured_code(), 28u);  // 384 kbit/s
+  board.bench.world("fault ac3-frame-code");
+  EXPECT_EQ(captured_code(), 38u);
+  board.bench.world("fault ac3-frame-code 63");
+  EXPECT_EQ(captured_code(), 63u);
+  board.bench.world("fault ac3-frame-code off");
+  EXPECT_EQ(captured_code(), 28u);
+}
+
 TEST(Captions, switch_on_and_off) {
   Bench bench;
   bench.world("source composite");
@@ -397,6 +426,8 @@ INSTANTIATE_TEST_SUITE_P(
                 "audio: bitrate '300' is no AC-3 rate in kbit/s"},
         Refusal{"audio_rate", "audio dsp rate=22", "audio: rate '22' is none of 48"},
         Refusal{"audio_range", "audio dsp acmod=8", "audio: acmod '8' is not in 0..7"},
+        Refusal{"audio_list_missing", "audio dsp --ac3", "audio: a list is missing behind --ac3"},
+        Refusal{"frame_code_range", "fault ac3-frame-code 64", "fault: '64' is not in 0..63"},
         Refusal{"audio_key", "audio dsp pitch=1", "audio: stream value 'pitch' is none of bitrate"},
         Refusal{"encode_unknown", "encode sing", "encode: encode 'sing' is none of crash"},
         Refusal{"fault_missing", "fault", "fault: a fault's name is missing"},

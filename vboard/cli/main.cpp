@@ -163,11 +163,14 @@ int run_vboard(int argc, char** argv) {
   operations_command->add_flag("--markdown", operations_markdown, "as Markdown tables");
 
   std::vector<std::string> world_words;
+  std::string ac3_list;
   std::vector<CLI::App*> world_apps;
   for (const WorldCommand& operation : world_commands()) {
     auto* one = app.add_subcommand(operation.name, operation.meaning);
     one->footer(std::string("usage: vboard ") + operation.name + " " + operation.usage);
     one->add_option("words", world_words, operation.usage);
+    if (one->get_name() == "audio")
+      one->add_option("--ac3", ac3_list, "the source's AC-3 stream, as name=value,...");
     world_apps.push_back(one);
   }
   CLI11_PARSE(app, argc, argv);
@@ -205,6 +208,7 @@ int run_vboard(int argc, char** argv) {
   for (CLI::App* one : world_apps) {
     if (!one->parsed()) continue;
     world_words.insert(world_words.begin(), one->get_name());
+    if (!ac3_list.empty()) world_words.insert(world_words.end(), {"--ac3", ac3_list});
     return change_world(directory, world_words);
   }
   return kUsage;

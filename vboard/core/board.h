@@ -83,6 +83,7 @@ struct Faults {
   bool encode_never_alive = false;      // encode starts and never reports itself alive
   bool no_ac3_sync = false;             // capture never holds a sync frame
   bool wrong_ac3_sync = false;          // captured words without the sync word
+  std::int32_t ac3_frame_code = -1;     // captured headers carry this frame-size code
   bool dsp_dead = false;                // the DSP answers nothing, firmware or not
   bool dsp_fifo_stuck = false;          // firmware FIFO never drains
   bool fpga_fail = false;               // every request of the FPGA driver fails

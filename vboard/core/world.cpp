@@ -166,8 +166,9 @@ constexpr StreamField kStreamFields[] = {
     {"bsid", 31, &Ac3Stream::bsid},          {"bsmod", 7, &Ac3Stream::bsmod},
     {"acmod", 7, &Ac3Stream::acmod},         {"surround", 3, &Ac3Stream::surround},
     {"langcode", 255, &Ac3Stream::langcode}, {"fscod", 3, &Ac3Stream::fscod},
-    {"code", 63, &Ac3Stream::frmsizecod},
+    {"code", 63, &Ac3Stream::frmsizecod},    {"frmsizecod", 63, &Ac3Stream::frmsizecod},
 };
+constexpr std::string_view kStreamOption = "--ac3";  // may stand before a list of values
 
 bool set_bit_rate(Ac3Stream& stream, std::string_view value, std::string& error) {
   const auto rate = whole(value);
@@ -204,6 +205,10 @@ bool audio(Board& board, const Words& arguments, std::string& error) {
   if (chosen == nullptr) return one_of(error, "audio", arguments[0], names(kAudioSources));
   Ac3Stream stream = board.world.ac3;
   for (std::size_t i = 1; i < arguments.size(); ++i) {
+    if (arguments[i] == kStreamOption) {
+      if (i + 1 == arguments.size()) return fail(error, "a list is missing behind --ac3");
+      continue;
+    }
     for (const std::string_view pair : split(arguments[i], ",")) {
       const std::size_t equals = pair.find('=');
       if (equals == std::string_view::npos)
@@ -293,6 +298,23 @@ bool return_audio(Board& board, const Words& arguments, std::string& error) {
     ac3_capture_restart(board, board_now_us());
   }
   faults.lost_audio = AudioSource::kNone;
+  return true;
+}
+
+constexpr int kFirstCodeBeyondTable = 38;  // rows 0 to 37 are the table of frame sizes
+constexpr int kHighestFrameCode = 63;
+
+bool break_frame_code(Board& board, const Words& arguments, std::string& error) {
+  if (!expect(error, arguments, 0, 1)) return false;
+  const auto code = arguments.empty() ? std::optional(kFirstCodeBeyondTable) : whole(arguments[0]);
+  if (!code || *code < 0 || *code > kHighestFrameCode)
+    return fail(error, quoted(arguments[0]) + " is not in 0..63");
+  board.world.faults.ac3_frame_code = *code;
+  return true;
+}
+bool mend_frame_code(Board& board, const Words& arguments, std::string& error) {
+  if (!expect(error, arguments, 0, 1)) return false;
+  board.world.faults.ac3_frame_code = -1;
   return true;
 }
 
@@ -472,6 +494,8 @@ constexpr WorldFault kFaults[] = {
      lower<&F::no_ac3_sync>},
     {"wrong-ac3-sync", "", "captured AC-3 frames lack the sync word", raise<&F::wrong_ac3_sync>,
      lower<&F::wrong_ac3_sync>},
+    {"ac3-frame-code", "[CODE]", "captured AC-3 frames carry this frame-size code: 38, or CODE",
+     break_frame_code, mend_frame_code},
     {"dsp-dead", "", "the DSP answers nothing and takes no firmware", raise<&F::dsp_dead>,
      lower<&F::dsp_dead>},
     {"dsp-no-firmware", "", "the DSP has lost its firmware", lose_firmware, return_firmware},
@@ -518,7 +542,7 @@ constexpr WorldCommand kCommands[] = {
     {"set-standard", "NAME|FPS", "what the video source sends, by name or frames per second",
      set_standard},
     {"captions", "on|off", "closed captions in the composite signal", captions},
-    {"audio", "digital|dsp|none [bitrate=KBPS,rate=KHZ,acmod=N,bsid=N,...]",
+    {"audio", "digital|dsp|none [--ac3 bitrate=KBPS,rate=KHZ,acmod=N,bsid=N,...]",
      "plug an audio source in, or pull it; describe its AC-3 stream", audio},
     {"encode", "crash", "kill the running encode", encode},
     {"fault", "NAME [ARGUMENTS] [off]", "break something, or mend it", fault},

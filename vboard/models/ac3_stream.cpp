@@ -200,6 +200,14 @@ void build(Frame& frame, const Ac3Stream& stream) {
 
 bool same(const Ac3Stream& a, const Ac3Stream& b) { return memcmp(&a, &b, sizeof a) == 0; }
 
+// The stream as the FPGA captures it.
+Ac3Stream captured_stream(const Board& board) {
+  Ac3Stream stream = board.world.ac3;
+  const std::int32_t wrong_code = board.world.faults.ac3_frame_code;
+  if (wrong_code >= 0) stream.frmsizecod = static_cast<std::uint8_t>(wrong_code);
+  return stream;
+}
+
 // The frame of a stream; the last one asked for is kept.
 const Frame& frame_of(const Ac3Stream& stream) {
   static thread_local Frame frame;
@@ -212,7 +220,7 @@ std::uint16_t swapped(std::uint16_t word) {
 }
 
 std::uint16_t word_of_frame(const Board& board, std::size_t index) {
-  const Frame& frame = frame_of(board.world.ac3);
+  const Frame& frame = frame_of(captured_stream(board));
   const std::size_t at = index % frame.size;
   if (at == 0 && board.world.faults.wrong_ac3_sync) return swapped(kWrongSyncWord);
   return swapped(frame.word[at]);
@@ -233,7 +241,7 @@ constexpr std::int64_t kMicroseconds = 1000000;
 std::int64_t words_arrived(const Board& board, std::int64_t now_us) {
   const std::int64_t elapsed_us = now_us - board.ac3_capture.since_us;
   if (elapsed_us <= 0 || !audio_playing(board)) return 0;
-  const Ac3Stream& stream = board.world.ac3;
+  const Ac3Stream stream = captured_stream(board);
   const auto words = static_cast<std::int64_t>(frame_words(stream));
   const std::int64_t frame_time = kSamplesPerFrame * kMicroseconds;  // in samples x us
   const std::int64_t passed = elapsed_us * sample_rate(stream);
