@@ -593,6 +593,31 @@ int run_shell(Session& session) {
 
 // ---- the table
 // -----------------------------------------------------------------------------------
+// Seconds from `least` to `most`; a range check alone lets "nan" through.
+CLI::Validator seconds_within(double least, double most) {
+  return CLI::Validator(
+      [least, most](const std::string& text) {
+        char* end = nullptr;
+        const double seconds = strtod(text.c_str(), &end);
+        const bool good =
+            end != text.c_str() && *end == '\0' && seconds >= least && seconds <= most;
+        return good ? std::string()
+                    : text_of("'%s' is no time from %g to %g s", text.c_str(), least, most);
+      },
+      "SECONDS");
+}
+
+// A count that is not negative.
+CLI::Validator counting() {
+  return CLI::Validator(
+      [](const std::string& text) {
+        const bool digits =
+            !text.empty() && text.find_first_not_of("0123456789") == std::string::npos;
+        return digits ? std::string() : text_of("'%s' is no count", text.c_str());
+      },
+      "COUNT");
+}
+
 void take_nothing(CLI::App&, Request&) {}
 
 void take_config(CLI::App& app, Request& request) {
@@ -606,7 +631,7 @@ void take_update(CLI::App& app, Request& request) {
   app.add_option("PACKAGE", request.file, "update archive, at most 5000000 bytes")->required();
   app.add_flag("--via-fpga", request.via_fpga, "send it through the update FIFO of the FPGA");
   app.add_option("--rate", request.rate, "with --via-fpga: bytes per board second")
-      ->check(CLI::NonNegativeNumber);
+      ->check(counting());
   app.add_flag("--wait", request.wait, "wait for the board and ask for the result");
   app.add_flag("--force", request.force,
                "announce a size that the board refuses (above 5000000), without data");
@@ -653,9 +678,8 @@ void take_raw(CLI::App& app, Request& request) {
 
 void take_watch(CLI::App& app, Request& request) {
   app.add_option("--interval", request.interval_s, "board seconds between readings (1)")
-      ->check(CLI::Range(0.01, 3600.0));
-  app.add_option("--count", request.count, "end after this many readings")
-      ->check(CLI::NonNegativeNumber);
+      ->check(seconds_within(0.01, 3600));
+  app.add_option("--count", request.count, "end after this many readings")->check(counting());
   app.add_flag("--no-levels", request.no_levels, "leave the buffer levels out");
 }
 
@@ -705,12 +729,11 @@ const char* help_of(const SubCommand& row) {
 
 void add_sub_commands(CLI::App& app, Request& request) {
   app.fallthrough();
-  app.require_subcommand(1);
   app.add_flag("--json", request.json, "print one JSON object per outcome");
   app.add_option_function<double>(
          "--timeout", [&request](const double& s) { request.timeout_s = s; },
          "board seconds of silence before melk gives up (20)")
-      ->check(CLI::Range(0.001, 86400.0));
+      ->check(seconds_within(0.001, 86400));
   for (const SubCommand& row : kSubCommands) {
     CLI::App* sub = app.add_subcommand(row.word, help_of(row));
     row.take(*sub, request);
@@ -723,8 +746,16 @@ std::optional<int> parse_words(CLI::App& app, std::vector<std::string> words, FI
   std::ranges::reverse(words);
   try {
     app.parse(std::move(words));
-    return std::nullopt;
+    if (!app.get_subcommands().empty()) return std::nullopt;
+    fputs("melk: a command is wanted\nRun with --help for more information.\n", err);
+    return kUsage;
   } catch (const CLI::ParseError& error) {
+    const std::vector<std::string> strangers = app.remaining();
+    if (app.get_subcommands().empty() && !strangers.empty()) {
+      fprintf(err, "melk: '%s' is none of its %s\nRun with --help for more information.\n",
+              strangers[0].c_str(), strangers[0].starts_with('-') ? "options" : "commands");
+      return kUsage;
+    }
     std::ostringstream help;
     std::ostringstream complaint;
     const int code = app.exit(error, help, complaint);

@@ -841,6 +841,17 @@ TEST(Usage, wrong_words_exit_2) {
   EXPECT_EQ(run(board, {"read-reg", "256", "0"}).code, 2);
   EXPECT_EQ(run(board, {"log", "3", "-o", "x"}).code, 2);
   EXPECT_EQ(run(board, {"set-spts", "4294967296"}).code, 2);
+  EXPECT_EQ(run(board, {"--timeout", "nan", "status"}).code, 2);
+  EXPECT_EQ(run(board, {"watch", "--interval", "inf"}).code, 2);
+  EXPECT_EQ(run(board, {"watch", "--count", "-1"}).code, 2);
+  EXPECT_TRUE(board.finished());
+}
+
+TEST(Usage, unknown_words_are_named) {
+  ScriptedBoard board;
+  EXPECT_TRUE(contains(run(board, {"fly"}).err, "melk: 'fly' is none of its commands"));
+  EXPECT_TRUE(contains(run(board, {"--fly"}).err, "melk: '--fly' is none of its options"));
+  EXPECT_TRUE(contains(run(board, {}).err, "melk: a command is wanted"));
   EXPECT_TRUE(board.finished());
 }
 
