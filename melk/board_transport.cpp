@@ -34,9 +34,10 @@ std::unique_ptr<BoardTransport> BoardTransport::open(const std::string& director
   return std::make_unique<BoardTransport>(*board);
 }
 
-bool BoardTransport::reachable(std::string* problem) const {
+bool BoardTransport::reachable(const std::string& directory, std::string* problem) const {
   vboard::Locked hold(board_);
-  if (board_.clock.running == 0) {
+  // The lock tells of a run that was killed and could not say so.
+  if (board_.clock.running == 0 || !vboard::board_in_use(directory.c_str())) {
     *problem = "no program runs on the board";
     return false;
   }

@@ -21,8 +21,9 @@ class BoardTransport : public Transport {
   // Returns null with a text in `problem` when there is no usable board there.
   static std::unique_ptr<BoardTransport> open(const std::string& directory, std::string* problem);
 
-  // A program runs on the board, in a time that another process can share.
-  bool reachable(std::string* problem) const;
+  // A program runs on the board in `directory`, in a time that another process
+  // can share.
+  bool reachable(const std::string& directory, std::string* problem) const;
 
   bool transfer(std::uint8_t out, std::uint8_t* in) override;
   bool wait_taken(std::int64_t us) override;

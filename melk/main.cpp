@@ -48,7 +48,7 @@ int run(int argc, char** argv) {
   const std::unique_ptr<melk::BoardTransport> transport =
       melk::BoardTransport::open(directory, &problem);
   if (transport == nullptr) return complain(problem, melk::kLocalFile);
-  if (!transport->reachable(&problem))
+  if (!transport->reachable(directory, &problem))
     return complain("the board is silent: " + problem, melk::kBoardSilent);
 
   melk::Options options;

@@ -1,5 +1,6 @@
 // The launcher with real processes: what lasts between them, runs that repeat to
 // the byte, and what it says to a command it cannot follow.
+#include <cstring>
 #include <filesystem>
 #include <fstream>
 
@@ -113,6 +114,94 @@ TEST(VboardSandbox, home_is_the_boards_own_and_starts_furnished) {
   EXPECT_EQ(board.vboard("run --virtual -- pwd").out, "/home/tovin\n");
 }
 
+TEST(VboardSandbox, shell_has_the_program_on_the_board) {
+  BoardRun board;
+  const Result result =
+      shell("printf 'vantorig -wrreg 0x102 0x55\\nvantorig -rdreg 0x102\\npwd\\n' | " +
+            vboard_program() + " --board " + board.path("..") + " shell --speed 20 --program " +
+            BUILD_DIRECTORY + "/vantorig");
+  EXPECT_EQ(result.status, 0) << result.err;
+  EXPECT_THAT(result.out, testing::HasSubstr("addr 0x102: 0x55\n/home/tovin\n"));
+}
+
+TEST(VboardSandbox, blanks_in_the_path_do_no_harm) {
+  BoardRun board;
+  const std::string place = board.path("two words");
+  const Result result =
+      shell(vboard_program() + " --board '" + place + "' run --virtual --trace '" + place +
+            ".trace file' -- " + BUILD_DIRECTORY + "/vantorig -rdreg 0x102");
+  EXPECT_EQ(result.out, "addr 0x102: 0x0\n") << result.err;
+  EXPECT_TRUE(std::filesystem::exists(place + ".trace file"));
+}
+
+// A bwrap that fails as it does without user namespaces.
+TEST(VboardSandbox, refused_namespaces_are_told_and_what_to_do) {
+  BoardRun board;
+  board.put_file("bin/bwrap",
+                 "#!/bin/sh\necho 'bwrap: No permissions to create new namespace' >&2\nexit 1\n");
+  std::filesystem::permissions(board.path("bin/bwrap"), std::filesystem::perms::owner_all);
+  const std::string vboard =
+      "PATH=" + board.path("bin") + ":$PATH " + vboard_program() + " --board " + board.path("..");
+  for (const char* arguments : {" run --virtual -- true", " demo"}) {
+    const Result result = shell(vboard + arguments);
+    EXPECT_EQ(result.status, 125) << arguments;
+    EXPECT_EQ(result.out, "");
+    EXPECT_THAT(result.err, testing::HasSubstr("user namespaces are switched off"));
+    EXPECT_THAT(result.err, testing::HasSubstr("kernel.unprivileged_userns_clone=1"));
+  }
+}
+
+TEST(VboardSandbox, missing_bubblewrap_is_told_with_its_package) {
+  BoardRun board;
+  const Result result = shell("PATH=/no/such/directory " + vboard_program() + " --board " +
+                              board.path("..") + " run --virtual -- true");
+  EXPECT_EQ(result.status, 125);
+  EXPECT_THAT(result.err, testing::HasSubstr("package bubblewrap"));
+}
+
+// ---- runs that are ended from outside ---------------------------------------------
+
+class VboardEnded : public testing::TestWithParam<const char*> {};
+
+TEST_P(VboardEnded, leaves_a_board_at_rest) {
+  BoardRun board;
+  const std::string place = board.path("..");
+  const std::string vboard = vboard_program() + " --board " + place;
+  const Result ended =
+      shell(vboard + " run --speed 20 -- " + BUILD_DIRECTORY +
+            "/vantorig -602 >/dev/null & p=$!; sleep 1; kill -" + GetParam() +
+            " $p; wait $p; sleep 0.3; " + BUILD_DIRECTORY + "/melk --board " + place + " status");
+  EXPECT_EQ(ended.status, 3);
+  EXPECT_THAT(ended.err, testing::HasSubstr("the board is silent: no program runs on the board"));
+  const std::string shown = board.vboard("show").out;
+  EXPECT_EQ(board.vboard("show").out, shown);  // the clock stands
+  EXPECT_EQ(board.vantorig("-rdreg 0x102").out, "addr 0x102: 0x0\n");
+}
+
+INSTANTIATE_TEST_SUITE_P(each, VboardEnded, testing::Values("TERM", "KILL"),
+                         [](const auto& one) { return std::string("by_") + one.param; });
+
+// ---- the demonstration ---------------------------------------------------------------
+
+TEST(VboardDemo, verifies_every_step_within_a_minute_and_without_colours) {
+  const Result result = shell("timeout 60 " + vboard_program() + " demo");
+  EXPECT_EQ(result.status, 0) << result.out;
+  EXPECT_EQ(result.out.find('\033'), std::string::npos);
+  EXPECT_THAT(result.out, testing::HasSubstr(" steps verified, 0 failed.\n"));
+  EXPECT_THAT(result.out, testing::Not(testing::HasSubstr("FAIL")));
+}
+
+// A program that does nothing passes no check; the board stays for a look.
+TEST(VboardDemo, fails_with_a_program_that_does_nothing_in_colours_on_a_terminal) {
+  const Result result =
+      shell("timeout 60 script -qec '" + vboard_program() + " demo --program /bin/true' /dev/null");
+  EXPECT_EQ(result.status, 1);
+  EXPECT_THAT(result.out, testing::HasSubstr("\033[1;31mFAIL\033[0m"));
+  const std::size_t at = result.out.find("/tmp/vboard-demo-");
+  ASSERT_NE(at, std::string::npos);
+  std::filesystem::remove_all(result.out.substr(at, strlen("/tmp/vboard-demo-XXXXXX")));
+}
+
 // ---- what it cannot follow --------------------------------------------------------------
 
 struct Complaint {
@@ -144,14 +233,36 @@ INSTANTIATE_TEST_SUITE_P(
                   "vboard: --for wants a time"},
         Complaint{"limit_in_unknown_unit", "run --virtual --for 5y -- true", 125,
                   "vboard: --for wants a time"},
-        Complaint{"script_missing", "run --virtual --script /no/such/file -- true", 105,
+        Complaint{"script_missing", "run --virtual --script /no/such/file -- true", 2,
                   "File does not exist"},
-        Complaint{"program_missing", "run --virtual -- /no/such/program", 1, "/no/such/program"},
+        Complaint{"program_missing", "run --virtual -- /no/such/program", 125,
+                  "vboard: cannot run /no/such/program: No such file or directory"},
+        Complaint{"program_is_a_directory", "run --virtual -- /tmp", 125,
+                  "vboard: cannot run /tmp: Is a directory"},
+        Complaint{"program_missing_on_the_board", "run --virtual -- /home/tovin/none", 1,
+                  "/home/tovin/none: No such file or directory"},
+        Complaint{"trace_cannot_be_written", "run --virtual --trace /no/such/trace -- true", 125,
+                  "vboard: cannot write /no/such/trace: No such file or directory"},
+        Complaint{"host_log_cannot_be_written",
+                  "run --virtual --script /dev/null --host-log /tmp -- true", 125,
+                  "vboard: cannot write /tmp: Is a directory"},
+        Complaint{"speed_nought", "run --speed 0 -- true", 2, "'0' is no speed"},
+        Complaint{"speed_is_no_number", "run --speed nan -- true", 2, "'nan' is no speed"},
+        Complaint{"speed_beyond_all_clocks", "run --speed 1e300 -- true", 2, "'1e300' is no speed"},
+        Complaint{"speed_with_a_tail", "demo --speed 5x", 2, "'5x' is no speed"},
+        Complaint{"shell_program_missing", "shell --program /no/such/program", 125,
+                  "vboard: cannot run /no/such/program: No such file or directory"},
+        Complaint{"demo_program_missing", "demo --program /no/such/program", 125,
+                  "vboard: cannot run /no/such/program: No such file or directory"},
+        Complaint{"demo_configuration_is_a_directory", "demo --config /tmp", 125,
+                  "or no configuration (/tmp)"},
         Complaint{"world_word_unknown", "source hdmi", 2,
                   "vboard: source: source 'hdmi' is none of component, vga, composite, none"},
         Complaint{"fault_unknown", "fault fire", 2, "vboard: fault: fault 'fire' is none of"},
-        Complaint{"nothing_asked", "", 106, "A subcommand is required"},
-        Complaint{"command_unknown", "explode", 106, "A subcommand is required"}),
+        Complaint{"nothing_asked", "", 2, "vboard: a command is wanted"},
+        Complaint{"command_unknown", "explode", 2, "vboard: 'explode' is none of its commands"},
+        Complaint{"option_unknown", "--explode", 2, "vboard: '--explode' is none of its options"},
+        Complaint{"argument_unknown", "show all", 2, "was not expected: all"}),
     [](const auto& one) { return std::string(one.param.name); });
 
 TEST(VboardErrors, board_of_another_version_is_refused) {

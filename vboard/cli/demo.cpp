@@ -4,6 +4,7 @@
 #include <fcntl.h>
 #include <unistd.h>
 
+#include <cerrno>
 #include <cstdarg>
 #include <cstdio>
 #include <cstdlib>
@@ -96,6 +97,7 @@ struct Demo {
 };
 
 std::string read_file(const fs::path& path) {
+  if (fs::is_directory(path)) return {};
   std::ifstream file(path, std::ios::binary);
   return {std::istreambuf_iterator<char>(file), {}};
 }
@@ -176,10 +178,13 @@ std::unique_ptr<Run> start(Demo& demo, const std::vector<std::string>& arguments
   return run;
 }
 
+// True once the service answers. One that has ended never will.
 bool start_service(Demo& demo) {
   demo.service = start(demo, {"-602"});
   if (!demo.service->problem().empty()) return false;
-  return until(20, [&] { return melk::ask_byte(*demo.link, melk::Code::kGetHdVersion).ok(); });
+  const auto answers = [&] { return melk::ask_byte(*demo.link, melk::Code::kGetHdVersion).ok(); };
+  until(20, [&] { return !demo.service->alive() || answers(); });
+  return demo.service->alive() && answers();
 }
 
 void load_firmware(Demo& demo) {
@@ -384,10 +389,16 @@ int demo(const DemoOptions& options) {
             config_file.c_str());
     return 125;
   }
+  std::string problem = sandbox_problem();
+  if (access(program.c_str(), X_OK) != 0)
+    problem = "cannot run " + program.string() + ": " + strerror(errno);
+  if (!problem.empty()) {
+    fprintf(stderr, "vboard: %s\n", problem.c_str());
+    return 125;
+  }
   char place[] = "/tmp/vboard-demo-XXXXXX";
   if (mkdtemp(place) == nullptr) return 125;
   Demo demo{{}, BoardDirectory(place), program, options.speed, config, {}, {}, {}, {}, {}};
-  std::string problem;
   if (demo.directory.prepare(&problem) && demo.directory.map(&problem) != nullptr)
     demo.transport = melk::BoardTransport::open(place, &problem);
   if (demo.transport == nullptr) {

@@ -2,8 +2,11 @@
 #include <unistd.h>
 
 #include <CLI/CLI.hpp>
+#include <cerrno>
+#include <cmath>
 #include <cstdio>
 #include <cstdlib>
+#include <cstring>
 #include <exception>
 #include <filesystem>
 #include <string>
@@ -29,6 +32,11 @@ int complain(const std::string& problem) {
   return kNoBoard;
 }
 
+int misused(const std::string& problem) {
+  fprintf(stderr, "vboard: %s\nRun with --help for more information.\n", problem.c_str());
+  return kUsage;
+}
+
 // "90", "90s", "5min", "2h", "3d" of board time.
 bool seconds_of(const std::string& text, std::int64_t* us) {
   char* unit = nullptr;
@@ -42,6 +50,25 @@ bool seconds_of(const std::string& text, std::int64_t* us) {
                                                    : 0;
   *us = static_cast<std::int64_t>(number * scale * 1e6);
   return unit != text.c_str() && scale > 0 && number >= 0;
+}
+
+// A number of board seconds per real second that a clock can follow.
+const CLI::Validator kSpeed(
+    [](const std::string& text) {
+      constexpr double kLowest = 0.001;
+      constexpr double kHighest = 10000;
+      char* end = nullptr;
+      const double speed = strtod(text.c_str(), &end);
+      const bool number = end != text.c_str() && *end == '\0' && std::isfinite(speed);
+      return number && speed >= kLowest && speed <= kHighest
+                 ? std::string()
+                 : "'" + text + "' is no speed from 0.001 to 10000";
+    },
+    "0.001..10000");
+
+// A run that was killed could not say that it was over.
+void let_rest(const BoardDirectory& place, Board& board) {
+  if (board.clock.running > 0 && !board_in_use(place.path().c_str())) come_to_rest(board);
 }
 
 // A program named by a path is meant where the user stands, not on the board.
@@ -62,6 +89,8 @@ int run(const fs::path& directory, const RunOptions& options,
 // A shell on the board: `vantorig` in it is the program on the virtual board.
 int shell(const fs::path& directory, RunOptions options, const std::string& program) {
   options.shell = true;
+  if (access(program.c_str(), X_OK) != 0)
+    return complain("cannot run " + program + ": " + strerror(errno));
   const std::string script = "vantorig() { LD_PRELOAD=\"$VBOARD_LIBRARY\" '" +
                              fs::absolute(program).string() +
                              "' \"$@\"; }\n"
@@ -83,6 +112,7 @@ int change_world(const fs::path& directory, const std::vector<std::string>& word
   Board* board = place.map(&problem);
   if (board == nullptr) return complain(problem);
   clock_attach(board);
+  let_rest(place, *board);
   std::string command;
   for (const std::string& word : words) command += (command.empty() ? "" : " ") + word;
   Locked hold(*board);
@@ -96,7 +126,6 @@ int change_world(const fs::path& directory, const std::vector<std::string>& word
 
 int run_vboard(int argc, char** argv) {
   CLI::App app{"A virtual encoder board: runs the unmodified control program on any Linux PC."};
-  app.require_subcommand(1);
   app.fallthrough();  // --board may stand behind the sub-command too
   const char* default_board = getenv("VBOARD_BOARD");
   std::string directory = default_board != nullptr ? default_board : "board";
@@ -106,8 +135,7 @@ int run_vboard(int argc, char** argv) {
   std::string for_text;
   std::vector<std::string> command;
   auto* run_command = app.add_subcommand("run", "run a program on the board");
-  run_command->add_option("--speed", options.speed, "board seconds per real second")
-      ->check(CLI::PositiveNumber);
+  run_command->add_option("--speed", options.speed, "board seconds per real second")->check(kSpeed);
   run_command->add_flag("--virtual", options.virtual_time,
                         "virtual time: waits cost nothing, every run is the same");
   run_command->add_option("--for", for_text,
@@ -123,11 +151,13 @@ int run_vboard(int argc, char** argv) {
   auto* shell_command = app.add_subcommand("shell", "an interactive shell on the board");
   shell_command->add_option("--program", shell_program, "the program that `vantorig` runs")
       ->capture_default_str();
-  shell_command->add_option("--speed", shell_options.speed, "board seconds per real second");
+  shell_command->add_option("--speed", shell_options.speed, "board seconds per real second")
+      ->check(kSpeed);
 
   DemoOptions demo_options;
   auto* demo_command = app.add_subcommand("demo", "the main job, told step by step");
   demo_command->add_option("--speed", demo_options.speed, "board seconds per real second")
+      ->check(kSpeed)
       ->capture_default_str();
   demo_command->add_option("--program", demo_options.program, "the program under demonstration")
       ->capture_default_str();
@@ -173,7 +203,17 @@ int run_vboard(int argc, char** argv) {
       one->add_option("--ac3", ac3_list, "the source's AC-3 stream, as name=value,...");
     world_apps.push_back(one);
   }
-  CLI11_PARSE(app, argc, argv);
+  try {
+    app.parse(argc, argv);
+  } catch (const CLI::ParseError& error) {
+    const std::vector<std::string> strangers = app.remaining();
+    if (app.get_subcommands().empty() && !strangers.empty())
+      return misused("'" + strangers[0] + "' is none of its " +
+                     (strangers[0].starts_with('-') ? "options" : "commands"));
+    return app.exit(error) == 0 ? 0 : kUsage;
+  }
+  if (app.get_subcommands().empty()) return misused("a command is wanted");
+  if (directory.empty()) return misused("--board wants a directory");
 
   if (run_command->parsed()) {
     if (!for_text.empty() && !seconds_of(for_text, &options.for_us))
@@ -197,6 +237,7 @@ int run_vboard(int argc, char** argv) {
     Board* board = place.map(&problem);
     if (board == nullptr) return complain(problem);
     clock_attach(board);
+    let_rest(place, *board);
     Locked hold(*board);
     if (show_command->parsed()) return show_board(*board);
     if (registers_command->parsed()) return show_registers(*board);

@@ -6,11 +6,13 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <csignal>
 #include <cstdlib>
 #include <cstring>
 #include <fstream>
+#include <iterator>
 
 #include "vboard/core/clock.h"
 #include "vboard/core/real.h"
@@ -22,6 +24,7 @@ namespace fs = std::filesystem;
 namespace {
 
 constexpr int kFirmwareSize = 60000;
+constexpr int kNotFound = 127;  // the shell's status of a program that is not there
 
 // Unpacks the received archive and runs what came with it; a board that is
 // updated keeps its own script for the next time.
@@ -72,6 +75,39 @@ std::vector<char*> arguments_of(const std::vector<std::string>& words) {
   return pointers;
 }
 
+// The outer process of the sandbox, for signals that are meant for the program.
+volatile sig_atomic_t sandbox_pid = 0;
+
+void pass_on(int signal_number) {
+  if (sandbox_pid > 0) kill(sandbox_pid, signal_number);
+}
+
+// While one lives, the launcher outlives the signals that end its program, so that
+// the board is left in order. A terminal sends its own to the program as well;
+// what was ignored stays ignored.
+class OutliveSignals {
+ public:
+  OutliveSignals() {
+    for (std::size_t i = 0; i < std::size(kEnding); ++i) {
+      struct sigaction action = {};
+      sigaction(kEnding[i], nullptr, &before_[i]);
+      const bool from_terminal = kEnding[i] == SIGINT || kEnding[i] == SIGQUIT;
+      action.sa_handler = from_terminal || before_[i].sa_handler == SIG_IGN ? SIG_IGN : pass_on;
+      sigaction(kEnding[i], &action, nullptr);
+    }
+  }
+  ~OutliveSignals() {
+    for (std::size_t i = 0; i < std::size(kEnding); ++i)
+      sigaction(kEnding[i], &before_[i], nullptr);
+  }
+  OutliveSignals(const OutliveSignals&) = delete;
+  OutliveSignals& operator=(const OutliveSignals&) = delete;
+
+ private:
+  static constexpr int kEnding[] = {SIGINT, SIGQUIT, SIGTERM, SIGHUP};
+  struct sigaction before_[std::size(kEnding)] = {};
+};
+
 pid_t spawn(const std::vector<std::string>& words, int stdout_fd) {
   const pid_t child = fork();
   if (child != 0) return child;
@@ -82,25 +118,46 @@ pid_t spawn(const std::vector<std::string>& words, int stdout_fd) {
   execvp(words[0].c_str(), arguments_of(words).data());
   fprintf(stderr, "vboard: cannot run %s: %s%s\n", words[0].c_str(), strerror(errno),
           words[0] == "bwrap" ? " (package bubblewrap)" : "");
-  _exit(127);
+  _exit(kNotFound);
 }
 
 int status_of(int status) {
   return WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
 }
 
-// True when the sandbox itself works here.
-bool sandbox_works() {
+// Why this program cannot be run, "" when nothing is seen that is against it.
+// What lies in the board's own home only the sandbox can find.
+std::string program_problem(const std::string& program) {
+  if (program.find('/') == std::string::npos || program.starts_with("/home/tovin/")) return {};
+  if (access(program.c_str(), X_OK) == 0 && !fs::is_directory(program)) return {};
+  return "cannot run " + program + ": " +
+         (fs::is_directory(program) ? strerror(EISDIR) : strerror(errno));
+}
+
+// Why a file that the run appends to cannot be written, "" when it can.
+std::string output_problem(const std::string& file) {
+  if (file.empty()) return {};
+  const int fd = open(file.c_str(), O_WRONLY | O_CREAT | O_APPEND | O_CLOEXEC, 0666);
+  if (fd < 0) return "cannot write " + file + ": " + strerror(errno);
+  close(fd);
+  return {};
+}
+
+}  // namespace
+
+std::string sandbox_problem() {
   const int quiet = open("/dev/null", O_RDWR | O_CLOEXEC);
   const pid_t child = spawn({"bwrap", "--dev-bind", "/", "/", "--proc", "/proc", "--unshare-pid",
                              "--unshare-ipc", "true"},
                             quiet);
   close(quiet);
   int status = 0;
-  return child > 0 && waitpid(child, &status, 0) == child && status_of(status) == 0;
+  if (child > 0 && waitpid(child, &status, 0) == child && status_of(status) == 0) return {};
+  if (status_of(status) == kNotFound) return "cannot run bwrap (package bubblewrap)";
+  return "the sandbox cannot be set up: unprivileged user namespaces are switched off on this "
+         "machine. Switch them on (sysctl kernel.unprivileged_userns_clone=1, or "
+         "user.max_user_namespaces above 0) or run as root.";
 }
-
-}  // namespace
 
 fs::path helper(const std::string& name) {
   std::error_code ignored;
@@ -144,6 +201,12 @@ Run::Run(const BoardDirectory& directory, const RunOptions& options,
     problem_ = "libvboard.so is not beside this program";
     return;
   }
+  for (const std::string& problem : {program_problem(command[0]), output_problem(options.trace),
+                                     output_problem(options.host_log)}) {
+    if (problem.empty()) continue;
+    problem_ = problem;
+    return;
+  }
   if (!directory.prepare(&problem_)) return;
   board_ = directory.map(&problem_);
   if (board_ == nullptr) return;
@@ -152,6 +215,8 @@ Run::Run(const BoardDirectory& directory, const RunOptions& options,
     problem_ = "a program runs on this board already";
     return;
   }
+  clock_attach(board_);
+  if (board_->clock.running > 0) come_to_rest(*board_);  // an earlier run was killed
   ClockState& clock = board_->clock;
   clock.mode = options.virtual_time ? TimeMode::kVirtual
                                     : (options.speed == 1.0 ? TimeMode::kReal : TimeMode::kScaled);
@@ -181,6 +246,7 @@ Run::Run(const BoardDirectory& directory, const RunOptions& options,
   }
   fcntl(alive[0], F_SETFD, FD_CLOEXEC);
   child_ = spawn(words, stdout_fd);
+  sandbox_pid = child_;
   close(alive[1]);
   alive_fd_ = alive[0];
 }
@@ -199,33 +265,45 @@ void Run::await_all_gone() {
   alive_fd_ = -1;
 }
 
+void come_to_rest(Board& board) {
+  // A machine that was started anew counts from nought again.
+  board.clock.now_us = std::max(board.clock.now_us, board_now_us());
+  board.clock.running = 0;
+  board.encoder.pid = 0;
+  board.encoder.streaming = false;
+}
+
 // The board's clock stands still between runs.
 void Run::finish() {
   if (board_ == nullptr) return;
+  sandbox_pid = 0;
   await_all_gone();
   clock_attach(board_);
-  board_->clock.now_us = board_now_us();
-  board_->clock.running = 0;
-  board_->encoder.pid = 0;
-  board_->encoder.streaming = false;
+  come_to_rest(*board_);
 }
 
 int Run::wait() {
   if (child_ <= 0) return 125;
   int status = 0;
-  while (waitpid(child_, &status, 0) < 0 && errno == EINTR) {
+  {
+    const OutliveSignals while_it_runs;
+    while (waitpid(child_, &status, 0) < 0 && errno == EINTR) {
+    }
   }
   child_ = -1;
   const bool started = board_->clock.running > 0;
   finish();
-  if (!started && status_of(status) == 1 && !sandbox_works()) {
-    problem_ =
-        "the sandbox cannot be set up: unprivileged user namespaces are switched off on this "
-        "machine. Switch them on (sysctl kernel.unprivileged_userns_clone=1, or "
-        "user.max_user_namespaces above 0) or run as root.";
-    return 125;
-  }
+  if (!started && (status_of(status) == 1 || status_of(status) == kNotFound))
+    problem_ = sandbox_problem();
+  if (!problem_.empty()) return 125;
   return status_of(status);
+}
+
+bool Run::alive() {
+  siginfo_t info = {};
+  return child_ > 0 &&
+         waitid(P_PID, static_cast<id_t>(child_), &info, WEXITED | WNOHANG | WNOWAIT) == 0 &&
+         info.si_pid == 0;
 }
 
 void Run::stop() {

@@ -33,6 +33,10 @@ class BoardDirectory {
   std::filesystem::path directory_;
 };
 
+// Marks a board whose run is over: its clock stands, its processes are gone. The
+// board is that of this process.
+void come_to_rest(Board& board);
+
 struct RunOptions {
   double speed = 1.0;
   bool virtual_time = false;
@@ -57,6 +61,9 @@ class Run {
 
   const std::string& problem() const { return problem_; }
 
+  // True while the program has not ended.
+  bool alive();
+
   // Waits for the end and returns the exit status as a shell shows it.
   int wait();
 
@@ -73,6 +80,9 @@ class Run {
   pid_t child_ = -1;
   std::string problem_;
 };
+
+// Why the sandbox cannot be set up on this machine; "" when it can.
+std::string sandbox_problem();
 
 // Where the program's own helpers lie (preload library, encode): beside this
 // executable, or in lib/vboard of an installation. "" when missing.

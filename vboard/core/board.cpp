@@ -2,11 +2,13 @@
 #include "vboard/core/board.h"
 
 #include <fcntl.h>
+#include <sys/file.h>
 #include <sys/mman.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
 #include <cerrno>
+#include <climits>
 #include <cstdarg>
 #include <cstdio>
 #include <new>
@@ -60,6 +62,16 @@ Board* map_board(const char* state_file) {
     return nullptr;
   }
   return board;
+}
+
+bool board_in_use(const char* directory) {
+  char path[PATH_MAX];
+  snprintf(path, sizeof path, "%s/lock", directory);
+  const int fd = real::open(path, O_RDONLY | O_CLOEXEC);
+  if (fd < 0) return false;
+  const bool taken = flock(fd, LOCK_SH | LOCK_NB) != 0;
+  real::close(fd);
+  return taken;
 }
 
 void violation(Board& board, const char* format, ...) {

@@ -301,6 +301,9 @@ Board* new_board(void* place);
 // with errno set, EPROTO for a file of another version.
 Board* map_board(const char* state_file);
 
+// True while a launcher holds the lock of this board directory.
+bool board_in_use(const char* directory);
+
 // Records something that a driver must not do; the first text is kept.
 void violation(Board& board, const char* format, ...) __attribute__((format(printf, 2, 3)));
 
