@@ -1,12 +1,15 @@
 // Transfers, waits and the update FIFO of a virtual board.
 #include "melk/board_transport.h"
 
+#include <fcntl.h>
+#include <sys/file.h>
 #include <unistd.h>
 
 #include <cerrno>
 #include <cstring>
 
 #include "vboard/core/clock.h"
+#include "vboard/core/real.h"
 #include "vboard/models/bus.h"
 
 namespace melk {
@@ -31,7 +34,23 @@ std::unique_ptr<BoardTransport> BoardTransport::open(const std::string& director
     return nullptr;
   }
   vboard::clock_attach(board);
-  return std::make_unique<BoardTransport>(*board);
+  auto transport = std::make_unique<BoardTransport>(*board);
+  transport->lock_fd_ =
+      vboard::real::open((directory + "/link.lock").c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0666);
+  return transport;
+}
+
+BoardTransport::~BoardTransport() {
+  if (lock_fd_ >= 0) vboard::real::close(lock_fd_);
+}
+
+void BoardTransport::seize() {
+  while (lock_fd_ >= 0 && flock(lock_fd_, LOCK_EX) != 0 && errno == EINTR) {
+  }
+}
+
+void BoardTransport::release() {
+  if (lock_fd_ >= 0) flock(lock_fd_, LOCK_UN);
 }
 
 bool BoardTransport::reachable(const std::string& directory, std::string* problem) const {

@@ -16,6 +16,7 @@ class BoardTransport : public Transport {
  public:
   // A board that is already the board of this process.
   explicit BoardTransport(vboard::Board& board) : board_(board) {}
+  ~BoardTransport() override;
 
   // Maps the board kept in `directory` and makes it the board of this process.
   // Returns null with a text in `problem` when there is no usable board there.
@@ -29,11 +30,14 @@ class BoardTransport : public Transport {
   bool wait_taken(std::int64_t us) override;
   bool wait_answer(std::int64_t us) override;
   void pause(std::int64_t us) override;
+  void seize() override;
+  void release() override;
   std::int64_t now_us() override;
   bool push_update(const std::uint8_t* data, std::size_t size, std::int64_t us) override;
 
  private:
   vboard::Board& board_;
+  int lock_fd_ = -1;  // of the board directory's link lock
 };
 
 }  // namespace melk

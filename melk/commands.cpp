@@ -4,6 +4,7 @@
 #include <CLI/CLI.hpp>
 #include <algorithm>
 #include <cerrno>
+#include <csignal>
 #include <cstdarg>
 #include <cstdlib>
 #include <cstring>
@@ -107,8 +108,29 @@ int fail_file(const Session& session, const std::string& path) {
   return fail(session, path + ": " + strerror(errno), kLocalFile);
 }
 
+volatile std::sig_atomic_t stop_asked = 0;
+
+void ask_to_stop(int) { stop_asked = 1; }
+
+// From here to the end of a transfer ^C stops it between two bytes; the next ^C
+// ends the program, also where the board does not move.
+void take_interrupts(Session& session) {
+  if (!session.options.stoppable) return;
+  stop_asked = 0;
+  struct sigaction action = {};
+  action.sa_handler = ask_to_stop;
+  action.sa_flags = static_cast<int>(SA_RESETHAND);
+  sigaction(SIGINT, &action, nullptr);
+  session.link.stop_asked = [] { return stop_asked != 0; };
+}
+
+void leave_interrupts(const Session& session) {
+  if (session.options.stoppable) signal(SIGINT, SIG_DFL);
+}
+
 // A bar on the terminal, drawn when its percentage moves.
-void show_progress(Session& session) {
+void begin_transfer(Session& session) {
+  take_interrupts(session);
   if (!session.options.err_is_terminal) return;
   session.link.progress = [err = session.err, last = -1](std::size_t done,
                                                          std::size_t total) mutable {
@@ -123,7 +145,8 @@ void show_progress(Session& session) {
 }
 
 // Leaves the line of an unfinished bar.
-void end_progress(const Session& session, bool finished) {
+void end_transfer(const Session& session, bool finished) {
+  leave_interrupts(session);
   if (session.options.err_is_terminal && !finished) fputc('\n', session.err);
 }
 
@@ -240,9 +263,9 @@ int run_send_config(Session& session) {
   if (session.request.force && file.size() < kSmallestConfiguration)
     return announce_only(session, Code::kSendHdConfiguration, file.size());
   const std::int64_t start_us = session.link.transport.now_us();
-  show_progress(session);
+  begin_transfer(session);
   const Reply<Nothing> sent = send_configuration(session.link, file);
-  end_progress(session, sent.ok());
+  end_transfer(session, sent.ok());
   if (!sent.ok()) return fail(session, sent.failure);
   const double sent_s = board_seconds(session.link.transport.now_us() - start_us);
   const std::string text =
@@ -272,11 +295,11 @@ int run_update(Session& session) {
     return announce_only(session, via_fpga ? Code::kNewUpdateVersion : Code::kUpdateVersion,
                          package.size());
   const std::int64_t start_us = session.link.transport.now_us();
-  show_progress(session);
+  begin_transfer(session);
   const Reply<Nothing> sent = via_fpga
                                   ? send_update_by_fpga(session.link, package, session.request.rate)
                                   : send_update(session.link, package);
-  end_progress(session, sent.ok());
+  end_transfer(session, sent.ok());
   if (!sent.ok()) return fail(session, sent.failure);
   const double sent_s = board_seconds(session.link.transport.now_us() - start_us);
   const std::string text =
@@ -358,10 +381,10 @@ int run_fps(Session& session) {
 }
 
 int run_registers(Session& session) {
-  show_progress(session);
+  begin_transfer(session);
   const std::size_t count = session.request.full ? kFullRecord : kShortRecord;
   const Reply<Bytes> reply = read_record(session.link, count);
-  end_progress(session, reply.ok());
+  end_transfer(session, reply.ok());
   if (!reply.ok()) return fail(session, reply.failure);
   Json fields = Json::object();
   std::string text;
@@ -391,9 +414,9 @@ int store_upload(Session& session, const Reply<Bytes>& reply) {
 }
 
 Reply<Bytes> fetch_with_progress(Session& session, Code code) {
-  show_progress(session);
+  begin_transfer(session);
   Reply<Bytes> reply = fetch_file(session.link, code);
-  end_progress(session, reply.ok());
+  end_transfer(session, reply.ok());
   return reply;
 }
 
@@ -445,6 +468,7 @@ const RecordField& record_field(const char* name) {
 }
 
 Reply<Reading> take_reading(Session& session) {
+  const Conversation alone(session.link.transport);
   Reading reading;
   const Reply<std::uint8_t> state = ask_byte(session.link, Code::kGetMonitorState);
   if (!state.ok()) return {{}, state.failure};
@@ -629,9 +653,11 @@ void take_config(CLI::App& app, Request& request) {
 
 void take_update(CLI::App& app, Request& request) {
   app.add_option("PACKAGE", request.file, "update archive, at most 5000000 bytes")->required();
-  app.add_flag("--via-fpga", request.via_fpga, "send it through the update FIFO of the FPGA");
+  CLI::Option* via_fpga =
+      app.add_flag("--via-fpga", request.via_fpga, "send it through the update FIFO of the FPGA");
   app.add_option("--rate", request.rate, "with --via-fpga: bytes per board second")
-      ->check(counting());
+      ->check(counting())
+      ->needs(via_fpga);
   app.add_flag("--wait", request.wait, "wait for the board and ask for the result");
   app.add_flag("--force", request.force,
                "announce a size that the board refuses (above 5000000), without data");
@@ -774,7 +800,15 @@ int run_request(Transport& transport, const Request& request, FILE* out, FILE* e
   const auto* row = std::ranges::find_if(
       kSubCommands, [&request](const SubCommand& one) { return request.word == one.word; });
   if (row == std::end(kSubCommands)) return kUsage;
-  const int code = row->run(session);
+  // These two talk now and then, and leave the link to others meanwhile.
+  const bool lasting = row->run == run_watch || row->run == run_shell;
+  std::optional<Conversation> alone;
+  if (!lasting) alone.emplace(transport);
+  int code = row->run(session);
+  if (fflush(out) != 0 || ferror(out) != 0) {
+    note(session, text_of("the output could not be written: %s", strerror(errno)));
+    if (code == kDone) code = kLocalFile;
+  }
   if (session.link.stale > 0)
     note(session, text_of("%zu bytes of an earlier conversation dropped", session.link.stale));
   return code;

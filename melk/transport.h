@@ -30,6 +30,11 @@ class Transport {
   virtual void pause(std::int64_t us) = 0;
   virtual std::int64_t now_us() = 0;
 
+  // The link is this host's alone from seize to release, so that what two clients
+  // say to a board does not mix.
+  virtual void seize() {}
+  virtual void release() {}
+
   // Puts a block into the update FIFO of the FPGA, in one piece, once there is
   // room for all of it; false when the FIFO stays full for `us`. A block is at
   // most kUpdateBlock bytes.
@@ -37,5 +42,17 @@ class Transport {
 };
 
 inline constexpr std::size_t kUpdateBlock = 1024;
+
+// Seizes the link for as long as it lives.
+class Conversation {
+ public:
+  explicit Conversation(Transport& transport) : transport_(transport) { transport_.seize(); }
+  ~Conversation() { transport_.release(); }
+  Conversation(const Conversation&) = delete;
+  Conversation& operator=(const Conversation&) = delete;
+
+ private:
+  Transport& transport_;
+};
 
 }  // namespace melk

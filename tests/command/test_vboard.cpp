@@ -181,6 +181,24 @@ TEST_P(VboardEnded, leaves_a_board_at_rest) {
 INSTANTIATE_TEST_SUITE_P(each, VboardEnded, testing::Values("TERM", "KILL"),
                          [](const auto& one) { return std::string("by_") + one.param; });
 
+// ---- two clients --------------------------------------------------------------------
+
+// Without turns the questions would end up in the configuration.
+TEST(VboardClients, take_turns_on_the_link) {
+  BoardRun board;
+  const std::string place = board.path("..");
+  const std::string melk = std::string(BUILD_DIRECTORY) + "/melk --board " + place;
+  std::ofstream(board.path("../sent.ini")) << std::string(20000, ';') << '\n';
+  const Result result =
+      shell(vboard_program() + " --board " + place + " run --speed 20 -- " + BUILD_DIRECTORY +
+            "/vantorig -602 >/dev/null & p=$!; sleep 1; " + melk +
+            " --timeout 200 watch --count 40 --interval 0.01 & w=$!; " + melk + " send-config " +
+            place + "/sent.ini >/dev/null; s=$?; wait $w; r=$?; kill $p; wait $p; " + "cmp " +
+            place + "/sent.ini " + board.path("hd.ini") + " && exit $s$r");
+  EXPECT_EQ(result.status, 0) << result.out << result.err;
+  EXPECT_EQ(result.err, "");
+}
+
 // ---- the demonstration ---------------------------------------------------------------
 
 TEST(VboardDemo, verifies_every_step_within_a_minute_and_without_colours) {
