@@ -14,11 +14,6 @@ static constexpr int kLoopControlCapture = 4;
 static constexpr unsigned kPendingMask = 0x3FFF;  // bits 13-0 of the capture status
 static constexpr int kManyWords = 1000;
 
-// Held open beside the link's handle, as the service does for its LEDs.
-static void open_second_handle() {
-  if (fopen(kFpgaDevice, "r+b") == nullptr) puts("Cannot access SPI port (/dev/fpga) - for LEDs");
-}
-
 static void start_capture() {
   printf("loop_control=0x%x\n", GetValue(kRegCaptureLoop));
   SetValue(kRegCaptureLoop, kLoopControlCapture);
@@ -42,7 +37,8 @@ static void capture_round(FILE* file) {
 int ac3_test() {
   if (const int started = start_service_threads(); started < 0) return started;
   puts("end configure");
-  open_second_handle();
+  // Held open beside the link's handle, as the service does for its LEDs.
+  open_fpga_stream(kSecondHandleNotOpened);
   start_capture();
   FILE* file = fopen(kCaptureFile, "wb");
   if (file == nullptr) puts("can not open capture file");

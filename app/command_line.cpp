@@ -267,10 +267,7 @@ static void print_dsp_status() {
 // --- FPGA registers ------------------------------------------------------
 
 // A device that does not open is reported only: requests fail, reads give 0.
-static void open_fpga_for_bench() {
-  fpga_file = fopen(kFpgaDevice, "r+b");
-  if (fpga_file == nullptr) puts("Cannot access SPI port (/dev/fpga)");
-}
+static void open_fpga_for_bench() { fpga_file = open_fpga_stream(kFpgaNotOpened); }
 
 static void close_fpga_for_bench() {
   if (fpga_file != nullptr) fclose(fpga_file);

@@ -43,11 +43,8 @@ int start_service_threads() {
 
 // The handle stays open for the life of the service.
 static void set_front_panel_led() {
-  FILE* leds = fopen(kFpgaDevice, "r+b");
-  if (leds == nullptr) {
-    puts("Cannot access SPI port (/dev/fpga) - for LEDs");
-    return;
-  }
+  FILE* leds = open_fpga_stream(kSecondHandleNotOpened);
+  if (leds == nullptr) return;
   std::int32_t zero = 0;
   const int result = ioctl(fileno(leds), kFpgaLedOff, &zero);
   if (result != 0) printf("Error %d in IOCTL - LED\n", result);

@@ -14,17 +14,9 @@
 
 static constexpr int kNotOpened = 1;  // result of every command here
 
-static FILE* open_fpga(const char* message) {
-  FILE* fpga = fopen(kFpgaDevice, "r+b");
-  if (fpga == nullptr) puts(message);
-  return fpga;
-}
-
 static FILE* open_fpga_for_register() {
-  return open_fpga("Cannot access SPI port (/dev/fpga) - 1");
+  return open_fpga_stream("Cannot access SPI port (/dev/fpga) - 1");
 }
-
-static FILE* open_fpga_for_bench() { return open_fpga("Cannot access SPI port (/dev/fpga)"); }
 
 static int request(FILE* fpga, FpgaRequest number, void* record) {
   return ioctl(descriptor_of(fpga), number, record);
@@ -53,7 +45,7 @@ int prog_wrreg(int address, int value) {
 // way round.
 int wr_fpga(int address, int data) {
   constexpr useconds_t kOpenSettle_us = 1000;
-  FILE* fpga = open_fpga_for_bench();
+  FILE* fpga = open_fpga_stream(kFpgaNotOpened);
   if (fpga == nullptr) return kNotOpened;
   usleep(kOpenSettle_us);
   const int even = address & ~1;
@@ -122,7 +114,7 @@ static void read_pattern(FILE* fpga) {
 }
 
 int FpgaReg() {
-  FILE* fpga = open_fpga_for_bench();
+  FILE* fpga = open_fpga_stream(kFpgaNotOpened);
   if (fpga == nullptr) return kNotOpened;
   exercise_test_registers(fpga);
   write_pattern(fpga);
@@ -191,7 +183,7 @@ static void measure_pass(FILE* fpga, const PerfPass& pass) {
 }
 
 int FpgaPerf() {
-  FILE* fpga = open_fpga_for_bench();
+  FILE* fpga = open_fpga_stream(kFpgaNotOpened);
   if (fpga == nullptr) return kNotOpened;
   for (const PerfPass& pass : kPerfPasses) measure_pass(fpga, pass);
   fclose(fpga);

@@ -130,11 +130,8 @@ static int report_final_status(FILE* device) {
 }
 
 int fpgaLoadBitstream(const char* path) {
-  FILE* device = fopen(kFpgaDevice, "r+b");
-  if (device == nullptr) {
-    puts("Cannot access SPI port (/dev/fpga)");
-    return kNoDevice;
-  }
+  FILE* device = open_fpga_stream(kFpgaNotOpened);
+  if (device == nullptr) return kNoDevice;
   FILE* file = fopen(path, "rb");
   if (file == nullptr) {
     puts("Cannot access RBF file");
@@ -153,11 +150,8 @@ int fpgaLoadBitstream(const char* path) {
 }
 
 int WriteFileToFpga(const char* path) {
-  FILE* device = fopen(kFpgaDevice, "r+b");
-  if (device == nullptr) {
-    puts("Cannot access SPI port (/dev/fpga)");
-    return kNoDevice;
-  }
+  FILE* device = open_fpga_stream(kFpgaNotOpened);
+  if (device == nullptr) return kNoDevice;
   FILE* file = fopen(path, "rb");
   if (file == nullptr) {
     puts("Cannot access MPEG2 file");

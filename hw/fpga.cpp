@@ -10,6 +10,12 @@
 
 Relaxed<FILE*> fpga_file;
 
+FILE* open_fpga_stream(const char* message) {
+  FILE* stream = fopen(kFpgaDevice, "r+b");
+  if (stream == nullptr) puts(message);
+  return stream;
+}
+
 int descriptor_of(FILE* stream) { return stream == nullptr ? -1 : fileno(stream); }
 
 static std::int32_t word_index(int address) { return address >> 1; }
@@ -80,11 +86,8 @@ static void store_start_up_defaults() {
 }
 
 int open_fpga_dev() {
-  fpga_file = fopen(kFpgaDevice, "r+b");
-  if (fpga_file == nullptr) {
-    puts("Cannot access SPI port (/dev/fpga)");
-    return -1;
-  }
+  fpga_file = open_fpga_stream(kFpgaNotOpened);
+  if (fpga_file == nullptr) return -1;
   shared_set(&SharedBlock::do_fpga_restart, 1);
   usleep(kResetSettle_us);
   hold_reset();

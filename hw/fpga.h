@@ -40,6 +40,13 @@ struct FpgaBlock {
 };
 static_assert(sizeof(void*) != 4 || sizeof(FpgaBlock) == 12);
 
+// What most callers of open_fpga_stream say when it fails.
+inline constexpr char kFpgaNotOpened[] = "Cannot access SPI port (/dev/fpga)";
+
+// Opens a stream of the caller's own on the device, for reading and writing.
+// Returns null, after printing the message as a line, when it does not open.
+FILE* open_fpga_stream(const char* message);
+
 // The register device, shared by all threads; null until it is opened.
 extern Relaxed<FILE*> fpga_file;
 

@@ -16,11 +16,8 @@ static constexpr int kLongestRecord = 4;  // 32-bit words
 int prog_gpio(int line) {
   printf("Start prog_gpio,input_data = %d\n", line);
   // The stream is never closed: every action keeps its own open handle.
-  FILE* device = fopen(kFpgaDevice, "r+b");
-  if (device == nullptr) {
-    puts("Cannot access SPI port (/dev/fpga) - 1");
-    return 1;
-  }
+  FILE* device = open_fpga_stream("Cannot access SPI port (/dev/fpga) - 1");
+  if (device == nullptr) return 1;
   // A line action takes the one word. The operator may name any request of the
   // driver, and the register requests take more: the rest is room for them.
   std::int32_t words[kLongestRecord] = {1};
