@@ -128,6 +128,11 @@ static float output_rate_mbps(std::int32_t video_bitrate) {
   return static_cast<float>(sum * kWideFactor / kMega);
 }
 
+// Constants of the output stage, the same at every rate.
+static constexpr int kOutputRateConstant0 = 53;
+static constexpr int kOutputRateConstant1 = 53;
+static constexpr int kOutputRateConstant2 = 2;
+
 int Setoutput_bitrate(const std::int32_t* value, std::int32_t) {
   constexpr float kIntervalConstant = 121844.0F;  // interval = constant / Mbit/s
   puts("Setoutput_bitrate");
@@ -140,9 +145,9 @@ int Setoutput_bitrate(const std::int32_t* value, std::int32_t) {
   const std::int32_t interval = to_int_saturating(kIntervalConstant / rate);
   SetValue(kRegOutputInterval, interval);
   printf("tmp1 %f btr %d output_bitrate %d\n", static_cast<double>(rate), interval, video_bitrate);
-  SetValue(kRegOutputRate0, 53);
-  SetValue(kRegOutputRate1, 53);
-  return SetValue(kRegOutputRate2, 2);
+  SetValue(kRegOutputRate0, kOutputRateConstant0);
+  SetValue(kRegOutputRate1, kOutputRateConstant1);
+  return SetValue(kRegOutputRate2, kOutputRateConstant2);
 }
 
 // --- codec ---------------------------------------------------------------
@@ -172,6 +177,11 @@ static void set_video_control(int bit) {
   SetValue(kRegVideoControl, control | bit);
 }
 
+// Codec set-up of the FPGA: the first three serve both codecs, the fourth tells
+// them apart.
+static constexpr int kCodecConstant0 = 6784;
+static constexpr int kCodecConstant1 = 6;
+static constexpr int kCodecConstant2 = 35000;
 static constexpr int kCodecConstantH264 = 44640;
 static constexpr int kCodecConstantMpeg2 = 48032;
 static constexpr int kCodecConstantMpeg2Std258 = 41248;
@@ -203,9 +213,9 @@ int fpgaSetVidCodec(const std::int32_t* value, std::int32_t) {
     set_h264();
   }
   SetValue(kRegFramePeriod, fps_parameter & 0xFFFF);
-  SetValue(kRegVideoCodec0, 6784);
-  SetValue(kRegVideoCodec1, 6);
-  SetValue(kRegVideoCodec2, 35000);
+  SetValue(kRegVideoCodec0, kCodecConstant0);
+  SetValue(kRegVideoCodec1, kCodecConstant1);
+  SetValue(kRegVideoCodec2, kCodecConstant2);
   return 0;
 }
 

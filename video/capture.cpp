@@ -22,6 +22,9 @@ constexpr StandardBit kStandardBits[] = {
     {56, 10}, {57, 11}, {58, 12}, {59, 13}, {60, 14}, {61, 15},
 };
 
+constexpr unsigned kQueryPause_us = 1;
+constexpr unsigned kQuerySettle_us = 1000000;
+
 int standard_number(std::uint64_t mask) {
   for (const StandardBit& standard : kStandardBits) {
     if (mask == std::uint64_t{1} << standard.bit) return standard.number;
@@ -58,9 +61,9 @@ int GetSTD() {
   const int fd = open_capture();
   v4l2_std_id mask = 0;
   const int rc = ioctl(fd, VIDIOC_QUERYSTD, &mask);
-  usleep(1);
+  usleep(kQueryPause_us);
   if (rc < 0) puts("        Cannot ioctl  VIDIOC_QUERYSTD");
-  usleep(1000000);
+  usleep(kQuerySettle_us);
   const int number = rc < 0 ? 0 : standard_number(mask);
   close_capture(fd);
   return number;
