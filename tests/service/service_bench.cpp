@@ -3,8 +3,8 @@
 
 #include <sys/stat.h>
 
-#include <cstdlib>
 #include <gtest/gtest.h>
+#include <cstdlib>
 
 #include <fstream>
 #include <iterator>
