@@ -34,6 +34,7 @@ struct Options {
   std::int64_t timeout_us = 20000000;
   bool out_is_terminal = false;                   // watch rewrites its line, shell prompts
   bool err_is_terminal = false;                   // long transfers show their progress
+  bool stoppable = false;                         // ^C ends a transfer, not the program
   FILE* in = nullptr;                             // commands of the shell
   std::function<std::string()> local_clock = {};  // DDMMYYhhmmss, for set-rtc without a text
 };

@@ -54,6 +54,7 @@ int run(int argc, char** argv) {
   melk::Options options;
   options.out_is_terminal = isatty(STDOUT_FILENO) != 0;
   options.err_is_terminal = isatty(STDERR_FILENO) != 0;
+  options.stoppable = true;
   options.in = stdin;
   options.local_clock = local_clock;
   return melk::run_request(*transport, request, stdout, stderr, options);

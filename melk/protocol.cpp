@@ -195,6 +195,23 @@ Failure cut_short(const Link& link, const std::string& what, std::size_t done, s
                                     seconds(link.timeout_us)};
 }
 
+bool stopped(const Link& link) { return link.stop_asked && link.stop_asked(); }
+
+// A file that stopped on its way to the board.
+Failure stopped_sending(const std::string& what, std::size_t done, std::size_t total) {
+  return {Trouble::kIncomplete, what + " stopped by hand after " + std::to_string(done) + " of " +
+                                    std::to_string(total) +
+                                    " bytes; the board waits for the rest, and takes what is sent "
+                                    "next for it"};
+}
+
+// A file that stopped on its way to the host.
+Failure stopped_fetching(std::size_t done, std::size_t total) {
+  return {Trouble::kIncomplete, "the upload stopped by hand after " + std::to_string(done) +
+                                    " of " + std::to_string(total) +
+                                    " bytes; the board gives up 15 s later"};
+}
+
 // Opens a conversation: a clean link and the command byte, taken.
 Failure begin(Link& link, Code code) {
   switch (clear_line(link)) {
@@ -212,7 +229,7 @@ Failure begin(Link& link, Code code) {
 // Sends parameter or file bytes; returns how many were taken.
 std::size_t put_all(Link& link, std::span<const std::uint8_t> bytes) {
   for (std::size_t i = 0; i < bytes.size(); ++i) {
-    if (!put(link, bytes[i])) return i;
+    if (stopped(link) || !put(link, bytes[i])) return i;
     if (link.progress) link.progress(i + 1, bytes.size());
   }
   return bytes.size();
@@ -230,7 +247,10 @@ Reply<Nothing> send_sized(Link& link, Code code, std::span<const std::uint8_t> d
   Reply<Nothing> reply = send_number(link, code, static_cast<std::uint32_t>(data.size()));
   if (!reply.ok()) return reply;
   const std::size_t taken = put_all(link, data);
-  if (taken < data.size()) return {{}, cut_short(link, name_of(code), taken, data.size())};
+  if (taken < data.size())
+    return {{},
+            stopped(link) ? stopped_sending(name_of(code), taken, data.size())
+                          : cut_short(link, name_of(code), taken, data.size())};
   return reply;
 }
 
@@ -295,6 +315,9 @@ Reply<Nothing> send_update_by_fpga(Link& link, std::span<const std::uint8_t> pac
   if (words.size() % 2 != 0) words.resize(words.size() + 3);
   std::size_t done = 0;
   while (done < words.size()) {
+    if (stopped(link))
+      return {{},
+              stopped_sending("the update FIFO", std::min(done, package.size()), package.size())};
     const std::size_t left = words.size() - done;
     const std::size_t size = left < kFifoChunk + kFifoTail ? left : kFifoChunk;
     if (!link.transport.push_update(words.data() + done, size, link.timeout_us))
@@ -341,6 +364,10 @@ Reply<Bytes> fetch_file(Link& link, Code code) {
     return {{}, {Trouble::kNoFile, "the board has no such file (size 0xFFFFFFFF)"}};
   }
   while (data.size() < size) {
+    if (stopped(link)) {
+      const Failure failure = stopped_fetching(data.size(), size);
+      return {std::move(data), failure};
+    }
     const std::optional<std::uint8_t> byte = collect(link);
     if (!byte) {
       const Failure failure = cut_short(link, "the upload", data.size(), size);

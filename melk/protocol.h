@@ -103,6 +103,8 @@ struct Link {
   std::int64_t timeout_us = 20000000;
   // Called with bytes moved so far and in all, during long transfers.
   std::function<void(std::size_t, std::size_t)> progress = {};
+  // Asked between two bytes of a long transfer: true ends it there.
+  std::function<bool()> stop_asked = {};
   std::size_t stale = 0;  // bytes of earlier conversations that were dropped
 };
 

@@ -833,6 +833,108 @@ TEST(Shell, runs_lines_and_keeps_the_first_failure) {
   EXPECT_TRUE(contains(outcome.out, "version 2.13"));
 }
 
+// ---- long transfers: the bar, and ^C -----------------------------------------------
+melk::Options on_a_terminal() {
+  melk::Options options;
+  options.err_is_terminal = true;
+  return options;
+}
+
+TEST(Progress, bar_moves_on_a_terminal_and_ends_its_line) {
+  ScriptedBoard board;
+  board.add({{11}, {0}, {0}, {0}, {2}, {'A'}, {'B'}});
+  const HostFile package("AB");
+  const Outcome outcome = run(board, {"update", package.path()}, on_a_terminal());
+  EXPECT_EQ(outcome.code, 0);
+  EXPECT_TRUE(board.finished());
+  // 25 places: 50 % are 12 of them.
+  EXPECT_EQ(outcome.err,
+            "\r[############             ]  50%  1/2 bytes"
+            "\r[#########################] 100%  2/2 bytes\n");
+}
+
+TEST(Progress, bar_of_a_stopped_transfer_leaves_its_line) {
+  ScriptedBoard board;
+  board.add({{11}, {0}, {0}, {0}, {2}, {'A'}, {'B', {}, false}});
+  const HostFile package("AB");
+  const Outcome outcome = run(board, {"update", package.path()}, on_a_terminal());
+  EXPECT_EQ(outcome.code, 5);
+  EXPECT_TRUE(contains(outcome.err, " 50%  1/2 bytes\nmelk: update: UPDATE_VERSION stopped"));
+}
+
+TEST(Progress, none_beside_a_terminal) {
+  ScriptedBoard board;
+  board.add({{11}, {0}, {0}, {0}, {1}, {'A'}});
+  const HostFile package("A");
+  EXPECT_EQ(run(board, {"update", package.path()}).err, "");
+}
+
+// A link that is told to stop once `bytes` have moved.
+melk::Link stopping_after(ScriptedBoard& board, std::size_t bytes, std::size_t& moved) {
+  melk::Link link{board};
+  link.progress = [&moved](std::size_t done, std::size_t) { moved = done; };
+  link.stop_asked = [&moved, bytes] { return moved >= bytes; };
+  return link;
+}
+
+TEST(StopByHand, download_ends_between_two_bytes_and_warns) {
+  ScriptedBoard board;
+  board.add({{11}, {0}, {0}, {0}, {3}, {'A'}, {'B'}});
+  std::size_t moved = 0;
+  melk::Link link = stopping_after(board, 2, moved);
+  const Bytes package = {'A', 'B', 'C'};
+  const auto reply = melk::send_update(link, package);
+  EXPECT_TRUE(board.finished());
+  EXPECT_EQ(reply.failure.trouble, melk::Trouble::kIncomplete);
+  EXPECT_EQ(reply.failure.text,
+            "UPDATE_VERSION stopped by hand after 2 of 3 bytes; the board waits for the rest, and "
+            "takes what is sent next for it");
+}
+
+TEST(StopByHand, fifo_is_filled_no_further) {
+  ScriptedBoard board;
+  board.add({{43}, {0}, {0}, {4}, {2}});  // 1026 bytes
+  std::size_t moved = 0;
+  melk::Link link = stopping_after(board, 512, moved);
+  const auto reply = melk::send_update_by_fpga(link, Bytes(1026, 'A'), 0);
+  EXPECT_TRUE(board.finished());
+  EXPECT_EQ(board.fifo.size(), 512u);
+  EXPECT_EQ(reply.failure.trouble, melk::Trouble::kIncomplete);
+}
+
+TEST(StopByHand, upload_keeps_what_came) {
+  ScriptedBoard board;
+  board.add(
+      {{8}, {0xA5, {0}}, {0xA5, {0}}, {0xA5, {0}}, {0xA5, {3}}, {0xA5, {'x'}}, {0xA5, {'y'}}});
+  std::size_t moved = 0;
+  melk::Link link = stopping_after(board, 1, moved);
+  const auto reply = melk::fetch_file(link, Code::kGetLogFile1);
+  EXPECT_TRUE(board.finished());
+  EXPECT_EQ(reply.value, Bytes{'x'});
+  EXPECT_EQ(reply.failure.text,
+            "the upload stopped by hand after 1 of 3 bytes; the board gives up 15 s later");
+}
+
+TEST(Output, that_cannot_be_written_is_a_local_fault) {
+  ScriptedBoard board;
+  board.add_question(1, 0x2D);
+  FILE* full = fopen("/dev/full", "w");
+  char text[256] = {};
+  FILE* err = fmemopen(text, sizeof text, "w");
+  EXPECT_EQ(melk::melk_command(board, {"hd-version"}, full, err, {}), 4);
+  fclose(full);
+  fclose(err);
+  EXPECT_TRUE(contains(text, "the output could not be written: No space left on device")) << text;
+}
+
+TEST(Usage, rate_without_the_fpga_is_refused) {
+  ScriptedBoard board;
+  const Outcome outcome = run(board, {"update", "/dev/null", "--rate", "10"});
+  EXPECT_EQ(outcome.code, 2);
+  EXPECT_TRUE(contains(outcome.err, "--via-fpga")) << outcome.err;
+  EXPECT_TRUE(board.finished());
+}
+
 TEST(Usage, wrong_words_exit_2) {
   ScriptedBoard board;
   EXPECT_EQ(run(board, {}).code, 2);
