@@ -134,6 +134,20 @@ TEST(VboardSandbox, blanks_in_the_path_do_no_harm) {
   EXPECT_TRUE(std::filesystem::exists(place + ".trace file"));
 }
 
+// The loader takes a list of libraries apart at blanks and colons.
+TEST(VboardSandbox, blanks_and_colons_in_the_path_of_the_programs_do_no_harm) {
+  BoardRun board;
+  const std::string place = board.path("two words:one colon");
+  std::filesystem::create_directories(place);
+  for (const char* program : {"vboard", "libvboard.so", "vantorig", "vboard-encode"})
+    std::filesystem::copy(std::string(BUILD_DIRECTORY) + "/" + program, place);
+  const std::string run = "'" + place + "/vboard' --board '" + place +
+                          "/board' run --virtual -- '" + place + "/vantorig' ";
+  const Result result = shell(run + "-wrreg 0x102 0x55; " + run + "-rdreg 0x102");
+  EXPECT_THAT(result.out, testing::EndsWith("addr 0x102: 0x55\n"));
+  EXPECT_EQ(result.err, "");
+}
+
 // A bwrap that fails as it does without user namespaces.
 TEST(VboardSandbox, refused_namespaces_are_told_and_what_to_do) {
   BoardRun board;
@@ -201,6 +215,13 @@ TEST(VboardClients, take_turns_on_the_link) {
 
 // ---- the demonstration ---------------------------------------------------------------
 
+// A demonstration that failed leaves its board for a look.
+void remove_left_board(const std::string& out) {
+  const std::size_t at = out.find("/tmp/vboard-demo-");
+  ASSERT_NE(at, std::string::npos);
+  std::filesystem::remove_all(out.substr(at, strlen("/tmp/vboard-demo-XXXXXX")));
+}
+
 TEST(VboardDemo, verifies_every_step_within_a_minute_and_without_colours) {
   const Result result = shell("timeout 60 " + vboard_program() + " demo");
   EXPECT_EQ(result.status, 0) << result.out;
@@ -209,15 +230,25 @@ TEST(VboardDemo, verifies_every_step_within_a_minute_and_without_colours) {
   EXPECT_THAT(result.out, testing::Not(testing::HasSubstr("FAIL")));
 }
 
+// What cannot be loaded into the program leaves a board whose clock stands.
+TEST(VboardDemo, gives_up_when_the_program_never_reaches_the_board) {
+  BoardRun board;
+  for (const char* file : {"vboard", "vantorig", "vboard-encode", "demo.ini"})
+    std::filesystem::copy(std::string(BUILD_DIRECTORY) + "/" + file, board.path(file));
+  board.put_file("libvboard.so", "not a library\n");
+  const Result result = shell("timeout 100 " + board.path("vboard") + " demo");
+  EXPECT_EQ(result.status, 1);
+  EXPECT_THAT(result.out, testing::HasSubstr("FAIL the service answers on the SPI link"));
+  remove_left_board(result.out);
+}
+
 // A program that does nothing passes no check; the board stays for a look.
 TEST(VboardDemo, fails_with_a_program_that_does_nothing_in_colours_on_a_terminal) {
   const Result result =
       shell("timeout 60 script -qec '" + vboard_program() + " demo --program /bin/true' /dev/null");
   EXPECT_EQ(result.status, 1);
   EXPECT_THAT(result.out, testing::HasSubstr("\033[1;31mFAIL\033[0m"));
-  const std::size_t at = result.out.find("/tmp/vboard-demo-");
-  ASSERT_NE(at, std::string::npos);
-  std::filesystem::remove_all(result.out.substr(at, strlen("/tmp/vboard-demo-XXXXXX")));
+  remove_left_board(result.out);
 }
 
 // ---- what it cannot follow --------------------------------------------------------------

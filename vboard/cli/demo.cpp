@@ -103,13 +103,15 @@ std::string read_file(const fs::path& path) {
 }
 
 // Waits until `holds`, for this board time and, on a busy machine, for some real
-// time at least; false when it never did.
+// time at least; false when it never did. The clock of a board on which nothing
+// runs stands.
 bool until(std::int64_t seconds, const std::function<bool()>& holds) {
   constexpr std::int64_t kPatience_ns = 20'000'000'000;
   const std::int64_t limit_us = board_now_us() + seconds * kSecond_us;
   const std::int64_t patience_ns = real::monotonic_ns() + kPatience_ns;
   while (!holds()) {
-    if (board_now_us() > limit_us && real::monotonic_ns() > patience_ns) return false;
+    const bool stands = board_of_process().clock.running == 0;
+    if ((stands || board_now_us() > limit_us) && real::monotonic_ns() > patience_ns) return false;
     board_wait(WaitFor::kNothing, kSecond_us / 2);
   }
   return true;
@@ -182,9 +184,12 @@ std::unique_ptr<Run> start(Demo& demo, const std::vector<std::string>& arguments
 bool start_service(Demo& demo) {
   demo.service = start(demo, {"-602"});
   if (!demo.service->problem().empty()) return false;
-  const auto answers = [&] { return melk::ask_byte(*demo.link, melk::Code::kGetHdVersion).ok(); };
-  until(20, [&] { return !demo.service->alive() || answers(); });
-  return demo.service->alive() && answers();
+  bool answers = false;
+  until(20, [&] {
+    answers = melk::ask_byte(*demo.link, melk::Code::kGetHdVersion).ok();
+    return answers || !demo.service->alive();
+  });
+  return answers;
 }
 
 void load_firmware(Demo& demo) {

@@ -44,7 +44,11 @@ std::string firmware() {
   return bytes;
 }
 
-std::vector<std::string> sandbox_command(const BoardDirectory& directory,
+// Where the preload library stands in the sandbox: LD_PRELOAD would take a blank or
+// a colon of its own path for the end of a name.
+constexpr char kLibrary[] = "/home/libvboard.so";
+
+std::vector<std::string> sandbox_command(const BoardDirectory& directory, const fs::path& library,
                                          const RunOptions& options) {
   std::vector<std::string> command = {"bwrap", "--dev-bind", "/", "/", "--tmpfs", "/home"};
   std::error_code ignored;
@@ -52,6 +56,7 @@ std::vector<std::string> sandbox_command(const BoardDirectory& directory,
     if (entry.path().filename() == "tovin") continue;
     command.insert(command.end(), {"--bind", entry.path(), entry.path()});
   }
+  command.insert(command.end(), {"--ro-bind", library, kLibrary});
   command.insert(command.end(),
                  {"--bind", directory.home(), "/home/tovin", "--proc", "/proc", "--unshare-pid",
                   "--unshare-ipc", "--die-with-parent", "--chdir", "/home/tovin"});
@@ -230,11 +235,11 @@ Run::Run(const BoardDirectory& directory, const RunOptions& options,
   board_->link.settled = true;
   board_->encoder.pid = 0;  // processes do not outlive their run
   board_->encoder.streaming = false;
-  std::vector<std::string> words = sandbox_command(directory, options);
+  std::vector<std::string> words = sandbox_command(directory, library, options);
   if (options.shell) {
-    words.insert(words.end(), {"--setenv", "VBOARD_LIBRARY", library});
+    words.insert(words.end(), {"--setenv", "VBOARD_LIBRARY", kLibrary});
   } else {
-    words.insert(words.end(), {"--setenv", "LD_PRELOAD", library});
+    words.insert(words.end(), {"--setenv", "LD_PRELOAD", kLibrary});
   }
   words.emplace_back("--");
   words.insert(words.end(), command.begin(), command.end());
