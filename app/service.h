@@ -1,9 +1,6 @@
 // Start of the encoder service, run mode "-602".
 #pragma once
 
-// Printed when the second handle of "/dev/fpga" does not open.
-inline constexpr char kSecondHandleNotOpened[] = "Cannot access SPI port (/dev/fpga) - for LEDs";
-
 // Attaches the shared block, starts the status thread when "getmon" asked for it
 // and the host-link thread, and gives the latter 100 ms. Returns 0, or a
 // negative value when the block cannot be attached.

@@ -138,7 +138,7 @@ void step6_publish() {
 
 // 7. Reset the audio path; from here on audio counts as configured.
 void step7_reset() {
-  ac3_reset();
+  reset_fpga_path();
   shared_set(&SharedBlock::audio_configured, 1);
 }
 
@@ -281,17 +281,6 @@ void ac3_publish_descriptor(bool print) {
   }
 }
 
-void ac3_reset() {
-  SetValue(kRegReset, 1);
-  SetValue(kRegAudioMode, 1);
-  SetValue(kRegDspAudioEnable, 0);
-  SetValue(kRegAc3Control, 0);
-  SetValue(kRegAudioControl, 0);
-  usleep(kSecond_us);
-  SetValue(kRegReset, 0);
-  usleep(kSettle_us);
-}
-
 Ac3Codes ac3_codes(unsigned a) {
   Ac3Codes codes{static_cast<std::uint16_t>(a >> 14),
                  static_cast<std::uint16_t>(frame_size_code(a))};
@@ -327,7 +316,7 @@ int SetAudCodecPram(std::uint16_t fscod, std::uint16_t frmsizecod) {
   add_to_mask(fscod << kAc3CtrlFscodShift);
   add_to_mask(frmsizecod << kAc3CtrlFrameSizeShift);
   add_to_mask(kAc3CtrlTiming | kAc3CtrlOutput);
-  ac3_reset();
+  reset_fpga_path();
   write_dts_offsets();
   printf("set the DTS_INIT_AC3 %d\n", fpgaregs.AVSync.load());
   printf("fscod = %i\n", fscod);

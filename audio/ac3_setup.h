@@ -42,9 +42,6 @@ void ac3_default_descriptor();
 // Copies the descriptor into the shared block, last byte first.
 void ac3_publish_descriptor(bool print);
 
-// Audio reset sequence of the FPGA; takes about a second.
-void ac3_reset();
-
 // Rate and frame-size codes of word A; impossible ones are reported and become 0.
 struct Ac3Codes {
   std::uint16_t fscod;

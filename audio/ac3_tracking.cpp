@@ -70,7 +70,7 @@ int get_hd_ac3_desc_parameters() {
   printf("5 bit_rate_code = %i\n", hd_ac3_desc_parameters[kAc3BitRateCode].load());
   if (!audio_is_present()) ac3_default_descriptor();
   ac3_publish_descriptor(false);
-  ac3_reset();
+  reset_fpga_path();
   return 0;
 }
 

@@ -304,11 +304,8 @@ std::int32_t TestIfBFisEmpty() {
 }
 
 std::int32_t SendBFFileUpdate() {
-  fpga_file = fopen(kFpgaDevice, "r+b");  // stays open, also after the push
-  if (fpga_file == nullptr) {
-    puts("Cannot access SPI port (/dev/fpga)");
-    return 1;
-  }
+  fpga_file = open_fpga_stream(kFpgaNotOpened);  // stays open, also after the push
+  if (fpga_file == nullptr) return 1;
   const Firmware firmware = read_firmware();
   reset_dsp_lines();
   const int hwait = start_spi();

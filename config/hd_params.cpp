@@ -67,7 +67,6 @@ constexpr HdParam hd_params[kHdParamRows + 1] = {
 };
 // clang-format on
 
-static constexpr int kControlRunning = 6;  // kRegControl at each apply
 static constexpr int kApplySettle_us = 1'000'000;
 
 // Where a row's value is scanned to. Kept over the walk: a number stays until

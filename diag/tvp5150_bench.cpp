@@ -91,8 +91,7 @@ int TestTVP5150() {
   write_registers(fd, kTvp5150Address, kBenchFinalValues);
   TVP5150_SetVideoStd(0);  // through i2c_handle, not through this descriptor
   usleep(kReportInterval_us);
-  close_i2c(fd);
-  return 0;
+  return close_i2c(fd);
 }
 
 int tvp5150_report_loop() {

@@ -401,7 +401,7 @@ static constexpr std::intptr_t kResultLedFailed = 2;
 
 static void open_fpga_registers() {
   puts("OPEN NEW /dev/fpga!!!!!!!!!!!!!!!!!!!!!1");
-  if (open_fpga_dev() < 0) puts("Cannot access SPI port (/dev/fpga)");
+  if (open_fpga_dev() < 0) puts(kFpgaNotOpened);
 }
 
 // Empties hd.ini: a board starts without a configuration until the host sends
@@ -409,12 +409,6 @@ static void open_fpga_registers() {
 static void empty_configuration() {
   const FILE* configuration = fopen(kHdIniPath, "wb");
   static_cast<void>(configuration);
-}
-
-static FILE* open_led() {
-  FILE* led = fopen(kFpgaDevice, "r+b");
-  if (led == nullptr) puts("Cannot access SPI port (/dev/fpga) - for LEDs");
-  return led;
 }
 
 // Issues the LED request and turns it into the other one. Returns its result.
@@ -457,7 +451,7 @@ static std::intptr_t run_host_link() {
   empty_configuration();
   FILE* link = open_link();
   if (link == nullptr) return kResultEnded;
-  FILE* led = open_led();
+  FILE* led = open_fpga_stream(kSecondHandleNotOpened);
   if (led == nullptr) return kResultEnded;
   state = {};
   clear_status_record();

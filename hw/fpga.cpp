@@ -54,22 +54,16 @@ std::uint32_t GetValue32(int low_address, int high_address) {
 
 static constexpr int kResetSettle_us = 10'000;
 static constexpr int kResetHold_us = 1'000'000;
-static constexpr int kControlRunning = 6;  // kRegControl after reset
 
-static void hold_reset() {
-  puts("Reset FPGA");
+void reset_fpga_path() {
   SetValue(kRegReset, 1);
   SetValue(kRegAudioMode, 1);
   SetValue(kRegDspAudioEnable, 0);
   SetValue(kRegAc3Control, 0);
   SetValue(kRegAudioControl, 0);
   usleep(kResetHold_us);
-}
-
-static void release_reset() {
   SetValue(kRegReset, 0);
   usleep(kResetSettle_us);
-  puts("   after Reset FPGA");
 }
 
 // What `encode` finds when no configuration has set its rate control yet.
@@ -90,8 +84,9 @@ int open_fpga_dev() {
   if (fpga_file == nullptr) return -1;
   shared_set(&SharedBlock::do_fpga_restart, 1);
   usleep(kResetSettle_us);
-  hold_reset();
-  release_reset();
+  puts("Reset FPGA");
+  reset_fpga_path();
+  puts("   after Reset FPGA");
   const int result = SetValue(kRegControl, kControlRunning);
   store_start_up_defaults();
   return result;

@@ -42,6 +42,8 @@ static_assert(sizeof(void*) != 4 || sizeof(FpgaBlock) == 12);
 
 // What most callers of open_fpga_stream say when it fails.
 inline constexpr char kFpgaNotOpened[] = "Cannot access SPI port (/dev/fpga)";
+// And those that open a further handle for the LEDs.
+inline constexpr char kSecondHandleNotOpened[] = "Cannot access SPI port (/dev/fpga) - for LEDs";
 
 // Opens a stream of the caller's own on the device, for reading and writing.
 // Returns null, after printing the message as a line, when it does not open.
@@ -69,6 +71,10 @@ int SetArray(int address, unsigned count, void* buffer);
 
 // Reads a quantity kept in two registers, low half first.
 std::uint32_t GetValue32(int low_address, int high_address);
+
+// Holds the FPGA in reset for a second with its audio path closed, releases it
+// and waits 10 ms. Part of the service start and of each AC-3 set-up.
+void reset_fpga_path();
 
 // Opens the device and resets the FPGA; sets the start-up defaults of the
 // shared block. Returns the last register write's result, or -1 when the device

@@ -181,6 +181,9 @@ inline constexpr int kAc3CaptureStride = 4;
 // Frames per second = kFrameClock / VS_RATE.
 inline constexpr int kFrameClock = 1440000;
 
+// kRegControl after reset and at each configuration apply.
+inline constexpr int kControlRunning = 6;
+
 // Bits of kRegVideoControl.
 inline constexpr int kVideoControlH264 = 0x0100;
 inline constexpr int kVideoControlMpeg2Captions = 0x2000;

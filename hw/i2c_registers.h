@@ -27,7 +27,5 @@ inline std::uint8_t read_register(int fd, int addr, int reg) {
   return byte;
 }
 
-// Closes a descriptor of init_i2c; -1 is left alone.
-inline void close_i2c(int fd) {
-  if (fd >= 0) close(fd);
-}
+// Closes a descriptor of init_i2c; -1 is left alone. Returns the close result.
+inline int close_i2c(int fd) { return fd < 0 ? -1 : close(fd); }
