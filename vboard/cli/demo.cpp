@@ -17,6 +17,7 @@
 
 #include "hw/fpga_registers.h"
 #include "melk/board_transport.h"
+#include "melk/make_update.h"
 #include "melk/protocol.h"
 #include "vboard/cli/sandbox.h"
 #include "vboard/core/clock.h"
@@ -35,6 +36,9 @@ constexpr std::int64_t kLinkPatience_us = 200 * kSecond_us;  // board time flies
 constexpr std::uint8_t kCauseStalled = 0x83;
 constexpr std::uint8_t kCauseNoAudio = 0x84;
 constexpr std::uint8_t kCauseInputBack = 0x85;
+
+// Where the board has its program.
+constexpr char kInstalled[] = "/home/tovin/vantorig";
 
 // Colours only on a terminal.
 struct Colours {
@@ -172,7 +176,7 @@ std::unique_ptr<Run> start(Demo& demo, const std::vector<std::string>& arguments
                        O_WRONLY | O_CREAT | O_APPEND | O_CLOEXEC, 0666);
   RunOptions options;
   options.speed = demo.speed;
-  std::vector<std::string> command = {demo.program};
+  std::vector<std::string> command = {kInstalled};
   command.insert(command.end(), arguments.begin(), arguments.end());
   auto run = std::make_unique<Run>(demo.directory, options, command, log);
   close(log);
@@ -336,41 +340,70 @@ void lose_audio(Demo& demo) {
   send(demo, digital);
 }
 
-// A package that installs a new version text and says that it went well.
-std::vector<std::uint8_t> make_package(const fs::path& place) {
-  fs::create_directories(place);
-  std::ofstream(place / "update.sh") << "#!/bin/sh\n"
-                                        "cp version.ini /home/tovin/version.ini &&\n"
-                                        "echo ok > /home/tovin/tmp/success.txt\n";
-  std::ofstream(place / "version.ini") << "2.0.1\n";
-  const std::string command = "tar -czf '" + (place / "package.tar.gz").string() + "' -C '" +
-                              place.string() + "' update.sh version.ini";
-  if (system(command.c_str()) != 0) return {};
-  const std::string bytes = read_file(place / "package.tar.gz");
-  return {bytes.begin(), bytes.end()};
+// Without what only a debugger reads: the link carries the bytes one by one.
+void copy_program(const Demo& demo, const fs::path& to) {
+  const std::string command =
+      "strip -o '" + to.string() + "' '" + demo.program.string() + "' 2>/dev/null";
+  if (system(command.c_str()) != 0)
+    fs::copy_file(demo.program, to, fs::copy_options::overwrite_existing);
+}
+
+// A package with version 2.0.1 and a program to go with it.
+std::vector<std::uint8_t> make_package(Demo& demo) {
+  const fs::path files = demo.directory.path() / "package";
+  fs::create_directories(files);
+  copy_program(demo, files / "vantorig");
+  std::ofstream(files / "vantorig", std::ios::app) << "2.0.1";  // behind all that is loaded
+  std::ofstream(files / "version.ini") << "2.0.1\n";
+  std::string problem;
+  auto package = melk::make_update(files, &problem);
+  if (package) return std::move(package->archive);
+  demo.stage.tell("%s", problem.c_str());
+  return {};
+}
+
+bool says_success(Demo& demo) {
+  const auto answer = melk::ask_byte(*demo.link, melk::Code::kGetUpdateResult);
+  return answer.ok() && *answer.value == 1;
+}
+
+void refuse_update(Demo& demo, std::vector<std::uint8_t> package) {
+  demo.stage.title("A software update through the FPGA, one of its bytes flipped on the way");
+  const std::string before = read_file(demo.directory.home() / "vantorig");
+  package[package.size() / 2] ^= 0x10;
+  demo.stage.tell("host: NEW_UPDATE_VERSION, %zu bytes", package.size());
+  demo.stage.check(melk::send_update_by_fpga(*demo.link, package, 0).ok(), "every byte was taken");
+  demo.stage.check(!says_success(demo), "GET_UPDATE_RESULT answers 0: it failed");
+  demo.stage.check(read_file(demo.directory.home() / "vantorig") == before,
+                   "the old program is in its place");
 }
 
 void update(Demo& demo) {
-  demo.stage.title("A software update over the link");
-  const std::vector<std::uint8_t> package = make_package(demo.directory.path() / "package");
+  const std::vector<std::uint8_t> package = make_package(demo);
+  if (!demo.stage.check(!package.empty(), "melk made a package of program and version")) return;
+  refuse_update(demo, package);
+  demo.stage.title("The same software update over the link, whole");
+  const std::string before = read_file(demo.directory.home() / "vantorig");
   demo.stage.tell("host: UPDATE_VERSION, %zu bytes", package.size());
   demo.stage.check(melk::send_update(*demo.link, package).ok(), "every byte was taken");
-  const fs::path marker = demo.directory.home() / "tmp/success.txt";
-  demo.stage.check(until(30, [&] { return fs::exists(marker); }), "the package's script ran");
-  const auto first = melk::ask_byte(*demo.link, melk::Code::kGetUpdateResult);
-  const auto second = melk::ask_byte(*demo.link, melk::Code::kGetUpdateResult);
-  demo.stage.check(first.ok() && *first.value == 1, "GET_UPDATE_RESULT answers 1: it succeeded");
-  demo.stage.check(second.ok() && *second.value == 0, "asked again it answers 0: told once only");
+  demo.stage.check(says_success(demo), "GET_UPDATE_RESULT answers 1: it succeeded");
+  demo.stage.check(!says_success(demo), "asked again it answers 0: told once only");
+  tell_service(demo, {"update:"});
+  demo.stage.check(read_file(demo.directory.home() / "vantorig") ==
+                           read_file(demo.directory.path() / "package/vantorig") &&
+                       read_file(demo.directory.home() / "vantorig.previous") == before,
+                   "the new program is in its place, the old one kept beside it");
   demo.service.reset();
   const bool up = start_service(demo);
   melk::read_record(*demo.link, melk::kShortRecord);
   const auto version = melk::get_sw_version(*demo.link);
   demo.stage.check(up && version.ok() && (*version.value)[0] == 2 && (*version.value)[1] == 0 &&
                        (*version.value)[2] == 1,
-                   "after a restart the board says version 2.0.1");
+                   "after a restart the new program says version 2.0.1");
 }
 
 bool play(Demo& demo) {
+  copy_program(demo, demo.directory.home() / "vantorig");
   load_firmware(demo);
   if (!boot(demo) || !configure(demo)) return false;
   read_back(demo);

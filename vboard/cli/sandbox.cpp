@@ -26,14 +26,6 @@ namespace {
 constexpr int kFirmwareSize = 60000;
 constexpr int kNotFound = 127;  // the shell's status of a program that is not there
 
-// Unpacks the received archive and runs what came with it; a board that is
-// updated keeps its own script for the next time.
-constexpr char kUpdateScript[] = R"(#!/bin/sh
-cd /home/tovin/tmp || exit 1
-tar -xzof new_hd_version.tar.gz || exit 1
-[ -f update.sh ] && chmod +x update.sh && ./update.sh
-)";
-
 void write_file(const fs::path& path, const std::string& content) {
   std::ofstream(path, std::ios::binary) << content;
 }
@@ -184,8 +176,11 @@ bool BoardDirectory::prepare(std::string* problem) const {
   if (fs::exists(home() / "version.ini") || fs::exists(state_file())) return true;
   write_file(home() / "version.ini", "1.12.3\n");
   write_file(home() / "MELK_spi.bin", firmware());
-  write_file(home() / "update.sh", kUpdateScript);
-  fs::permissions(home() / "update.sh", fs::perms::owner_all, error);
+  fs::copy_file(helper("update.sh"), home() / "update.sh", error);
+  if (error) {
+    *problem = "cannot copy update.sh from beside this program: " + error.message();
+    return false;
+  }
   fs::create_symlink(helper("vboard-encode"), home() / "encode", error);
   return true;
 }
