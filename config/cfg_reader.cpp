@@ -12,8 +12,10 @@
 
 struct LineReader {
   FILE* file;
-  int count;  // lines read by this lookup
-  char text[kCfgLineSize];
+  int count = 0;            // lines read by this lookup
+  std::size_t length = 0;   // of the last one
+  char text[kCfgLineSize];  // the last one
+  explicit LineReader(FILE* from) : file(from) {}
 };
 
 // Reads the next line without its last character, whatever that is. False at the
@@ -22,8 +24,8 @@ static bool next_line(LineReader& line) {
   const bool read = read_line(line.file, line.text, sizeof line.text) == 1;
   ++line.count;
   if (!read || feof(line.file) != 0) return false;
-  const std::size_t length = strlen(line.text);
-  if (length > 0) line.text[length - 1] = '\0';
+  line.length = strlen(line.text);
+  if (line.length > 0) line.text[--line.length] = '\0';
   return true;
 }
 
@@ -47,23 +49,28 @@ static bool find_section(LineReader& line, const char* section) {
   return false;
 }
 
+// True when everything before the line's first '=' is the key. Most lines are
+// told apart by the place of their '='.
+static bool is_entry_of(const LineReader& line, const char* key, std::size_t length) {
+  return length < line.length && line.text[length] == '=' &&
+         strncasecmp(line.text, key, length) == 0 && memchr(line.text, '=', length) == nullptr;
+}
+
 // Returns the text behind the key's '=', or null when the key is not there
 // before the end of the file or the next section.
 static const char* find_value(LineReader& line, const char* key) {
+  const std::size_t length = strlen(key);
   while (next_line(line)) {
     if (is_blank_or_comment(line.text)) continue;
     if (line.text[0] == '[') return nullptr;
-    char* equals = strchr(line.text, '=');
-    if (equals == nullptr) continue;
-    *equals = '\0';
-    if (strcasecmp(line.text, key) == 0) return equals + 1;
+    if (is_entry_of(line, key, length)) return line.text + length + 1;
   }
   return nullptr;
 }
 
 int ReadCfg(FILE* file, const char* section, const char* key, void* out, const char* format,
             long* position_cache) {
-  LineReader line{file, 0, {}};
+  LineReader line(file);
   if (position_cache != nullptr && *position_cache != 0) {
     fseek(file, *position_cache, SEEK_SET);
   } else {

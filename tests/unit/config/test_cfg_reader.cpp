@@ -89,6 +89,13 @@ TEST(ReadCfg, key_asked_for_in_capitals_matches) {
   EXPECT_EQ(value, 3);
 }
 
+TEST(ReadCfg, key_with_an_equals_sign_is_on_no_line) {
+  const File file("a=b=5\na=6\n");
+  std::int32_t value = kUntouched;
+  EXPECT_EQ(ReadCfg(file, nullptr, "a=b", &value, "%d", nullptr), 2);
+  EXPECT_EQ(value, kUntouched);
+}
+
 TEST(ReadCfg, every_lookup_starts_at_the_top) {
   const File file("a=1\nb=2\n");
   std::int32_t value = 0;
