@@ -65,10 +65,25 @@ static int read_file_byte(FILE* file, std::uint8_t* byte) {
   return ferror(file) != 0 ? -1 : 0;
 }
 
+// Appends a byte in hexadecimal, without a leading zero, and a blank.
+static char* put_hex(char* at, std::uint8_t byte) {
+  static constexpr char kDigits[] = "0123456789abcdef";
+  if (byte > 0xF) *at++ = kDigits[byte >> 4];
+  *at++ = kDigits[byte & 0xF];
+  *at++ = ' ';
+  return at;
+}
+
 static void dump_bytes(const std::uint8_t* bytes, std::int32_t count) {
+  char line[1 + 3 * kDumpLine + 1];
+  char* at = line;
   for (std::int32_t i = 0; i < count; ++i) {
-    if (i % kDumpLine == 0) putchar('\n');
-    printf("%x ", bytes[i]);
+    if (i % kDumpLine == 0) *at++ = '\n';
+    at = put_hex(at, bytes[i]);
+    if (i % kDumpLine != kDumpLine - 1 && i != count - 1) continue;
+    *at = '\0';
+    fputs(line, stdout);
+    at = line;
   }
   fflush(stdout);  // the last line has no end
 }
