@@ -5,20 +5,19 @@
 #include <algorithm>
 #include <cerrno>
 #include <csignal>
-#include <cstdarg>
 #include <cstdlib>
 #include <cstring>
-#include <nlohmann/json.hpp>
 #include <sstream>
+#include <string_view>
 
 #include "melk/local_file.h"
 #include "melk/protocol.h"
+#include "melk/session.h"
+#include "melk/watch.h"
 
 namespace melk {
 
 namespace {
-
-using Json = nlohmann::ordered_json;
 
 // The board works up to half a minute on a configuration or an update.
 constexpr std::int64_t kBusyBoardUs = 120000000;
@@ -26,87 +25,6 @@ constexpr std::int64_t kBusyBoardUs = 120000000;
 // Frames per second of video inputs, with a margin.
 constexpr double kSlowestInput = 22;
 constexpr double kFastestInput = 130;
-
-// A running sub-command: the conversation and where its outcome goes.
-struct Session {
-  Link link;
-  FILE* out;
-  FILE* err;
-  const Options& options;
-  const Request& request;
-  bool json;
-};
-
-std::string text_of(const char* format, ...) __attribute__((format(printf, 1, 2)));
-std::string text_of(const char* format, ...) {
-  va_list arguments;
-  va_start(arguments, format);
-  char* printed = nullptr;
-  const int length = vasprintf(&printed, format, arguments);
-  va_end(arguments);
-  if (length < 0) return {};
-  std::string text(printed, static_cast<std::size_t>(length));
-  free(printed);
-  return text;
-}
-
-double board_seconds(std::int64_t us) { return static_cast<double>(us) / 1e6; }
-
-// ---- outcomes --------------------------------------------------------------------
-void print_json(const Session& session, const Json& json) {
-  fprintf(session.out, "%s\n", json.dump(-1, ' ', true, Json::error_handler_t::replace).c_str());
-  fflush(session.out);
-}
-
-int report(const Session& session, const std::string& text, const Json& fields = {},
-           int exit_code = kDone) {
-  if (session.json) {
-    Json json = {{"command", session.request.word}};
-    json.update(fields.is_null() ? Json::object() : fields);
-    json["exit"] = exit_code;
-    print_json(session, json);
-  } else {
-    fprintf(session.out, "%s\n", text.c_str());
-    fflush(session.out);
-  }
-  return exit_code;
-}
-
-void note(const Session& session, const std::string& text) {
-  fprintf(session.err, "melk: note: %s\n", text.c_str());
-}
-
-int fail(const Session& session, const std::string& text, int exit_code) {
-  fprintf(session.err, "melk: %s: %s\n", session.request.word.c_str(), text.c_str());
-  if (session.json)
-    print_json(session, {{"command", session.request.word}, {"error", text}, {"exit", exit_code}});
-  return exit_code;
-}
-
-int exit_code_of(Trouble trouble) {
-  switch (trouble) {
-    case Trouble::kNone:
-      return kDone;
-    case Trouble::kSilent:
-      return kBoardSilent;
-    case Trouble::kIncomplete:
-      return kIncompleteTransfer;
-    case Trouble::kNoFile:
-    case Trouble::kOutOfStep:
-      return kBoardSaysNo;
-    case Trouble::kRefused:
-      return kLocalFile;
-  }
-  return kBoardSaysNo;
-}
-
-int fail(const Session& session, const Failure& failure) {
-  return fail(session, failure.text, exit_code_of(failure.trouble));
-}
-
-int fail_file(const Session& session, const std::string& path) {
-  return fail(session, path + ": " + strerror(errno), kLocalFile);
-}
 
 volatile std::sig_atomic_t stop_asked = 0;
 
@@ -209,33 +127,6 @@ int run_update_result(Session& session) {
 }
 
 // ---- status ------------------------------------------------------------------------------
-std::string joined(const std::vector<const char*>& texts) {
-  std::string all;
-  for (const char* text : texts) all += (all.empty() ? "" : ", ") + std::string(text);
-  return all;
-}
-
-Json status_json(const Status& status) {
-  return {{"status", status.status},
-          {"healthy", status_healthy(status.status) && status.status != kStatusWrongSize},
-          {"status_text", describe_status(status.status)},
-          {"cause", status.cause},
-          {"cause_text", describe_cause(status.cause)},
-          {"flags", status.flags},
-          {"flags_text", set_flags(status.flags)}};
-}
-
-std::string status_text(const Status& status) {
-  return text_of("status 0x%02x  %s\ncause  0x%02x  %s\nflags  0x%02x  %s", status.status,
-                 describe_status(status.status).c_str(), status.cause, describe_cause(status.cause),
-                 status.flags, joined(set_flags(status.flags)).c_str());
-}
-
-void note_skipped(const Session& session, const Status& status) {
-  if (status.skipped > 0)
-    note(session, text_of("%d status bytes of an earlier reading passed over", status.skipped));
-}
-
 int run_status(Session& session) {
   const Reply<Status> reply = get_status(session.link);
   if (!reply.ok()) return fail(session, reply.failure);
@@ -291,6 +182,9 @@ int run_update(Session& session) {
   if (!read_whole_file(session.request.file, &package))
     return fail_file(session, session.request.file);
   const bool via_fpga = session.request.via_fpga;
+  if (via_fpga && !session.link.transport.reaches_update_fifo())
+    return fail(session, "the update FIFO of the FPGA is not on this wire", kUsage,
+                "leave --via-fpga out: the package goes over the link");
   if (session.request.force && package.size() > kLargestUpdate)
     return announce_only(session, via_fpga ? Code::kNewUpdateVersion : Code::kUpdateVersion,
                          package.size());
@@ -324,7 +218,8 @@ int run_set_rtc(Session& session) {
   std::string text = session.request.text;
   if (text.empty() && session.options.local_clock) text = session.options.local_clock();
   if (text.size() != kRtcLength)
-    return fail(session, "the clock text has 12 characters (DDMMYYhhmmss)", kUsage);
+    return fail(session, "the clock text has 12 characters (DDMMYYhhmmss)", kUsage,
+                "leave it out to send the local time");
   const Reply<Nothing> reply = send_rtc(session.link, text);
   if (!reply.ok()) return fail(session, reply.failure);
   return report(session, "clock sent: " + text, {{"clock", text}});
@@ -421,16 +316,17 @@ Reply<Bytes> fetch_with_progress(Session& session, Code code) {
 }
 
 int run_log(Session& session) {
-  Reply<Bytes> reply = fetch_with_progress(
+  if (!can_write_file(session.request.file)) return fail_file(session, session.request.file);
+  const Reply<Bytes> reply = fetch_with_progress(
       session, session.request.log == 1 ? Code::kGetLogFile1 : Code::kGetLogFile2);
-  if (reply.failure.trouble == Trouble::kNoFile)
-    reply.failure.text += "; make-logs packs the archives";
   return store_upload(session, reply);
 }
 
 int run_monitor_file(Session& session) {
+  const std::string& file = session.request.file;
+  if (!file.empty() && !can_write_file(file)) return fail_file(session, file);
   const Reply<Bytes> reply = fetch_with_progress(session, Code::kGetMonitorFile);
-  if (!session.request.file.empty()) return store_upload(session, reply);
+  if (!file.empty()) return store_upload(session, reply);
   if (!reply.ok()) return fail(session, reply.failure);
   const std::string text(reply.value->begin(), reply.value->end());
   if (session.json) return report(session, "", {{"text", text}});
@@ -452,99 +348,6 @@ int run_raw(Session& session) {
     return fail(session, reply.failure);
   }
   return report(session, text.empty() ? "no answer" : text, {{"answer", *reply.value}});
-}
-
-// ---- watch --------------------------------------------------------------------------------------
-struct Reading {
-  std::uint8_t state = 0;
-  Status status;
-  std::uint32_t video_level = 0;
-  std::uint32_t audio_level = 0;
-};
-
-const RecordField& record_field(const char* name) {
-  return *std::ranges::find_if(
-      record_fields(), [name](const RecordField& field) { return strcmp(field.name, name) == 0; });
-}
-
-Reply<Reading> take_reading(Session& session) {
-  const Conversation alone(session.link.transport);
-  Reading reading;
-  const Reply<std::uint8_t> state = ask_byte(session.link, Code::kGetMonitorState);
-  if (!state.ok()) return {{}, state.failure};
-  reading.state = *state.value;
-  const Reply<Status> status = get_status(session.link);
-  if (!status.ok()) return {{}, status.failure};
-  reading.status = *status.value;
-  if (!session.request.no_levels) {
-    const RecordField& video = record_field("vi_buff");
-    const RecordField& audio = record_field("au_buff");
-    const Reply<Bytes> record = read_record(session.link, audio.last + 1);
-    if (!record.ok()) return {{}, record.failure};
-    reading.video_level = field_value(*record.value, video);
-    reading.audio_level = field_value(*record.value, audio);
-  }
-  return {reading, {}};
-}
-
-// Buffer levels move all the time; they do not make a change of their own.
-bool changed(const Reading& a, const Reading& b) {
-  return a.state != b.state || a.status.status != b.status.status ||
-         a.status.cause != b.status.cause || a.status.flags != b.status.flags;
-}
-
-std::string reading_text(const Session& session, const Reading& reading) {
-  std::string text = text_of("%-14s status 0x%02x %s | cause 0x%02x %s | flags 0x%02x %s",
-                             monitor_state_name(reading.state), reading.status.status,
-                             describe_status(reading.status.status).c_str(), reading.status.cause,
-                             describe_cause(reading.status.cause), reading.status.flags,
-                             joined(set_flags(reading.status.flags)).c_str());
-  if (!session.request.no_levels)
-    text += text_of(" | video %u audio %u", reading.video_level, reading.audio_level);
-  return text;
-}
-
-void print_reading(const Session& session, double at_s, const Reading& reading) {
-  if (session.json) {
-    Json json = {{"at_s", at_s},
-                 {"monitor_state", reading.state},
-                 {"state", monitor_state_name(reading.state)}};
-    json.update(status_json(reading.status));
-    if (!session.request.no_levels) {
-      json["video_level"] = reading.video_level;
-      json["audio_level"] = reading.audio_level;
-    }
-    print_json(session, json);
-    return;
-  }
-  const bool in_place = session.options.out_is_terminal;
-  fprintf(session.out, "%s%10.3f s  %s%s", in_place ? "\r\033[K" : "", at_s,
-          reading_text(session, reading).c_str(), in_place ? "" : "\n");
-  fflush(session.out);
-}
-
-// One line per change; on a terminal the last line also follows the levels.
-int run_watch(Session& session) {
-  Transport& transport = session.link.transport;
-  const std::int64_t start_us = transport.now_us();
-  const bool live_line = session.options.out_is_terminal && !session.json;
-  std::optional<Reading> last;
-  for (std::int64_t n = 0; session.request.count == 0 || n < session.request.count; ++n) {
-    if (n > 0) transport.pause(static_cast<std::int64_t>(session.request.interval_s * 1e6));
-    const Reply<Reading> reply = take_reading(session);
-    if (!reply.ok()) {
-      if (live_line && last) fputc('\n', session.out);
-      return fail(session, reply.failure);
-    }
-    note_skipped(session, reply.value->status);
-    const bool change = !last || changed(*last, *reply.value);
-    if (live_line && last && change) fputc('\n', session.out);
-    if (live_line || change)
-      print_reading(session, board_seconds(transport.now_us() - start_us), *reply.value);
-    last = reply.value;
-  }
-  if (live_line && last) fputc('\n', session.out);
-  return kDone;
 }
 
 // ---- shell --------------------------------------------------------------------------------------
@@ -606,7 +409,7 @@ int run_shell(Session& session) {
     if (words[0] == "help") words[0] = "--help";
     int code = kUsage;
     if (words[0] == "shell")
-      fputs("melk: this is the shell\n", session.err);
+      complain({"shell", "this is the shell", "", kUsage}, session.json, session.out, session.err);
     else
       code = melk_command(session.link.transport, words, session.out, session.err, options);
     if (result == kDone) result = code;
@@ -615,8 +418,7 @@ int run_shell(Session& session) {
   return result;
 }
 
-// ---- the table
-// -----------------------------------------------------------------------------------
+// ---- the table ----------------------------------------------------------------------
 // Seconds from `least` to `most`; a range check alone lets "nan" through.
 CLI::Validator seconds_within(double least, double most) {
   return CLI::Validator(
@@ -709,46 +511,98 @@ void take_watch(CLI::App& app, Request& request) {
   app.add_flag("--no-levels", request.no_levels, "leave the buffer levels out");
 }
 
+// Headings of the help.
+constexpr const char* kStatus = "Status";
+constexpr const char* kConfiguration = "Configuration";
+constexpr const char* kFiles = "Files";
+constexpr const char* kOther = "Other";
+
 struct SubCommand {
   const char* word;
   void (*take)(CLI::App&, Request&);
   int (*run)(Session&);
+  const char* group;
+  const char* example;         // what stands behind `melk`
   const char* help = nullptr;  // that of the host command if null
 };
 
+// clang-format off
 constexpr SubCommand kSubCommands[] = {
-    {"status", take_nothing, run_status},
-    {"watch", take_watch, run_watch, "follow state, status and buffer levels"},
-    {"send-config", take_config, run_send_config},
-    {"registers", take_record, run_registers},
-    {"keep-alive", take_nothing, run_plain},
-    {"hd-version", take_nothing, run_hd_version},
-    {"sw-version", take_nothing, run_sw_version},
-    {"fps", take_nothing, run_fps},
-    {"monitor-state", take_nothing, run_monitor_state},
-    {"shared-status", take_nothing, run_shared_status},
-    {"input-mux", take_nothing, run_input_mux},
-    {"clear-status", take_nothing, run_plain},
-    {"set-rtc", take_clock, run_set_rtc},
-    {"set-spts", take_number, run_set_spts},
-    {"stop-encode", take_nothing, run_plain},
-    {"stop-audio", take_nothing, run_plain},
-    {"read-reg", take_register, run_read_reg},
-    {"reg-file-size", take_nothing, run_plain},
-    {"temp", take_nothing, run_plain},
-    {"make-logs", take_nothing, run_plain},
-    {"log", take_log, run_log},
-    {"delete-logs", take_nothing, run_plain},
-    {"monitor-file", take_monitor_file, run_monitor_file},
-    {"update", take_update, run_update},
-    {"update-result", take_nothing, run_update_result},
-    {"restore-factory", take_nothing, run_plain},
-    {"raw", take_raw, run_raw, "send bytes as they are and print what comes back"},
-    {"shell", take_nothing, run_shell, "read commands from standard input"},
+    {"status", take_nothing, run_status, kStatus, "status"},
+    {"watch", take_watch, run_watch, kStatus, "watch --interval 2",
+     "follow state, inputs, rates, buffers and restarts"},
+    {"registers", take_record, run_registers, kStatus, "registers --full"},
+    {"fps", take_nothing, run_fps, kStatus, "fps"},
+    {"hd-version", take_nothing, run_hd_version, kStatus, "hd-version"},
+    {"sw-version", take_nothing, run_sw_version, kStatus, "sw-version"},
+    {"monitor-state", take_nothing, run_monitor_state, kStatus, "monitor-state"},
+    {"shared-status", take_nothing, run_shared_status, kStatus, "shared-status"},
+    {"input-mux", take_nothing, run_input_mux, kStatus, "input-mux"},
+    {"clear-status", take_nothing, run_plain, kStatus, "clear-status"},
+    {"read-reg", take_register, run_read_reg, kStatus, "read-reg 0xb8 0x14"},
+    {"send-config", take_config, run_send_config, kConfiguration, "send-config --wait hd.ini"},
+    {"set-rtc", take_clock, run_set_rtc, kConfiguration, "set-rtc 010226123000"},
+    {"set-spts", take_number, run_set_spts, kConfiguration, "set-spts 300"},
+    {"stop-encode", take_nothing, run_plain, kConfiguration, "stop-encode"},
+    {"stop-audio", take_nothing, run_plain, kConfiguration, "stop-audio"},
+    {"keep-alive", take_nothing, run_plain, kConfiguration, "keep-alive"},
+    {"temp", take_nothing, run_plain, kConfiguration, "temp"},
+    {"reg-file-size", take_nothing, run_plain, kConfiguration, "reg-file-size"},
+    {"make-logs", take_nothing, run_plain, kFiles, "make-logs"},
+    {"log", take_log, run_log, kFiles, "log 1 -o log1.tar.gz"},
+    {"delete-logs", take_nothing, run_plain, kFiles, "delete-logs"},
+    {"monitor-file", take_monitor_file, run_monitor_file, kFiles, "monitor-file -o monitor.txt"},
+    {"update", take_update, run_update, kFiles, "update --wait new_version.tar.gz"},
+    {"update-result", take_nothing, run_update_result, kFiles, "update-result"},
+    {"restore-factory", take_nothing, run_plain, kFiles, "restore-factory"},
+    {"raw", take_raw, run_raw, kOther, "raw 8 0xA5 --answers 4",
+     "send bytes as they are and print what comes back"},
+    {"shell", take_nothing, run_shell, kOther, "shell < commands.txt",
+     "read commands from standard input"},
 };
+// clang-format on
 
 const char* help_of(const SubCommand& row) {
   return row.help != nullptr ? row.help : host_command(code_of(row.word)).help;
+}
+
+// ---- words that are not understood ------------------------------------------------------
+// Letters to change, add or drop between two words.
+std::size_t distance(std::string_view a, std::string_view b) {
+  std::vector<std::size_t> row(b.size() + 1);
+  for (std::size_t j = 0; j <= b.size(); ++j) row[j] = j;
+  for (std::size_t i = 1; i <= a.size(); ++i) {
+    std::size_t diagonal = row[0];
+    row[0] = i;
+    for (std::size_t j = 1; j <= b.size(); ++j) {
+      const std::size_t changed = diagonal + (a[i - 1] == b[j - 1] ? 0 : 1);
+      diagonal = row[j];
+      row[j] = std::min({changed, row[j] + 1, row[j - 1] + 1});
+    }
+  }
+  return row[b.size()];
+}
+
+// The command that was probably meant.
+std::string likely(const std::string& stranger) {
+  constexpr std::size_t kFurthest = 2;
+  const auto far = [&stranger](const SubCommand& row) { return distance(stranger, row.word); };
+  const auto* best = std::ranges::min_element(kSubCommands, {}, far);
+  return far(*best) <= kFurthest ? best->word : "";
+}
+
+Complaint complaint_about(const CLI::App& app, const CLI::ParseError& error) {
+  const std::vector<CLI::App*> given = app.get_subcommands();
+  const std::vector<std::string> strangers = app.remaining();
+  if (given.empty() && !strangers.empty()) {
+    const bool option = strangers[0].starts_with('-');
+    const std::string meant = option ? "" : likely(strangers[0]);
+    return {"", "'" + strangers[0] + "' is none of its " + (option ? "options" : "commands"),
+            meant.empty() ? "melk --help lists them" : "did you mean " + meant + "?", kUsage};
+  }
+  const std::string word = given.empty() ? "" : given[0]->get_name();
+  return {word, error.what(),
+          "melk " + word + (word.empty() ? "" : " ") + "--help tells what it takes", kUsage};
 }
 
 }  // namespace
@@ -762,6 +616,8 @@ void add_sub_commands(CLI::App& app, Request& request) {
       ->check(seconds_within(0.001, 86400));
   for (const SubCommand& row : kSubCommands) {
     CLI::App* sub = app.add_subcommand(row.word, help_of(row));
+    sub->group(row.group);
+    sub->footer(std::string("Example: melk ") + row.example);
     row.take(*sub, request);
     sub->callback([&request, word = row.word] { request.word = word; });
   }
@@ -769,26 +625,21 @@ void add_sub_commands(CLI::App& app, Request& request) {
 
 std::optional<int> parse_words(CLI::App& app, std::vector<std::string> words, FILE* out,
                                FILE* err) {
+  // Also where the words cannot be parsed.
+  const bool json = std::ranges::find(words, "--json") != words.end();
   std::ranges::reverse(words);
   try {
     app.parse(std::move(words));
-    if (!app.get_subcommands().empty()) return std::nullopt;
-    fputs("melk: a command is wanted\nRun with --help for more information.\n", err);
-    return kUsage;
+  } catch (const CLI::Success& wish) {  // help, version
+    std::ostringstream text;
+    app.exit(wish, text, text);
+    fputs(text.str().c_str(), out);
+    return kDone;
   } catch (const CLI::ParseError& error) {
-    const std::vector<std::string> strangers = app.remaining();
-    if (app.get_subcommands().empty() && !strangers.empty()) {
-      fprintf(err, "melk: '%s' is none of its %s\nRun with --help for more information.\n",
-              strangers[0].c_str(), strangers[0].starts_with('-') ? "options" : "commands");
-      return kUsage;
-    }
-    std::ostringstream help;
-    std::ostringstream complaint;
-    const int code = app.exit(error, help, complaint);
-    fputs(help.str().c_str(), out);
-    fputs(complaint.str().c_str(), err);
-    return code == 0 ? kDone : kUsage;
+    return complain(complaint_about(app, error), json, out, err);
   }
+  if (!app.get_subcommands().empty()) return std::nullopt;
+  return complain({"", "a command is wanted", "melk --help lists them", kUsage}, json, out, err);
 }
 
 int run_request(Transport& transport, const Request& request, FILE* out, FILE* err,

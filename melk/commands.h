@@ -12,6 +12,7 @@
 #include <string>
 #include <vector>
 
+#include "melk/panel.h"
 #include "melk/transport.h"
 
 namespace CLI {
@@ -25,14 +26,16 @@ inline constexpr int kDone = 0;
 inline constexpr int kBoardSaysNo = 1;  // the board answered, and something is wrong
 inline constexpr int kUsage = 2;
 inline constexpr int kBoardSilent = 3;
-inline constexpr int kLocalFile = 4;  // a file of the host, or the board directory
+inline constexpr int kLocalFile = 4;  // a file of the host, the board directory, the SPI device
 inline constexpr int kIncompleteTransfer = 5;
 
 // What the surroundings offer.
 struct Options {
   bool json = false;
   std::int64_t timeout_us = 20000000;
-  bool out_is_terminal = false;                   // watch rewrites its line, shell prompts
+  bool out_is_terminal = false;                   // the shell prompts
+  Screen* screen = nullptr;                       // where watch draws its panel
+  std::string board_name = {};                    // what the panel is called
   bool err_is_terminal = false;                   // long transfers show their progress
   bool stoppable = false;                         // ^C ends a transfer, not the program
   FILE* in = nullptr;                             // commands of the shell
@@ -61,6 +64,17 @@ struct Request {
   std::int64_t count = 0;
   double interval_s = 1;
 };
+
+// What went wrong, and what to do about it.
+struct Complaint {
+  std::string word;  // the sub-command, if there is one
+  std::string text;
+  std::string hint;
+  int exit_code;
+};
+
+// Prints a complaint, with --json as an object too, and returns its exit code.
+int complain(const Complaint& complaint, bool json, FILE* out, FILE* err);
 
 // Declares every sub-command on `app`, with the options common to all.
 void add_sub_commands(CLI::App& app, Request& request);

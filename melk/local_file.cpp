@@ -2,6 +2,8 @@
 #include "melk/local_file.h"
 
 #include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
 
 #include <cerrno>
 
@@ -23,6 +25,19 @@ bool read_whole_file(const std::string& path, Bytes* content) {
   real::close(fd);
   errno = error;
   return got == 0;
+}
+
+bool can_write_file(const std::string& path) {
+  struct stat place = {};
+  const bool there = stat(path.c_str(), &place) == 0;
+  // Opening a pipe or a device is something that its other end notices.
+  if (there && !S_ISREG(place.st_mode) && !S_ISDIR(place.st_mode))
+    return access(path.c_str(), W_OK) == 0;
+  const int fd = real::open(path.c_str(), O_WRONLY | O_CREAT | O_CLOEXEC, 0644);
+  if (fd < 0) return false;
+  real::close(fd);
+  if (!there) unlink(path.c_str());
+  return true;
 }
 
 bool write_whole_file(const std::string& path, std::span<const std::uint8_t> content) {

@@ -1,4 +1,4 @@
-// melk: the host's client, talking to the board of a directory.
+// melk: the host's client, talking to the board of a directory or at the end of a wire.
 #include <unistd.h>
 
 #include <CLI/CLI.hpp>
@@ -8,12 +8,16 @@
 
 #include "melk/board_transport.h"
 #include "melk/commands.h"
+#include "melk/spidev_transport.h"
+#include "melk/terminal.h"
 
 namespace {
 
-constexpr const char* kExitCodes =
+constexpr const char* kFooter =
+    "Each command has --help, with an example.\n"
     "Exit codes: 0 done, 1 the board answered and something is wrong, 2 usage,\n"
-    "3 the board is silent, 4 local file error, 5 incomplete transfer.";
+    "3 the board is silent, 4 a local file, the board's directory or the SPI device,\n"
+    "5 incomplete transfer.";
 
 std::string default_board() {
   const char* named = getenv("VBOARD_BOARD");
@@ -29,31 +33,85 @@ std::string local_clock() {
   return {text, strftime(text, sizeof text, "%d%m%y%H%M%S", &parts)};
 }
 
-int complain(const std::string& text, int code) {
-  fprintf(stderr, "melk: %s\n", text.c_str());
-  return code;
+// Where the board is, as the command line says.
+struct Place {
+  std::string directory = default_board();
+  melk::SpidevOptions spi;
+};
+
+void add_place(CLI::App& app, Place& place) {
+  CLI::Option* board = app.add_option("--board", place.directory,
+                                      "directory of a virtual board ($VBOARD_BOARD or ./board)");
+  CLI::Option* spi =
+      app.add_option("--spi", place.spi.device, "SPI master of a real board, as /dev/spidev0.0")
+          ->excludes(board);
+  app.add_option("--speed", place.spi.speed_hz, "with --spi: clock in Hz (1000000)")
+      ->check(CLI::Range(std::uint32_t{1}, std::uint32_t{200000000}))
+      ->needs(spi);
+  app.add_option("--spi-mode", place.spi.mode, "with --spi: clock mode, 0 to 3 (0)")
+      ->check(CLI::Range(0, 3))
+      ->needs(spi);
+  app.add_option("--gap", place.spi.gap_ms, "with --spi: milliseconds behind each byte (10)")
+      ->check(CLI::Range(0.0, 1000.0))
+      ->needs(spi);
+  app.add_option("--data-gap", place.spi.data_gap_ms,
+                 "with --spi: milliseconds behind each byte of file data (1)")
+      ->check(CLI::Range(0.0, 1000.0))
+      ->needs(spi);
+}
+
+// Null with a complaint.
+std::unique_ptr<melk::Transport> open_wire(const Place& place, melk::Complaint* complaint) {
+  melk::SpidevTransport::Refusal refusal;
+  std::unique_ptr<melk::SpidevTransport> transport =
+      melk::SpidevTransport::open(place.spi, &refusal);
+  if (transport == nullptr) *complaint = {"", refusal.text, refusal.hint, melk::kLocalFile};
+  return transport;
+}
+
+std::unique_ptr<melk::Transport> open_board(const Place& place, melk::Complaint* complaint) {
+  std::string problem;
+  std::unique_ptr<melk::BoardTransport> transport =
+      melk::BoardTransport::open(place.directory, &problem);
+  if (transport == nullptr) {
+    *complaint = {"", problem, "name the board's directory with --board, or a wire with --spi",
+                  melk::kLocalFile};
+  } else if (!transport->reachable(place.directory, &problem)) {
+    *complaint = {
+        "", "the board is silent: " + problem,
+        "start the service on it: vboard --board " + place.directory + " run -- vantorig -602",
+        melk::kBoardSilent};
+    transport.reset();
+  }
+  return transport;
 }
 
 int run(int argc, char** argv) {
   CLI::App app("Host side of the encoder board's link.", "melk");
-  app.footer(kExitCodes);
-  std::string directory = default_board();
-  app.add_option("--board", directory, "directory of the board ($VBOARD_BOARD or ./board)");
+  app.footer(kFooter);
+  app.set_version_flag("--version", "melk " MELK_VERSION);
+  Place place;
+  add_place(app, place);
   melk::Request request;
   melk::add_sub_commands(app, request);
   const std::vector<std::string> words(argv + 1, argv + argc);
   if (const std::optional<int> code = melk::parse_words(app, words, stdout, stderr)) return *code;
 
-  std::string problem;
-  const std::unique_ptr<melk::BoardTransport> transport =
-      melk::BoardTransport::open(directory, &problem);
-  if (transport == nullptr) return complain(problem, melk::kLocalFile);
-  if (!transport->reachable(directory, &problem))
-    return complain("the board is silent: " + problem, melk::kBoardSilent);
+  melk::Complaint complaint;
+  const bool wire = !place.spi.device.empty();
+  const std::unique_ptr<melk::Transport> transport =
+      wire ? open_wire(place, &complaint) : open_board(place, &complaint);
+  if (transport == nullptr) {
+    complaint.word = request.word;
+    return melk::complain(complaint, request.json, stdout, stderr);
+  }
 
+  melk::Terminal terminal;
   melk::Options options;
   options.out_is_terminal = isatty(STDOUT_FILENO) != 0;
   options.err_is_terminal = isatty(STDERR_FILENO) != 0;
+  if (melk::Terminal::usable()) options.screen = &terminal;
+  options.board_name = wire ? place.spi.device : place.directory;
   options.stoppable = true;
   options.in = stdin;
   options.local_clock = local_clock;

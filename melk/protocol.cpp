@@ -125,6 +125,12 @@ constexpr std::size_t kFifoTail = 4;  // last word and the odd extra one, togeth
 constexpr std::size_t kFifoChunk = 512;
 static_assert(kFifoChunk + kFifoTail <= kUpdateBlock);
 
+// Without sight of the queues.
+constexpr std::int64_t kAskAgainUs = 5000000;   // a question may fall on a board that starts
+constexpr std::int64_t kSlowestAskUs = 500000;  // between two polls of a busy board
+constexpr std::int64_t kAnnouncedUs = 500000;   // between a size and its data
+constexpr std::int64_t kSlowAnswerUs = 300000;  // a shell command, a chip, a file
+
 std::string seconds(std::int64_t us) {
   char text[32];
   snprintf(text, sizeof text, "%g s", static_cast<double>(us) / 1e6);
@@ -142,6 +148,18 @@ bool put(Link& link, std::uint8_t byte) {
   return link.transport.wait_taken(link.timeout_us);
 }
 
+// A byte of file data.
+bool put_data(Link& link, std::uint8_t byte) {
+  std::uint8_t in = 0;
+  if (link.transport.transfer(byte, &in)) ++link.stale;
+  return link.transport.wait_data_taken(link.timeout_us);
+}
+
+// A board that is slow to act, where its answer is not seen coming.
+void leave_time(Link& link, std::int64_t us) {
+  if (!link.transport.sees_queues()) link.transport.pause(us);
+}
+
 // The byte that the board queues, collected by one poll that the board still
 // has to read.
 std::optional<std::uint8_t> collect(Link& link) {
@@ -151,11 +169,53 @@ std::optional<std::uint8_t> collect(Link& link) {
   return in;
 }
 
-enum class Line { kClear, kUnread, kUploading };
+enum class Line { kClear, kUnread, kUploading, kLost };
+
+// Polls for the answer to GET_HD_VERSION, ever more seldom; the question is put
+// again now and then.
+bool ask_until_answered(Link& link) {
+  Transport& transport = link.transport;
+  const std::int64_t start_us = transport.now_us();
+  std::int64_t ask_at_us = start_us;
+  std::int64_t pause_us = 0;
+  do {
+    if (transport.now_us() >= ask_at_us) {
+      if (!put(link, static_cast<std::uint8_t>(Code::kGetHdVersion))) return false;
+      ask_at_us = transport.now_us() + kAskAgainUs;
+    }
+    if (collect(link) == kHdVersion) return true;
+    transport.pause(pause_us);
+    pause_us = std::min(pause_us * 2 + 10000, kSlowestAskUs);
+  } while (transport.now_us() - start_us < link.timeout_us && transport.broken().empty());
+  return false;
+}
+
+// Two questions in a row have two answers in a row: not so in an upload, where a
+// byte of the file may look like the version.
+bool between_commands(Link& link) {
+  constexpr auto kQuestion = static_cast<std::uint8_t>(Code::kGetHdVersion);
+  put(link, kQuestion);
+  std::uint8_t first = 0;
+  if (link.transport.wait_answer(link.timeout_us)) link.transport.transfer(kQuestion, &first);
+  return first == kHdVersion && collect(link) == kHdVersion;
+}
+
+// Makes sure that a board listens for a command, and that no answer is on its way.
+Line find_board(Link& link) {
+  if (link.in_touch) return Line::kClear;
+  if (!ask_until_answered(link)) return Line::kLost;
+  // Questions that a busy board found waiting have their answers now.
+  for (int round = 0; round < kStaleRounds && collect(link) == kHdVersion; ++round) {
+  }
+  if (!link.found && !between_commands(link)) return Line::kUploading;
+  link.in_touch = link.found = true;
+  return Line::kClear;
+}
 
 // Lets the board finish what earlier conversations left behind: bytes that it
 // has not read yet, and answers that nobody collected.
 Line clear_line(Link& link) {
+  if (!link.transport.sees_queues()) return find_board(link);
   std::int64_t gap_us = 0;
   if (!link.transport.wait_taken(0)) {
     if (!link.transport.wait_taken(link.timeout_us)) return Line::kUnread;
@@ -172,6 +232,11 @@ Line clear_line(Link& link) {
 Failure still_sending() {
   return {Trouble::kOutOfStep,
           "the board is in the middle of an upload; it gives up 15 s after the last poll"};
+}
+
+Failure not_found(const Link& link) {
+  return {Trouble::kSilent, "silent: for " + seconds(link.timeout_us) +
+                                " nobody answered GET_HD_VERSION on the wire"};
 }
 
 Failure still_unread(const Link& link) {
@@ -219,6 +284,8 @@ Failure begin(Link& link, Code code) {
       return still_unread(link);
     case Line::kUploading:
       return still_sending();
+    case Line::kLost:
+      return not_found(link);
     case Line::kClear:
       break;
   }
@@ -229,7 +296,7 @@ Failure begin(Link& link, Code code) {
 // Sends parameter or file bytes; returns how many were taken.
 std::size_t put_all(Link& link, std::span<const std::uint8_t> bytes) {
   for (std::size_t i = 0; i < bytes.size(); ++i) {
-    if (stopped(link) || !put(link, bytes[i])) return i;
+    if (stopped(link) || !put_data(link, bytes[i])) return i;
     if (link.progress) link.progress(i + 1, bytes.size());
   }
   return bytes.size();
@@ -240,12 +307,14 @@ Reply<Nothing> send_parameters(Link& link, Code code, std::span<const std::uint8
   for (std::size_t i = 0; i < bytes.size(); ++i)
     if (!put(link, bytes[i]))
       return {{}, cut_short(link, "parameters of " + name_of(code), i, bytes.size())};
+  link.in_touch = false;  // how long the board works on it is not known
   return {Nothing{}, {}};
 }
 
 Reply<Nothing> send_sized(Link& link, Code code, std::span<const std::uint8_t> data) {
   Reply<Nothing> reply = send_number(link, code, static_cast<std::uint32_t>(data.size()));
   if (!reply.ok()) return reply;
+  leave_time(link, kAnnouncedUs);
   const std::size_t taken = put_all(link, data);
   if (taken < data.size())
     return {{},
@@ -277,6 +346,7 @@ Reply<Nothing> send_command(Link& link, Code code) { return send_parameters(link
 
 Reply<std::uint8_t> ask_byte(Link& link, Code code) {
   if (Failure failure = begin(link, code); failure.trouble != Trouble::kNone) return {{}, failure};
+  if (code == Code::kGetUpdateResult) leave_time(link, kSlowAnswerUs);
   const std::optional<std::uint8_t> answer = collect(link);
   if (!answer) return {{}, no_answer(link, code)};
   link.transport.wait_taken(link.timeout_us);
@@ -342,6 +412,7 @@ Reply<std::uint8_t> read_reg(Link& link, std::uint8_t device, std::uint8_t reg) 
   const std::uint8_t parameters[] = {device, reg};
   const Reply<Nothing> sent = send_parameters(link, Code::kReadReg, parameters);
   if (!sent.ok()) return {{}, sent.failure};
+  leave_time(link, kSlowAnswerUs);
   const std::optional<std::uint8_t> answer = collect(link);
   if (!answer) return {{}, no_answer(link, Code::kReadReg)};
   link.transport.wait_taken(link.timeout_us);
@@ -350,6 +421,7 @@ Reply<std::uint8_t> read_reg(Link& link, std::uint8_t device, std::uint8_t reg) 
 
 Reply<Bytes> fetch_file(Link& link, Code code) {
   if (Failure failure = begin(link, code); failure.trouble != Trouble::kNone) return {{}, failure};
+  leave_time(link, kSlowAnswerUs);
   if (!put(link, kPoll)) return {{}, no_answer(link, code)};
   std::uint32_t size = 0;
   for (std::size_t i = 0; i < sizeof size; ++i) {

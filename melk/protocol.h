@@ -7,6 +7,10 @@
 // one byte at a time, each taken by the board before the next is sent, because
 // the board reads its queue in gulps and keeps the first byte of each.
 //
+// Where the host sees no queues (a wire) it leaves the board a fixed time for each
+// byte, and finds out that the board listens by asking for its version, before the
+// first command and after each one that has no answer.
+//
 // Nothing here is retried: what went wrong is reported.
 #pragma once
 
@@ -24,6 +28,8 @@
 namespace melk {
 
 inline constexpr std::uint8_t kPoll = 0xA5;
+// The answer to GET_HD_VERSION: how a host that sees no queues finds the board.
+inline constexpr std::uint8_t kHdVersion = 0x2D;
 
 enum class Code : std::uint8_t {
   kKeepAlive = 0,
@@ -106,6 +112,8 @@ struct Link {
   // Asked between two bytes of a long transfer: true ends it there.
   std::function<bool()> stop_asked = {};
   std::size_t stale = 0;  // bytes of earlier conversations that were dropped
+  bool in_touch = false;  // without sight of the queues: the board waits for a command
+  bool found = false;     // and has been asked before
 };
 
 // ---- conversations -------------------------------------------------------------

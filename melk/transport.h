@@ -8,6 +8,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <string>
 
 namespace melk {
 
@@ -29,6 +30,20 @@ class Transport {
 
   virtual void pause(std::int64_t us) = 0;
   virtual std::int64_t now_us() = 0;
+
+  // The host sees what is queued each way. On a wire it does not: every transfer
+  // brings a byte in, whether the board had one or not, and the two waits only
+  // leave the board its time.
+  virtual bool sees_queues() const { return true; }
+
+  // As wait_taken, between two bytes of file data, which the board reads singly.
+  virtual bool wait_data_taken(std::int64_t us) { return wait_taken(us); }
+
+  // What broke the link itself; empty while it works.
+  virtual std::string broken() const { return {}; }
+
+  // The update FIFO of the FPGA can be filled from here.
+  virtual bool reaches_update_fifo() const { return true; }
 
   // The link is this host's alone from seize to release, so that what two clients
   // say to a board does not mix.

@@ -1,140 +1,11 @@
 // The host's client against a scripted board: the exact bytes that go out, the
 // answers that come in, what is printed and the exit code.
-//
-// A script lists the bytes that the host clocks out, in order, each with what
-// the board queues once it has taken that byte. A one-byte question is therefore
-// {code, {answer}} followed by the poll {0xA5} that collects the answer.
-#include <gtest/gtest.h>
-#include <unistd.h>
-
 #include <algorithm>
-#include <cstdio>
-#include <cstdlib>
-#include <deque>
 #include <set>
-#include <string>
-#include <vector>
 
-#include "melk/commands.h"
-#include "melk/protocol.h"
+#include "tests/melk/scripted_board.h"
 
 namespace {
-
-using melk::Bytes;
-using melk::Code;
-
-struct Step {
-  std::uint8_t out;
-  Bytes answers = {};
-  bool taken = true;
-};
-
-class ScriptedBoard : public melk::Transport {
- public:
-  std::deque<Step> script;
-  std::deque<std::uint8_t> queued;
-  Bytes unexpected;  // sent where the script has another byte or none
-  Bytes fifo;        // update FIFO contents, in order of arrival
-  std::vector<std::size_t> fifo_blocks;
-  std::size_t fifo_room = SIZE_MAX;
-  std::int64_t clock_us = 0;
-
-  void add(std::vector<Step> steps) { script.insert(script.end(), steps.begin(), steps.end()); }
-  void add_question(std::uint8_t code, std::uint8_t answer) { add({{code, {answer}}, {0xA5}}); }
-
-  bool transfer(std::uint8_t out, std::uint8_t* in) override {
-    const bool had = !queued.empty();
-    if (had) {
-      *in = queued.front();
-      queued.pop_front();
-    }
-    if (script.empty() || script.front().out != out) {
-      unexpected.push_back(out);
-      taken_ = false;
-      return had;
-    }
-    for (const std::uint8_t byte : script.front().answers) queued.push_back(byte);
-    taken_ = script.front().taken;
-    script.pop_front();
-    return had;
-  }
-  bool wait_taken(std::int64_t us) override { return taken_ || pass(us); }
-  bool wait_answer(std::int64_t us) override { return !queued.empty() || pass(us); }
-  void pause(std::int64_t us) override { pass(us); }
-  std::int64_t now_us() override { return clock_us; }
-  bool push_update(const std::uint8_t* data, std::size_t size, std::int64_t us) override {
-    if (fifo.size() + size > fifo_room) return pass(us);
-    fifo.insert(fifo.end(), data, data + size);
-    fifo_blocks.push_back(size);
-    return true;
-  }
-
-  // Every byte of the script went out, and no other.
-  bool finished() const { return script.empty() && unexpected.empty(); }
-
- private:
-  bool pass(std::int64_t us) {
-    clock_us += us;
-    return false;
-  }
-  bool taken_ = true;
-};
-
-struct Outcome {
-  int code;
-  std::string out;
-  std::string err;
-};
-
-Outcome run(ScriptedBoard& board, const std::vector<std::string>& words,
-            const melk::Options& options = {}) {
-  char* out_text = nullptr;
-  char* err_text = nullptr;
-  std::size_t out_size = 0;
-  std::size_t err_size = 0;
-  FILE* out = open_memstream(&out_text, &out_size);
-  FILE* err = open_memstream(&err_text, &err_size);
-  const int code = melk::melk_command(board, words, out, err, options);
-  fclose(out);
-  fclose(err);
-  Outcome outcome = {code, std::string(out_text, out_size), std::string(err_text, err_size)};
-  free(out_text);
-  free(err_text);
-  return outcome;
-}
-
-// A file of the host that goes away with the test.
-class HostFile {
- public:
-  explicit HostFile(const std::string& content = "") {
-    const int fd = mkstemp(path_);
-    EXPECT_EQ(write(fd, content.data(), content.size()), static_cast<ssize_t>(content.size()));
-    close(fd);
-  }
-  ~HostFile() {
-    unlink(path_);
-    unlink((std::string(path_) + ".part").c_str());
-  }
-  HostFile(const HostFile&) = delete;
-  HostFile& operator=(const HostFile&) = delete;
-
-  std::string path() const { return path_; }
-  static std::string content_of(const std::string& path) {
-    FILE* file = fopen(path.c_str(), "rb");
-    if (file == nullptr) return "(none)";
-    std::string content(4096, '\0');
-    content.resize(fread(content.data(), 1, content.size(), file));
-    fclose(file);
-    return content;
-  }
-
- private:
-  char path_[32] = "/tmp/melk_test_XXXXXX";
-};
-
-bool contains(const std::string& text, const std::string& part) {
-  return text.find(part) != std::string::npos;
-}
 
 // ---- the table -----------------------------------------------------------------
 TEST(Table, codes_unique_and_in_order) {
@@ -591,10 +462,25 @@ TEST(Log, silence_before_the_size) {
   EXPECT_TRUE(board.finished());
 }
 
-TEST(Log, unwritable_output_is_a_local_fault) {
+TEST(Log, unwritable_output_is_noticed_before_the_fetch) {
+  for (const char* path : {"/nowhere/log", "/tmp"}) {
+    ScriptedBoard board;
+    const Outcome outcome = run(board, {"log", "1", "-o", path});
+    EXPECT_EQ(outcome.code, 4);
+    EXPECT_TRUE(board.finished());  // nothing was sent
+    EXPECT_TRUE(contains(outcome.err, std::string("melk: log: ") + path)) << outcome.err;
+    EXPECT_EQ(run(board, {"monitor-file", "-o", path}).code, 4);
+    EXPECT_TRUE(board.finished());
+  }
+}
+
+TEST(Log, silent_board_leaves_no_empty_file) {
+  const HostFile file;
+  const std::string path = file.path() + ".new";
   ScriptedBoard board;
-  add_upload(board, 8, {0, 0, 0, 1, 'x'});
-  EXPECT_EQ(run(board, {"log", "1", "-o", "/nowhere/log"}).code, 4);
+  board.add({{8}, {0xA5}});
+  EXPECT_EQ(run(board, {"log", "1", "-o", path}).code, 3);
+  EXPECT_NE(access(path.c_str(), F_OK), 0);
 }
 
 TEST(MonitorFile, printed_without_an_output) {
@@ -751,8 +637,7 @@ TEST(Leftovers, running_upload_is_left_alone) {
   EXPECT_TRUE(contains(outcome.err, "middle of an upload"));
 }
 
-// ---- raw, watch, shell, usage
-// ----------------------------------------------------------------------
+// ---- raw, shell, usage -----------------------------------------------------------------
 TEST(Raw, no_answer_no_poll) {
   ScriptedBoard board;
   board.add({{200}});
@@ -777,45 +662,6 @@ TEST(Raw, several_bytes_and_answers) {
   EXPECT_EQ(outcome.code, 0);
   EXPECT_TRUE(board.finished());
   EXPECT_EQ(outcome.out, "00 00 00 05\n");
-}
-
-void add_reading(ScriptedBoard& board, std::uint8_t state, std::uint8_t status) {
-  board.add_question(15, state);
-  board.add_question(3, status);
-  board.add_question(3, 0x80);
-  board.add_question(3, state);
-}
-
-TEST(Watch, one_line_per_change) {
-  ScriptedBoard board;
-  add_reading(board, 0, 0x91);
-  add_reading(board, 0, 0x91);
-  add_reading(board, 1, 0x90);
-  const Outcome outcome = run(board, {"watch", "--count", "3", "--interval", "2", "--no-levels"});
-  EXPECT_EQ(outcome.code, 0);
-  EXPECT_TRUE(board.finished());
-  EXPECT_EQ(outcome.out,
-            "     0.000 s  watching       status 0x91 healthy | cause 0x80 no restart | "
-            "flags 0x00 watching\n"
-            "     4.000 s  no video input status 0x90 not healthy | cause 0x80 no restart | "
-            "flags 0x01 no video input\n");
-}
-
-TEST(Watch, levels_come_from_the_record) {
-  ScriptedBoard board;
-  add_reading(board, 0, 0x91);
-  board.add({{10}});
-  for (std::uint8_t i = 0; i < 25; ++i) board.add_question(9, i);
-  const Outcome outcome = run(board, {"watch", "--count", "1", "--json"});
-  EXPECT_TRUE(board.finished());
-  // Bytes 13, 14 = 0x0E0D and 23, 24 = 0x1817.
-  EXPECT_TRUE(contains(outcome.out, "\"video_level\":3597,\"audio_level\":6167}")) << outcome.out;
-}
-
-TEST(Watch, silence_ends_it) {
-  ScriptedBoard board;
-  board.add({{15}});
-  EXPECT_EQ(run(board, {"watch"}).code, 3);
 }
 
 TEST(Shell, runs_lines_and_keeps_the_first_failure) {
@@ -957,14 +803,87 @@ TEST(Usage, unknown_words_are_named) {
   EXPECT_TRUE(board.finished());
 }
 
-TEST(Usage, every_sub_command_has_help) {
+TEST(Usage, every_sub_command_has_help_with_an_example) {
   ScriptedBoard board;
   for (const std::string& word : melk::sub_command_words()) {
     const Outcome outcome = run(board, {word, "--help"});
     EXPECT_EQ(outcome.code, 0) << word;
     EXPECT_TRUE(contains(outcome.out, "Usage: melk " + word)) << outcome.out;
+    EXPECT_TRUE(contains(outcome.out, "Example: melk " + word)) << outcome.out;
   }
   EXPECT_TRUE(board.finished());
+}
+
+// An example that its own command refuses would be a bad one.
+TEST(Usage, every_example_is_understood) {
+  for (const std::string& word : melk::sub_command_words()) {
+    ScriptedBoard silent;
+    const std::string help = run(silent, {word, "--help"}).out;
+    const std::string mark = "Example: melk ";
+    std::string example = help.substr(help.find(mark) + mark.size());
+    example = example.substr(0, example.find_first_of("<\n"));
+    std::vector<std::string> words;
+    for (std::size_t at = 0, end = 0; at < example.size(); at = end + 1) {
+      end = std::min(example.find(' ', at), example.size());
+      if (end > at) words.push_back(example.substr(at, end - at));
+    }
+    char nothing[] = "\n";
+    melk::Options options;
+    options.in = fmemopen(nothing, 1, "r");
+    EXPECT_NE(run(silent, words, options).code, 2) << example;
+    fclose(options.in);
+  }
+  unlink("log1.tar.gz");
+  unlink("monitor.txt");
+}
+
+TEST(Usage, json_tells_error_hint_and_exit_code) {
+  ScriptedBoard board;
+  EXPECT_EQ(run(board, {"--json", "statsu"}).out,
+            "{\"error\":\"'statsu' is none of its commands\",\"hint\":\"did you mean "
+            "status?\",\"exit\":2}\n");
+  EXPECT_EQ(run(board, {"status", "extra", "--json"}).out,
+            "{\"command\":\"status\",\"error\":\"The following argument was not expected: "
+            "extra\",\"hint\":\"melk status --help tells what it takes\",\"exit\":2}\n");
+  EXPECT_EQ(run(board, {"set-rtc", "1", "--json"}).out,
+            "{\"command\":\"set-rtc\",\"error\":\"the clock text has 12 characters "
+            "(DDMMYYhhmmss)\",\"hint\":\"leave it out to send the local time\",\"exit\":2}\n");
+  EXPECT_EQ(run(board, {"--json"}).out,
+            "{\"error\":\"a command is wanted\",\"hint\":\"melk --help lists them\","
+            "\"exit\":2}\n");
+  EXPECT_TRUE(board.finished());
+}
+
+TEST(Usage, misspelt_word_is_guessed_and_a_strange_one_not) {
+  ScriptedBoard board;
+  EXPECT_EQ(run(board, {"wath"}).err,
+            "melk: 'wath' is none of its commands\nmelk: hint: did you mean watch?\n");
+  EXPECT_EQ(run(board, {"aardvark"}).err,
+            "melk: 'aardvark' is none of its commands\nmelk: hint: melk --help lists them\n");
+}
+
+// Every trouble of a conversation says what to do, and keeps its exit code.
+TEST(Hints, each_trouble_has_one) {
+  const auto told = [](ScriptedBoard& board, const std::vector<std::string>& words, int code) {
+    const Outcome outcome = run(board, words);
+    EXPECT_EQ(outcome.code, code) << words[0];
+    EXPECT_TRUE(contains(outcome.err, "\nmelk: hint: ")) << outcome.err;
+  };
+  ScriptedBoard silent;
+  told(silent, {"keep-alive"}, 3);
+  ScriptedBoard without;
+  add_upload(without, 19, {0xFF, 0xFF, 0xFF, 0xFF});
+  told(without, {"monitor-file"}, 1);
+  ScriptedBoard short_upload;
+  add_upload(short_upload, 19, {0, 0, 0, 3, 'o'});
+  told(short_upload, {"monitor-file"}, 5);
+  ScriptedBoard nonsense;
+  for (int i = 0; i < 4; ++i) nonsense.add_question(3, 0x11);
+  told(nonsense, {"status"}, 1);
+  const HostFile tiny("a=1");
+  ScriptedBoard unasked;
+  told(unasked, {"send-config", tiny.path()}, 4);
+  told(unasked, {"send-config", "/nowhere/hd.ini"}, 4);
 }
 
 }  // namespace
