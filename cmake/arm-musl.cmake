@@ -38,8 +38,8 @@ endforeach()
 set(c_headers "-isystem ${VANTORIG_MUSL_INCLUDE} -isystem ${own_include} -isystem ${kernel}")
 string(CONCAT cxx_headers "-isystem ${CMAKE_CURRENT_LIST_DIR}/musl"
   " -isystem ${VANTORIG_CXX_INCLUDE} -isystem ${VANTORIG_CXX_INCLUDE}/${machine} ${c_headers}")
-string(APPEND CMAKE_C_FLAGS_INIT " -nostdinc ${c_headers}")
-string(APPEND CMAKE_CXX_FLAGS_INIT " -nostdinc -nostdinc++ ${cxx_headers}")
+string(APPEND CMAKE_C_FLAGS_INIT " -fno-pie -nostdinc ${c_headers}")
+string(APPEND CMAKE_CXX_FLAGS_INIT " -fno-pie -nostdinc -nostdinc++ ${cxx_headers}")
 
 set(CMAKE_EXE_LINKER_FLAGS_INIT "-static -no-pie -nostdlib -Wl,-z,norelro -L${VANTORIG_MUSL_LIB} \
 ${VANTORIG_MUSL_LIB}/crt1.o ${VANTORIG_MUSL_LIB}/crti.o ${begin_object}")

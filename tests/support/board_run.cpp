@@ -42,6 +42,11 @@ Result shell(const std::string& command) {
   return result;
 }
 
+std::string program_under_test() {
+  const char* named = getenv("VANTORIG_PROGRAM");
+  return named != nullptr ? named : std::string(BUILD_DIRECTORY) + "/vantorig";
+}
+
 BoardRun::BoardRun() : directory_(temporary_directory()) { vboard("faults clear"); }
 
 BoardRun::~BoardRun() { fs::remove_all(directory_); }
@@ -55,7 +60,7 @@ Result BoardRun::run(const std::string& options, const std::string& arguments, d
   std::ostringstream line;
   line << "run --virtual --trace " << directory_ << "/trace " << options;
   if (seconds > 0) line << " --for " << seconds << "s";
-  line << " -- " << BUILD_DIRECTORY << "/vantorig " << arguments;
+  line << " -- " << program_under_test() << " " << arguments;
   return vboard(line.str());
 }
 

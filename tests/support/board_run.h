@@ -14,6 +14,11 @@ struct Result {
 // Runs a command line of the machine's shell.
 Result shell(const std::string& command);
 
+// The command that stands for vantorig: VANTORIG_PROGRAM from the environment, so
+// that the same tests run against a build for another processor, or else the
+// program of this build.
+std::string program_under_test();
+
 // A virtual board in a temporary directory.
 class BoardRun {
  public:
