@@ -3,6 +3,7 @@
 
 #include <cstdarg>
 #include <cstdio>
+#include <cstdlib>
 #include <cstring>
 #include <iterator>
 
@@ -15,6 +16,8 @@ TraceSink listening = nullptr;
 }  // namespace
 
 void set_trace_sink(TraceSink sink) { listening = sink; }
+
+bool tracing() { return listening != nullptr; }
 
 void trace(const char* format, ...) {
   if (listening == nullptr) return;
@@ -54,18 +57,31 @@ const char* register_name(int address) {
   return "";
 }
 
+// What follows `head` in the text; null when it does not begin with it.
+const char* behind(const char* text, const char* head) {
+  const std::size_t length = strlen(head);
+  return strncmp(text, head, length) == 0 ? text + length : nullptr;
+}
+
+// -1 when no number stands there.
+int number_at(const char* text, int base) {
+  char* end = nullptr;
+  const long value = strtol(text, &end, base);
+  return end == text ? -1 : static_cast<int>(value);
+}
+
 }  // namespace
 
 std::string trace_note(const char* clean) {
-  char kind[16] = {};
-  unsigned number = 0;
-  if (sscanf(clean, "fpga %15s 0x%x", kind, &number) == 2)
-    return register_name(static_cast<int>(number));
-  if (sscanf(clean, "fpga line %u", &number) == 1)
-    return name_of(std::begin(kLines), std::end(kLines), static_cast<int>(number));
-  if (sscanf(clean, "i2c %x", &number) == 1)
-    return name_of(std::begin(kChips), std::end(kChips), static_cast<int>(number));
-  return "";
+  if (const char* chip = behind(clean, "i2c "))
+    return name_of(std::begin(kChips), std::end(kChips), number_at(chip, 16));
+  const char* action = behind(clean, "fpga ");
+  if (action == nullptr) return "";
+  if (const char* line = behind(action, "line "))
+    return name_of(std::begin(kLines), std::end(kLines), number_at(line, 10));
+  const char* blank = strchr(action, ' ');
+  const char* address = blank == nullptr ? nullptr : behind(blank + 1, "0x");
+  return address == nullptr ? "" : register_name(number_at(address, 16));
 }
 
 std::string trace_clean(const std::string& line) {

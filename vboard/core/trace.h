@@ -25,6 +25,9 @@ using TraceSink = void (*)(const char* clean);
 
 void set_trace_sink(TraceSink sink);
 
+// True when somebody listens: lines that take work to put together are not, else.
+bool tracing();
+
 void trace(const char* format, ...) __attribute__((format(printf, 1, 2)));
 
 // What a person wants to know beside a clean line: the register's label, the

@@ -457,7 +457,7 @@ long fpga_port_write(Board& board, const std::uint8_t* data, std::size_t size) {
     if (fpga.config_readback_len < sizeof fpga.config_readback)
       fpga.config_readback[fpga.config_readback_len++] = data[i];
   }
-  trace("fpga port wr%s", hex_of(data, taken).c_str());
+  if (tracing()) trace("fpga port wr%s", hex_of(data, taken).c_str());
   if (taken < size) {
     errno = EIO;
     return taken == 0 ? -1 : static_cast<long>(taken);
@@ -471,7 +471,7 @@ long fpga_port_read(Board& board, std::uint8_t* data, std::size_t size) {
   memcpy(data, fpga.config_readback, count);
   memmove(fpga.config_readback, fpga.config_readback + count, fpga.config_readback_len - count);
   fpga.config_readback_len -= static_cast<std::uint32_t>(count);
-  trace("fpga port rd%s", hex_of(data, count).c_str());
+  if (tracing()) trace("fpga port rd%s", hex_of(data, count).c_str());
   return static_cast<long>(count);
 }
 

@@ -108,7 +108,7 @@ int i2c_transfer(Board& board, int bus, i2c_msg* messages, unsigned count) {
   bool done = !transfer_fails(board, messages[0].addr);
   for (unsigned i = 0; done && i < count; ++i)
     done = forward(board, now_us, chip_at(bus, messages[i].addr), messages[i]);
-  trace_messages(messages, count, done);
+  if (tracing()) trace_messages(messages, count, done);
   if (done) return static_cast<int>(count);
   errno = EREMOTEIO;
   return -1;

@@ -1,0 +1,38 @@
+// What a trace file adds to a clean line for its reader.
+#include "vboard/core/trace.h"
+
+namespace {
+
+using vboard::trace_note;
+
+TEST(TraceNote, register_access_gives_its_name) {
+  EXPECT_EQ(trace_note("fpga wr 0x0204 <- 0x4000"), "VIDEO_CONTROL");
+  EXPECT_EQ(trace_note("fpga rd 0x0060 -> 0x01f4"), "VI_BUFF");
+  EXPECT_EQ(trace_note("fpga wrblk 0x1000 n=2 <- 00 10"), "PID_VIDEO");
+}
+
+TEST(TraceNote, unknown_register_gives_nothing) {
+  EXPECT_EQ(trace_note("fpga rd 0x1ffe -> 0x0000"), "");
+}
+
+TEST(TraceNote, line_gives_what_it_does) {
+  EXPECT_EQ(trace_note("fpga line 26"), "TVP5150 reset");
+  EXPECT_EQ(trace_note("fpga line 96"), "audio release");
+  EXPECT_EQ(trace_note("fpga line 81"), "");
+}
+
+TEST(TraceNote, transfer_gives_the_chip) {
+  EXPECT_EQ(trace_note("i2c 5c rd 19 -> aa"), "TVP7002");
+  EXPECT_EQ(trace_note("i2c 70 wr 01 39"), "DIX4192");
+  EXPECT_EQ(trace_note("i2c 21 rd 00"), "");
+  EXPECT_EQ(trace_note("i2c bind 21"), "");
+}
+
+TEST(TraceNote, other_lines_give_nothing) {
+  for (const char* clean :
+       {"", "fpga", "fpga led 83", "fpga config-line 1", "fpga request 16 = EIO", "wait 1000000",
+        "open /dev/fpga r+b", "violation fpga request 99"})
+    EXPECT_EQ(trace_note(clean), "") << clean;
+}
+
+}  // namespace
