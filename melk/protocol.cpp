@@ -126,6 +126,8 @@ constexpr std::size_t kFifoChunk = 512;
 static_assert(kFifoChunk + kFifoTail <= kUpdateBlock);
 
 // Without sight of the queues.
+constexpr int kMostChanges = 16;                // changing bytes that no answer explains
+constexpr int kQuietPolls = 3;                  // the same byte so often is the level of the wire
 constexpr std::int64_t kAskAgainUs = 5000000;   // a question may fall on a board that starts
 constexpr std::int64_t kSlowestAskUs = 500000;  // between two polls of a busy board
 constexpr std::int64_t kAnnouncedUs = 500000;   // between a size and its data
@@ -171,23 +173,41 @@ std::optional<std::uint8_t> collect(Link& link) {
 
 enum class Line { kClear, kUnread, kUploading, kLost };
 
-// Polls for the answer to GET_HD_VERSION, ever more seldom; the question is put
-// again now and then.
-bool ask_until_answered(Link& link) {
+enum class Asked { kAnswered, kSilent, kBabble };
+
+// Puts a question, again now and then, and polls ever more seldom until a byte
+// fits. Bytes that keep changing are a file.
+Asked ask_until(Link& link, Code question, bool (*fits)(std::uint8_t), std::int64_t until_us) {
   Transport& transport = link.transport;
-  const std::int64_t start_us = transport.now_us();
-  std::int64_t ask_at_us = start_us;
+  std::int64_t ask_at_us = transport.now_us();
   std::int64_t pause_us = 0;
-  do {
+  std::optional<std::uint8_t> last;
+  for (int changes = 0; changes < kMostChanges;) {
     if (transport.now_us() >= ask_at_us) {
-      if (!put(link, static_cast<std::uint8_t>(Code::kGetHdVersion))) return false;
+      put(link, static_cast<std::uint8_t>(question));
       ask_at_us = transport.now_us() + kAskAgainUs;
     }
-    if (collect(link) == kHdVersion) return true;
+    const std::optional<std::uint8_t> byte = collect(link);
+    if (byte && fits(*byte)) return Asked::kAnswered;
+    if (transport.now_us() >= until_us || !transport.broken().empty()) return Asked::kSilent;
+    changes += byte != last ? 1 : 0;
+    pause_us = byte != last ? 0 : std::min(pause_us * 2 + 10000, kSlowestAskUs);
+    last = byte;
     transport.pause(pause_us);
-    pause_us = std::min(pause_us * 2 + 10000, kSlowestAskUs);
-  } while (transport.now_us() - start_us < link.timeout_us && transport.broken().empty());
-  return false;
+  }
+  return Asked::kBabble;
+}
+
+// Polls until nothing new comes: questions that a busy board found waiting have
+// their answers now, versions one after the other.
+void take_leftovers(Link& link) {
+  std::optional<std::uint8_t> last;
+  int same = 0;
+  for (int round = 0; round < kStaleRounds && same < kQuietPolls; ++round) {
+    const std::optional<std::uint8_t> byte = collect(link);
+    same = byte != last ? 1 : byte == kHdVersion ? 0 : same + 1;
+    last = byte;
+  }
 }
 
 // Two questions in a row have two answers in a row: not so in an upload, where a
@@ -203,10 +223,17 @@ bool between_commands(Link& link) {
 // Makes sure that a board listens for a command, and that no answer is on its way.
 Line find_board(Link& link) {
   if (link.in_touch) return Line::kClear;
-  if (!ask_until_answered(link)) return Line::kLost;
-  // Questions that a busy board found waiting have their answers now.
-  for (int round = 0; round < kStaleRounds && collect(link) == kHdVersion; ++round) {
-  }
+  const std::int64_t until_us = link.transport.now_us() + link.timeout_us;
+  const auto is_version = [](std::uint8_t byte) { return byte == kHdVersion; };
+  const auto is_other = [](std::uint8_t byte) { return byte != kHdVersion; };
+  Asked asked = Asked::kAnswered;
+  // A wire may repeat its last byte, and that may be a version.
+  if (collect(link) == kHdVersion)
+    asked = ask_until(link, Code::kGetMonitorState, is_other, until_us);
+  if (asked == Asked::kAnswered) asked = ask_until(link, Code::kGetHdVersion, is_version, until_us);
+  if (asked == Asked::kSilent) return Line::kLost;
+  if (asked == Asked::kBabble) return Line::kUploading;
+  take_leftovers(link);
   if (!link.found && !between_commands(link)) return Line::kUploading;
   link.in_touch = link.found = true;
   return Line::kClear;

@@ -93,8 +93,10 @@ bool SpidevTransport::transfer(std::uint8_t out, std::uint8_t* in) {
   one.len = 1;
   one.speed_hz = options_.speed_hz;
   one.bits_per_word = kBitsPerWord;
+  if (gap_due_) leave_gap(options_.gap_ms, INT64_MAX);
   const bool wanted = answer_due_;
   answer_due_ = false;
+  gap_due_ = true;
   if (ioctl(fd_, SPI_IOC_MESSAGE(1), &one) >= 0) return wanted;
   broken_ = options_.device + ": a transfer at " + std::to_string(options_.speed_hz) +
             " Hz failed: " + strerror(errno);
@@ -114,6 +116,7 @@ bool SpidevTransport::wait_answer(std::int64_t us) {
 
 bool SpidevTransport::leave_gap(double gap_ms, std::int64_t us) {
   if (!broken_.empty()) return false;
+  gap_due_ = false;
   pause(std::min(static_cast<std::int64_t>(gap_ms * 1000), us));
   return true;
 }

@@ -51,6 +51,7 @@ class SpidevTransport : public Transport {
   int fd_;
   SpidevOptions options_;
   std::string broken_;
+  bool gap_due_ = false;     // nothing was waited for since the last transfer
   bool answer_due_ = false;  // the byte of the next transfer is an answer
 };
 
