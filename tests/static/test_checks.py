@@ -8,6 +8,7 @@ import head_comments
 import imports
 import include_heights
 import interposer_marker
+import named_tests
 import words
 
 
@@ -80,6 +81,15 @@ class Checks(unittest.TestCase):
             self.assertIsNotNone(words.unwanted(text), text)
         for text in ("special", "partition 4", "inspect", "a part of it"):
             self.assertIsNone(words.unwanted(text), text)
+
+    def test_names_of_tests_are_looked_up(self):
+        self.assertEqual(named_tests.named("`Ab.c_d` (e.f), `x`"), [("Ab", "c_d", "e.f")])
+        defined, sources = {("A", "b")}, '{"case"}'
+        self.assertIsNone(named_tests.problem("A", "b", "case", defined, sources))
+        self.assertIsNotNone(named_tests.problem("A", "c", "", defined, sources))
+        self.assertIsNotNone(named_tests.problem("A", "b", "other", defined, sources))
+        self.assertIsNone(named_tests.problem("Fuzz", "hd_ini_corpus", "example.ini", defined, sources))
+        self.assertIsNotNone(named_tests.problem("Fuzz", "no_corpus", "", defined, sources))
 
     def test_missing_head_is_found(self):
         self.assertTrue(head_comments.has_head("//", "// Owns the register file of the FPGA.\n"))
