@@ -44,11 +44,18 @@ void publish_statistics(const Board& board, SharedBlock& block, std::int64_t now
 }  // namespace
 
 void encoder_step(Board& board, SharedBlock* block, std::int64_t now_us) {
-  fpga_advance(board, now_us);
   EncoderState& encoder = board.encoder;
+  const std::int64_t ready_us = encoder.started_us + encoder.start_up_us;
   const bool working = encoder.pid != 0 && !board.world.faults.encode_hang &&
-                       !board.world.faults.encode_never_alive &&
-                       now_us - encoder.started_us >= encoder.start_up_us;
+                       !board.world.faults.encode_never_alive && now_us >= ready_us;
+  // In virtual time nobody may have looked since it was ready: the stream began then.
+  if (working && block != nullptr && !encoder.alive_raised && ready_us > board.fpga.updated_us) {
+    fpga_advance(board, ready_us);
+    encoder.alive_raised = true;
+    encoder.streaming = block->do_fpga_restart == 0;
+    publish_alive(*block);
+  }
+  fpga_advance(board, now_us);
   if (block == nullptr || !working) {
     encoder.streaming = false;
     return;
