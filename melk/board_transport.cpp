@@ -10,6 +10,7 @@
 
 #include "vboard/core/clock.h"
 #include "vboard/core/real.h"
+#include "vboard/core/record.h"
 #include "vboard/models/bus.h"
 
 namespace melk {
@@ -17,6 +18,16 @@ namespace melk {
 namespace {
 
 constexpr std::int64_t kFifoPollUs = 1000;
+
+std::string hex_of(const std::uint8_t* data, std::size_t size) {
+  std::string text;
+  char hex[4];
+  for (std::size_t i = 0; i < size; ++i) {
+    snprintf(hex, sizeof hex, " %02x", data[i]);
+    text += hex;
+  }
+  return text;
+}
 
 }  // namespace
 
@@ -72,15 +83,17 @@ bool BoardTransport::transfer(std::uint8_t out, std::uint8_t* in) {
   return vboard::link_host_transfer(board_, out, in);
 }
 
-bool BoardTransport::wait_taken(std::int64_t us) {
-  return vboard::board_wait(vboard::WaitFor::kBoardTook, us);
+bool BoardTransport::wait(vboard::WaitFor what, std::int64_t us) {
+  const bool came_true = vboard::board_wait(what, us);
+  vboard::record_look(board_);
+  return came_true;
 }
 
-bool BoardTransport::wait_answer(std::int64_t us) {
-  return vboard::board_wait(vboard::WaitFor::kAnswer, us);
-}
+bool BoardTransport::wait_taken(std::int64_t us) { return wait(vboard::WaitFor::kBoardTook, us); }
 
-void BoardTransport::pause(std::int64_t us) { vboard::board_wait(vboard::WaitFor::kNothing, us); }
+bool BoardTransport::wait_answer(std::int64_t us) { return wait(vboard::WaitFor::kAnswer, us); }
+
+void BoardTransport::pause(std::int64_t us) { wait(vboard::WaitFor::kNothing, us); }
 
 std::int64_t BoardTransport::now_us() { return vboard::board_now_us(); }
 
@@ -97,6 +110,8 @@ bool BoardTransport::push_update(const std::uint8_t* data, std::size_t size, std
           fpga.update_fifo[fpga.update_head % kDepth] = data[i];
           ++fpga.update_head;
         }
+        if (vboard::recording(board_))
+          vboard::record(board_, vboard::kHostActs, "fifo" + hex_of(data, size));
         return true;
       }
     }

@@ -9,6 +9,7 @@
 
 #include "melk/transport.h"
 #include "vboard/core/board.h"
+#include "vboard/core/clock.h"
 
 namespace melk {
 
@@ -36,6 +37,8 @@ class BoardTransport : public Transport {
   bool push_update(const std::uint8_t* data, std::size_t size, std::int64_t us) override;
 
  private:
+  bool wait(vboard::WaitFor what, std::int64_t us);
+
   vboard::Board& board_;
   int lock_fd_ = -1;  // of the board directory's link lock
 };

@@ -100,12 +100,6 @@ struct Demo {
   std::size_t log_seen = 0;  // of the service's output
 };
 
-std::string read_file(const fs::path& path) {
-  if (fs::is_directory(path)) return {};
-  std::ifstream file(path, std::ios::binary);
-  return {std::istreambuf_iterator<char>(file), {}};
-}
-
 // Waits until `holds`, for this board time and, on a busy machine, for some real
 // time at least; false when it never did. The clock of a board on which nothing
 // runs stands.

@@ -14,8 +14,10 @@
 
 #include "vboard/cli/demo.h"
 #include "vboard/cli/dump.h"
+#include "vboard/cli/recording.h"
 #include "vboard/cli/sandbox.h"
 #include "vboard/cli/show.h"
+#include "vboard/cli/timeline.h"
 #include "vboard/core/clock.h"
 #include "vboard/core/world.h"
 
@@ -71,16 +73,9 @@ void let_rest(const BoardDirectory& place, Board& board) {
   if (board.clock.running > 0 && !board_in_use(place.path().c_str())) come_to_rest(board);
 }
 
-// A program named by a path is meant where the user stands, not on the board.
-std::vector<std::string> resolved(std::vector<std::string> command) {
-  if (!command.empty() && command[0].find('/') != std::string::npos)
-    command[0] = fs::absolute(command[0]);
-  return command;
-}
-
-int run(const fs::path& directory, const RunOptions& options,
-        const std::vector<std::string>& command) {
-  Run program(BoardDirectory(directory), options, resolved(command));
+int run_program(const BoardDirectory& directory, const RunOptions& options,
+                const std::vector<std::string>& command) {
+  Run program(directory, options, as_seen_from_here(command));
   if (!program.problem().empty()) return complain(program.problem());
   const int status = program.wait();
   return program.problem().empty() ? status : complain(program.problem());
@@ -102,7 +97,7 @@ int shell(const fs::path& directory, RunOptions options, const std::string& prog
     fputs(script.c_str(), file);
     fclose(file);
   }
-  return run(directory, options, {"bash", "--rcfile", start, "-i"});
+  return run_program(BoardDirectory(directory), options, {"bash", "--rcfile", start, "-i"});
 }
 
 int change_world(const fs::path& directory, const std::vector<std::string>& words) {
@@ -124,85 +119,223 @@ int change_world(const fs::path& directory, const std::vector<std::string>& word
   return 0;
 }
 
-int run_vboard(int argc, char** argv) {
-  CLI::App app{"A virtual encoder board: runs the unmodified control program on any Linux PC."};
-  app.fallthrough();  // --board may stand behind the sub-command too
-  const char* default_board = getenv("VBOARD_BOARD");
-  std::string directory = default_board != nullptr ? default_board : "board";
-  app.add_option("-b,--board", directory, "the board's directory")->capture_default_str();
-
-  RunOptions options;
+// Everything that a command line can say.
+struct Arguments {
+  std::string board;
+  RunOptions run;
   std::string for_text;
   std::vector<std::string> command;
-  auto* run_command = app.add_subcommand("run", "run a program on the board");
-  run_command->add_option("--speed", options.speed, "board seconds per real second")->check(kSpeed);
-  run_command->add_flag("--virtual", options.virtual_time,
-                        "virtual time: waits cost nothing, every run is the same");
-  run_command->add_option("--for", for_text,
-                          "stop the program after this board time (90, 5min, 2h); needs --virtual");
-  run_command->add_option("--trace", options.trace, "append every device operation to this file");
-  run_command->add_option("--script", options.script, "host and world, scripted; needs --virtual")
-      ->check(CLI::ExistingFile);
-  run_command->add_option("--host-log", options.host_log, "what the scripted host saw");
-  run_command->add_option("command", command, "program and arguments, after --")->required();
-
+  std::string record_file;
+  ReplayOptions replay;
+  TimelineOptions timeline;
   std::string shell_program = "build/vantorig";
-  RunOptions shell_options;
-  auto* shell_command = app.add_subcommand("shell", "an interactive shell on the board");
-  shell_command->add_option("--program", shell_program, "the program that `vantorig` runs")
+  RunOptions shell;
+  DemoOptions demo;
+  std::string trace_file;
+  std::string dump_file;
+  bool hold = false;
+  bool markdown = false;
+  bool json = false;
+  std::vector<std::string> world_words;
+  std::string ac3_list;
+};
+
+// A sub-command with an example of its use.
+CLI::App* declare(CLI::App& app, const char* name, const char* meaning, const char* example) {
+  CLI::App* one = app.add_subcommand(name, meaning);
+  one->footer(std::string("Example:\n  vboard ") + example);
+  return one;
+}
+
+void take_run_options(CLI::App* one, Arguments& arguments) {
+  RunOptions& run = arguments.run;
+  one->add_option("--speed", run.speed, "board seconds per real second")->check(kSpeed);
+  one->add_flag("--virtual", run.virtual_time,
+                "virtual time: waits cost nothing, every run is the same");
+  one->add_option("--for", arguments.for_text,
+                  "stop the program after this board time (90, 5min, 2h); needs --virtual");
+  one->add_option("--script", run.script, "host and world, scripted; needs --virtual")
+      ->check(CLI::ExistingFile);
+  one->add_option("--host-log", run.host_log, "what the scripted host saw");
+  one->add_option("command", arguments.command, "program and arguments, after --")->required();
+}
+
+void declare_runs(CLI::App& app, Arguments& arguments) {
+  CLI::App* run =
+      declare(app, "run", "run a program on the board", "run --speed 5 -- build/vantorig -602");
+  run->add_option("--trace", arguments.run.trace, "append every device operation to this file");
+  take_run_options(run, arguments);
+
+  CLI::App* record = declare(app, "record", "run a program and record it, host and world included",
+                             "record -o run.trace -- build/vantorig -602");
+  record->add_option("-o,--output", arguments.run.trace, "the record")->required();
+  take_run_options(record, arguments);
+
+  CLI::App* replay =
+      declare(app, "replay", "play a record again and compare what the program does now",
+              "replay run.trace -- build/vantorig -602");
+  replay->add_option("record", arguments.replay.record, "what vboard record made")
+      ->required()
+      ->check(CLI::ExistingFile);
+  replay->add_option("-o,--output", arguments.replay.output, "keep the record of the replay");
+  replay->add_flag("--json", arguments.replay.json, "print the outcome as JSON");
+  replay->add_option("command", arguments.replay.command,
+                     "program and arguments, after --, in the place of the recorded ones");
+
+  CLI::App* timeline =
+      declare(app, "timeline", "draw a record as a picture", "timeline run.trace -o run.svg");
+  timeline->add_option("record", arguments.timeline.record, "what vboard record made")
+      ->required()
+      ->check(CLI::ExistingFile);
+  timeline->add_option("-o,--output", arguments.timeline.output, "the picture, SVG")->required();
+  timeline->add_option("--title", arguments.timeline.title, "its heading");
+
+  CLI::App* shell =
+      declare(app, "shell", "an interactive shell on the board", "shell --program build/vantorig");
+  shell->add_option("--program", arguments.shell_program, "the program that `vantorig` runs")
       ->capture_default_str();
-  shell_command->add_option("--speed", shell_options.speed, "board seconds per real second")
+  shell->add_option("--speed", arguments.shell.speed, "board seconds per real second")
       ->check(kSpeed);
 
-  DemoOptions demo_options;
-  auto* demo_command = app.add_subcommand("demo", "the main job, told step by step");
-  demo_command->add_option("--speed", demo_options.speed, "board seconds per real second")
+  CLI::App* demo = declare(app, "demo", "the main job, told step by step", "demo --speed 10");
+  demo->add_option("--speed", arguments.demo.speed, "board seconds per real second")
       ->check(kSpeed)
       ->capture_default_str();
-  demo_command->add_option("--program", demo_options.program, "the program under demonstration")
+  demo->add_option("--program", arguments.demo.program, "the program under demonstration")
       ->capture_default_str();
-  demo_command->add_option("--config", demo_options.config, "the hd.ini that the host sends")
+  demo->add_option("--config", arguments.demo.config, "the hd.ini that the host sends")
       ->capture_default_str();
+}
 
-  std::string trace_file;
-  auto* clean_command =
-      app.add_subcommand("clean", "a trace without times, threads and notes, to compare runs by");
-  clean_command->add_option("trace", trace_file, "a trace file")
+void declare_views(CLI::App& app, Arguments& arguments) {
+  CLI::App* show =
+      declare(app, "show", "the board as it stands: world, chips, encode", "show --json");
+  CLI::App* registers =
+      declare(app, "registers", "FPGA registers by name", "registers | grep VIDEO");
+  registers->add_flag("--markdown", arguments.markdown,
+                      "the register map as a Markdown table, without values");
+  CLI::App* operations = declare(
+      app, "operations", "what the world can do: commands, faults, standards", "operations");
+  operations->add_flag("--markdown", arguments.markdown, "as Markdown tables");
+  for (CLI::App* one : {show, registers, operations})
+    one->add_flag("--json", arguments.json, "as JSON");
+
+  CLI::App* clean =
+      declare(app, "clean", "a trace without times, threads and notes, to compare runs by",
+              "clean run.trace >run.clean");
+  clean->add_option("trace", arguments.trace_file, "a trace file")
       ->required()
       ->check(CLI::ExistingFile);
 
-  auto* show_command = app.add_subcommand("show", "the board as it stands: world, chips, encode");
-  bool register_map = false;
-  auto* registers_command = app.add_subcommand("registers", "FPGA registers by name");
-  registers_command->add_flag("--markdown", register_map,
-                              "the register map as a Markdown table, without values");
-  std::string dump_file;
-  auto* save_command = app.add_subcommand("save", "write the FPGA registers to a dump file");
-  auto* load_command =
-      app.add_subcommand("load", "set the FPGA registers from a dump, of a board or of save");
-  for (CLI::App* one : {save_command, load_command})
-    one->add_option("file", dump_file, "lines of \"0xADDRESS 0xVALUE\", or what -rdreg prints")
+  CLI::App* save =
+      declare(app, "save", "write the FPGA registers to a dump file", "save board.dump");
+  CLI::App* load = declare(app, "load", "set the FPGA registers from a dump, of a board or of save",
+                           "load --hold board.dump");
+  for (CLI::App* one : {save, load})
+    one->add_option("file", arguments.dump_file,
+                    "lines of \"0xADDRESS 0xVALUE\", or what -rdreg prints")
         ->required();
-  bool hold_registers = false;
-  load_command->add_flag("--hold", hold_registers,
-                         "keep also the registers that the FPGA fills as they are then, until the "
-                         "next load without it");
-  bool operations_markdown = false;
-  auto* operations_command =
-      app.add_subcommand("operations", "what the world can do: commands, faults, standards");
-  operations_command->add_flag("--markdown", operations_markdown, "as Markdown tables");
+  load->add_flag("--hold", arguments.hold,
+                 "keep also the registers that the FPGA fills as they are then, until the "
+                 "next load without it");
+}
 
-  std::vector<std::string> world_words;
-  std::string ac3_list;
-  std::vector<CLI::App*> world_apps;
+void declare_operations(CLI::App& app, Arguments& arguments) {
   for (const WorldCommand& operation : world_commands()) {
-    auto* one = app.add_subcommand(operation.name, operation.meaning);
-    one->footer(std::string("usage: vboard ") + operation.name + " " + operation.usage);
-    one->add_option("words", world_words, operation.usage);
+    CLI::App* one = declare(app, operation.name, operation.meaning, operation.example);
+    one->footer(std::string("Operation:\n  vboard ") + operation.name + " " + operation.usage +
+                "\n\n" + one->get_footer());
+    one->add_option("words", arguments.world_words, operation.usage);
     if (one->get_name() == "audio")
-      one->add_option("--ac3", ac3_list, "the source's AC-3 stream, as name=value,...");
-    world_apps.push_back(one);
+      one->add_option("--ac3", arguments.ac3_list, "the source's AC-3 stream, as name=value,...");
   }
+}
+
+// ---- doing what was said ---------------------------------------------------------------
+
+int run_or_record(Arguments& arguments, bool record) {
+  RunOptions& run = arguments.run;
+  if (!arguments.for_text.empty() && !seconds_of(arguments.for_text, &run.for_us))
+    return complain("--for wants a time such as 90, 5min or 2h");
+  if (!run.virtual_time && (run.for_us >= 0 || !run.script.empty()))
+    return complain("--for and --script need --virtual");
+  const BoardDirectory directory(arguments.board);
+  if (!record) return run_program(directory, run, arguments.command);
+  std::string problem;
+  const int status = make_record(directory, run, arguments.command, &problem);
+  return problem.empty() ? status : complain(problem);
+}
+
+int save_or_load(Arguments& arguments, Board& board, bool save) {
+  std::string problem;
+  if (!save && recording(board))
+    return complain("the run on this board is recorded, and a load would not be; load before it");
+  const bool done = save ? save_registers(board, arguments.dump_file, &problem)
+                         : load_registers(board, arguments.dump_file, arguments.hold, &problem);
+  return done ? 0 : complain(problem);
+}
+
+// The commands that look at a board or set its registers.
+int with_board(const std::string& word, Arguments& arguments) {
+  std::string problem;
+  const BoardDirectory place(arguments.board);
+  if (word == "load" && !place.prepare(&problem)) return complain(problem);
+  if (word != "load" && !fs::exists(place.state_file()))
+    return complain("no board in " + place.path().string() +
+                    "; name one with --board, or make one there with vboard run");
+  Board* board = place.map(&problem);
+  if (board == nullptr) return complain(problem);
+  clock_attach(board);
+  let_rest(place, *board);
+  Locked hold(*board);
+  if (word == "show") return show_board(*board, arguments.json);
+  if (word == "registers") return show_registers(*board, arguments.json);
+  return save_or_load(arguments, *board, word == "save");
+}
+
+int with_record(const std::string& word, const Arguments& arguments) {
+  std::string problem;
+  const int status = word == "replay" ? replay(arguments.replay, &problem)
+                                      : draw_timeline(arguments.timeline, &problem);
+  return problem.empty() ? status : complain(problem);
+}
+
+int follow(const std::string& word, Arguments& arguments) {
+  if (word == "run" || word == "record") return run_or_record(arguments, word == "record");
+  if (word == "replay" || word == "timeline") return with_record(word, arguments);
+  if (word == "shell") return shell(arguments.board, arguments.shell, arguments.shell_program);
+  if (word == "demo") return demo(arguments.demo);
+  if (word == "clean") return show_clean_trace(arguments.trace_file);
+  if (word == "operations") return print_operations(arguments.markdown, arguments.json);
+  if (word == "registers" && arguments.markdown) return print_register_map();
+  if (word == "show" || word == "registers" || word == "save" || word == "load")
+    return with_board(word, arguments);
+  std::vector<std::string> words = arguments.world_words;
+  words.insert(words.begin(), word);
+  if (!arguments.ac3_list.empty()) words.insert(words.end(), {"--ac3", arguments.ac3_list});
+  return change_world(arguments.board, words);
+}
+
+constexpr char kOverview[] =
+    "Example:\n"
+    "  vboard run --speed 5 -- build/vantorig -602     # in one terminal\n"
+    "  vboard source none                              # in another: pull the plug\n"
+    "\n"
+    "Each command explains itself with --help. Exit status: that of the program for run,\n"
+    "record and shell; 0 done, 1 demo failed or replay found a difference, 2 not understood,\n"
+    "125 vboard itself failed.";
+
+int run_vboard(int argc, char** argv) {
+  CLI::App app{"A virtual encoder board: runs the unmodified control program on any Linux PC."};
+  app.fallthrough();  // --board may stand behind the sub-command too
+  app.footer(kOverview);
+  Arguments arguments;
+  const char* default_board = getenv("VBOARD_BOARD");
+  arguments.board = default_board != nullptr ? default_board : "board";
+  app.add_option("-b,--board", arguments.board, "the board's directory")->capture_default_str();
+  declare_runs(app, arguments);
+  declare_views(app, arguments);
+  declare_operations(app, arguments);
   try {
     app.parse(argc, argv);
   } catch (const CLI::ParseError& error) {
@@ -213,46 +346,8 @@ int run_vboard(int argc, char** argv) {
     return app.exit(error) == 0 ? 0 : kUsage;
   }
   if (app.get_subcommands().empty()) return misused("a command is wanted");
-  if (directory.empty()) return misused("--board wants a directory");
-
-  if (run_command->parsed()) {
-    if (!for_text.empty() && !seconds_of(for_text, &options.for_us))
-      return complain("--for wants a time such as 90, 5min or 2h");
-    if (!options.virtual_time && (options.for_us >= 0 || !options.script.empty()))
-      return complain("--for and --script need --virtual");
-    return run(directory, options, command);
-  }
-  if (shell_command->parsed()) return shell(directory, shell_options, shell_program);
-  if (demo_command->parsed()) return demo(demo_options);
-  if (clean_command->parsed()) return show_clean_trace(trace_file);
-  if (operations_command->parsed()) return print_operations(operations_markdown);
-  if (registers_command->parsed() && register_map) return print_register_map();
-  if (show_command->parsed() || registers_command->parsed() || save_command->parsed() ||
-      load_command->parsed()) {
-    std::string problem;
-    const BoardDirectory place(directory);
-    if (load_command->parsed() && !place.prepare(&problem)) return complain(problem);
-    if (!load_command->parsed() && !fs::exists(place.state_file()))
-      return complain("no board in " + place.path().string());
-    Board* board = place.map(&problem);
-    if (board == nullptr) return complain(problem);
-    clock_attach(board);
-    let_rest(place, *board);
-    Locked hold(*board);
-    if (show_command->parsed()) return show_board(*board);
-    if (registers_command->parsed()) return show_registers(*board);
-    const bool done = save_command->parsed()
-                          ? save_registers(*board, dump_file, &problem)
-                          : load_registers(*board, dump_file, hold_registers, &problem);
-    return done ? 0 : complain(problem);
-  }
-  for (CLI::App* one : world_apps) {
-    if (!one->parsed()) continue;
-    world_words.insert(world_words.begin(), one->get_name());
-    if (!ac3_list.empty()) world_words.insert(world_words.end(), {"--ac3", ac3_list});
-    return change_world(directory, world_words);
-  }
-  return kUsage;
+  if (arguments.board.empty()) return misused("--board wants a directory");
+  return follow(app.get_subcommands()[0]->get_name(), arguments);
 }
 
 }  // namespace

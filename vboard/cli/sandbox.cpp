@@ -16,6 +16,7 @@
 
 #include "vboard/core/clock.h"
 #include "vboard/core/real.h"
+#include "vboard/core/record.h"
 
 namespace vboard {
 
@@ -59,6 +60,7 @@ std::vector<std::string> sandbox_command(const BoardDirectory& directory, const 
   };
   setenv("VBOARD_STATE", directory.state_file());
   if (!options.trace.empty()) setenv("VBOARD_TRACE", fs::absolute(options.trace));
+  if (!options.replay.empty()) setenv("VBOARD_REPLAY", fs::absolute(options.replay));
   if (!options.script.empty()) setenv("VBOARD_SCRIPT", fs::absolute(options.script));
   if (!options.host_log.empty()) setenv("VBOARD_HOST_LOG", fs::absolute(options.host_log));
   return command;
@@ -156,6 +158,18 @@ std::string sandbox_problem() {
          "user.max_user_namespaces above 0) or run as root.";
 }
 
+std::string read_file(const fs::path& path) {
+  if (fs::is_directory(path)) return {};
+  std::ifstream file(path, std::ios::binary);
+  return {std::istreambuf_iterator<char>(file), {}};
+}
+
+std::vector<std::string> as_seen_from_here(std::vector<std::string> command) {
+  if (!command.empty() && command[0].find('/') != std::string::npos)
+    command[0] = fs::absolute(command[0]);
+  return command;
+}
+
 fs::path helper(const std::string& name) {
   std::error_code ignored;
   const fs::path here = fs::read_symlink("/proc/self/exe", ignored).parent_path();
@@ -225,6 +239,9 @@ Run::Run(const BoardDirectory& directory, const RunOptions& options,
   clock.epoch_mono_ns = real::monotonic_ns();
   clock.limit_us = options.for_us < 0 ? -1 : clock.now_us + options.for_us;
   clock.running = 0;
+  if (options.record)
+    snprintf(board_->record_file, sizeof board_->record_file, "%s",
+             fs::absolute(options.trace).c_str());
   board_->link.to_board = {};  // nothing is left in the air from an earlier run
   board_->link.to_host = {};
   board_->link.settled = true;
@@ -269,6 +286,7 @@ void come_to_rest(Board& board) {
   // A machine that was started anew counts from nought again.
   board.clock.now_us = std::max(board.clock.now_us, board_now_us());
   board.clock.running = 0;
+  board.record_file[0] = '\0';
   board.encoder.pid = 0;
   board.encoder.streaming = false;
 }
@@ -292,6 +310,7 @@ int Run::wait() {
   }
   child_ = -1;
   const bool started = board_->clock.running > 0;
+  record(*board_, kBoardActs, "ended " + std::to_string(status_of(status)));
   finish();
   if (!started && (status_of(status) == 1 || status_of(status) == kNotFound))
     problem_ = sandbox_problem();

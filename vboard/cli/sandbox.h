@@ -44,6 +44,8 @@ struct RunOptions {
   std::string trace;         // file, "" for none
   std::string script;        // file, "" for none
   std::string host_log;      // file, "" for standard output
+  bool record = false;       // the trace becomes a record
+  std::string replay;        // record whose host and world act, "" for none
   bool shell = false;        // an interactive shell with the program on its path
 };
 
@@ -83,6 +85,12 @@ class Run {
 
 // Why the sandbox cannot be set up on this machine; "" when it can.
 std::string sandbox_problem();
+
+// A program named by a path is meant where the user stands, not on the board.
+std::vector<std::string> as_seen_from_here(std::vector<std::string> command);
+
+// The bytes of a file; "" when it cannot be read.
+std::string read_file(const std::filesystem::path& path);
 
 // Where the program's own helpers lie (preload library, encode): beside this
 // executable, or in lib/vboard of an installation. "" when missing.

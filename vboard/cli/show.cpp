@@ -3,6 +3,7 @@
 
 #include <cstdio>
 #include <fstream>
+#include <nlohmann/json.hpp>
 #include <string>
 
 #include "hw/fpga_registers.h"
@@ -13,33 +14,9 @@
 
 namespace vboard {
 
+using nlohmann::ordered_json;
+
 namespace {
-
-const char* name_of(VideoSource source) {
-  switch (source) {
-    case VideoSource::kNone:
-      return "none";
-    case VideoSource::kComponent:
-      return "component";
-    case VideoSource::kVga:
-      return "vga";
-    case VideoSource::kComposite:
-      return "composite";
-  }
-  return "?";
-}
-
-const char* name_of(AudioSource source) {
-  switch (source) {
-    case AudioSource::kNone:
-      return "none";
-    case AudioSource::kDigital:
-      return "digital";
-    case AudioSource::kDsp:
-      return "dsp";
-  }
-  return "?";
-}
 
 const char* name_of(RegAccess access) {
   switch (access) {
@@ -82,13 +59,66 @@ std::string invocation_of(std::string name, const std::string& usage) {
   return name;
 }
 
+// ---- JSON ----------------------------------------------------------------------------
+
+int print_json(const ordered_json& value) {
+  printf("%s\n", value.dump(2).c_str());
+  return 0;
+}
+
+ordered_json json_of(const Board& board) {
+  ordered_json out;
+  out["time_s"] = static_cast<double>(board_now_us()) / 1e6;
+  out["video"] = {{"source", source_name(board.world.video)},
+                  {"frames_per_second", board.world.fps_milli / 1000.0}};
+  out["audio"] = {{"source", source_name(board.world.audio)}};
+  out["encode"] = {{"running", board.encoder.pid != 0},
+                   {"launches", board.encoder.launches},
+                   {"streaming", board.encoder.streaming}};
+  out["buffers"] = {{"video", board.fpga.video_level}, {"audio", board.fpga.audio_level}};
+  out["dsp"] = {{"firmware", board.dsp.has_firmware}, {"running", board.dsp.running}};
+  out["link"] = {{"bytes_from_host", board.link.to_board.head},
+                 {"bytes_to_host", board.link.to_host.head}};
+  out["violations"] = {{"count", board.violations.count}, {"first", board.violations.first}};
+  return out;
+}
+
+ordered_json registers_json(Board& board, std::int64_t now_us) {
+  ordered_json all = ordered_json::array();
+  for (const FpgaRegister& one : kFpgaRegisters)
+    all.push_back({{"address", one.address},
+                   {"name", one.name},
+                   {"access", name_of(one.access)},
+                   {"value", fpga_peek(board, now_us, one.address)},
+                   {"meaning", one.meaning}});
+  return all;
+}
+
+template <class Table>
+ordered_json table_json(const Table& table) {
+  ordered_json all = ordered_json::array();
+  for (const auto& one : table)
+    all.push_back({{"name", one.name}, {"usage", one.usage}, {"meaning", one.meaning}});
+  return all;
+}
+
+ordered_json operations_json() {
+  ordered_json standards = ordered_json::array();
+  for (const WorldStandard& one : world_standards())
+    standards.push_back({{"name", one.name}, {"frames_per_second", one.fps_milli / 1000.0}});
+  return {{"operations", table_json(world_commands())},
+          {"faults", table_json(world_faults())},
+          {"standards", standards}};
+}
+
 }  // namespace
 
-int show_board(const Board& board) {
+int show_board(const Board& board, bool as_json) {
+  if (as_json) return print_json(json_of(board));
   printf("time      %.3f s\n", static_cast<double>(board_now_us()) / 1e6);
-  printf("video     %s, %.3f frames/s\n", name_of(board.world.video),
+  printf("video     %s, %.3f frames/s\n", source_name(board.world.video),
          board.world.fps_milli / 1000.0);
-  printf("audio     %s\n", name_of(board.world.audio));
+  printf("audio     %s\n", source_name(board.world.audio));
   printf("encode    %s, launched %u times, %s\n",
          board.encoder.pid != 0 ? "running" : "not running", board.encoder.launches,
          board.encoder.streaming ? "streaming" : "not streaming");
@@ -102,8 +132,9 @@ int show_board(const Board& board) {
   return 0;
 }
 
-int show_registers(Board& board) {
+int show_registers(Board& board, bool as_json) {
   const std::int64_t now_us = board_now_us();
+  if (as_json) return print_json(registers_json(board, now_us));
   for (const FpgaRegister& one : kFpgaRegisters)
     printf("0x%04x  %-24s 0x%04x  %s\n", static_cast<unsigned>(one.address), one.name,
            fpga_peek(board, now_us, one.address), one.meaning);
@@ -119,7 +150,8 @@ int print_register_map() {
   return 0;
 }
 
-int print_operations(bool markdown) {
+int print_operations(bool markdown, bool as_json) {
+  if (as_json) return print_json(operations_json());
   print_heading(markdown, "Operation", "What it does");
   for (const WorldCommand& one : world_commands())
     print_operation(markdown, invocation_of(one.name, one.usage), one.meaning);

@@ -7,19 +7,19 @@
 
 namespace vboard {
 
-// World, chips, encode and link in a few lines. Returns 0.
-int show_board(const Board& board);
+// World, chips, encode and link in a few lines, or as JSON. Returns 0.
+int show_board(const Board& board, bool as_json);
 
 // Every FPGA register with its name and the value that a read would give. Returns 0.
-int show_registers(Board& board);
+int show_registers(Board& board, bool as_json);
 
 // The register map as a Markdown table: address, name, access, meaning. Needs no
 // board. Returns 0.
 int print_register_map();
 
 // What the world can do: commands, faults and video standards, as a table for a
-// terminal or in Markdown. Needs no board. Returns 0.
-int print_operations(bool markdown);
+// terminal, in Markdown or as JSON. Needs no board. Returns 0.
+int print_operations(bool markdown, bool as_json);
 
 // A trace file's clean lines. Returns 0.
 int show_clean_trace(const std::string& file);

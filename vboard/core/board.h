@@ -14,7 +14,7 @@
 namespace vboard {
 
 inline constexpr std::uint32_t kBoardMagic = 0x44524256;  // "VBRD"
-inline constexpr std::uint32_t kBoardVersion = 1;
+inline constexpr std::uint32_t kBoardVersion = 2;
 
 // ---- time -----------------------------------------------------------------
 enum class TimeMode : std::uint32_t { kReal, kScaled, kVirtual };
@@ -257,6 +257,8 @@ struct Violations {  // things a driver must not do: undocumented registers, bad
   char first[160] = {};
 };
 
+inline constexpr std::size_t kLongestPath = 4096;
+
 struct Board {
   std::uint32_t magic = kBoardMagic;
   std::uint32_t version = kBoardVersion;
@@ -279,6 +281,7 @@ struct Board {
   EncoderState encoder;
   Violations violations;
   std::uint64_t trace_sequence = 0;
+  char record_file[kLongestPath] = {};  // the run is recorded there; "" when it is not
 };
 
 // Holds the board's lock, which is shared by processes and survives the death

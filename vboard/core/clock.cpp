@@ -35,6 +35,7 @@ struct Participant {
   char name[16] = {};
   bool waiting = false;
   bool chosen = false;
+  bool watcher = false;
   std::int64_t deadline = 0;
   WaitFor what = WaitFor::kNothing;
   std::uint64_t ticket = 0;  // order of going to wait; equal deadlines go by it
@@ -83,10 +84,18 @@ Participant* earliest() {
   return best;
 }
 
+// A watcher that is due keeps no run going.
+bool all_but_watchers_wait_for_ever() {
+  for (const Participant& one : participants())
+    if (one.waiting && !one.watcher && wake_time(one) != kNever) return false;
+  return true;
+}
+
 // Hands the baton to the waiter that is due first, and moves the clock to it. At
 // the end of a run it goes to the main thread, which ends it.
 void hand_on() {
   Participant* next = earliest();
+  if (next != nullptr && next->watcher && all_but_watchers_wait_for_ever()) next = nullptr;
   ClockState& clock = board_->clock;
   const bool beyond = next == nullptr || (clock.limit_us >= 0 && wake_time(*next) > clock.limit_us);
   if (beyond) {
@@ -176,6 +185,18 @@ bool board_wait(WaitFor what, std::int64_t timeout_us) {
       virtual_time() ? virtual_wait(what, timeout_us) : machine_wait(what, timeout_us);
   heartbeat();
   return result;
+}
+
+void become_watcher() {
+  std::unique_lock<std::mutex> held(baton);
+  participants()[static_cast<std::size_t>(self)].watcher = true;
+}
+
+void watcher_wait(std::int64_t microseconds) {
+  if (virtual_time())
+    virtual_wait(WaitFor::kNothing, microseconds);
+  else
+    machine_wait(WaitFor::kNothing, microseconds);
 }
 
 void board_cost(std::int64_t microseconds) {

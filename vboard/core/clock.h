@@ -33,6 +33,11 @@ std::int64_t board_now_us();
 // deadline. timeout_us may be kForever.
 bool board_wait(WaitFor what, std::int64_t timeout_us);
 
+// The calling thread only watches the board: its waits bring about nothing, and a
+// virtual run is over when nobody else waits for a time.
+void become_watcher();
+void watcher_wait(std::int64_t microseconds);
+
 // What a device call costs in virtual time, so that polling loops end.
 void board_cost(std::int64_t microseconds);
 

@@ -8,6 +8,7 @@
 #include <optional>
 
 #include "vboard/core/clock.h"
+#include "vboard/core/record.h"
 #include "vboard/models/bus.h"
 #include "vboard/models/fpga.h"
 
@@ -93,6 +94,12 @@ struct Named {
   const char* name;
   T value;
 };
+
+template <class Table, class T>
+const char* name_of(const Table& table, T value) {
+  const auto found = std::ranges::find(table, value, [](const auto& one) { return one.value; });
+  return found == std::ranges::end(table) ? "?" : found->name;
+}
 
 constexpr Named<VideoSource> kVideoSources[] = {{"component", VideoSource::kComponent},
                                                 {"vga", VideoSource::kVga},
@@ -538,15 +545,17 @@ bool faults(Board& board, const Words& arguments, std::string& error) {
 }
 
 constexpr WorldCommand kCommands[] = {
-    {"source", "component|vga|composite|none", "plug a video source in, or pull it", source},
+    {"source", "component|vga|composite|none", "plug a video source in, or pull it", "source vga",
+     source},
     {"set-standard", "NAME|FPS", "what the video source sends, by name or frames per second",
-     set_standard},
-    {"captions", "on|off", "closed captions in the composite signal", captions},
+     "set-standard 720p60", set_standard},
+    {"captions", "on|off", "closed captions in the composite signal", "captions on", captions},
     {"audio", "digital|dsp|none [--ac3 bitrate=KBPS,rate=KHZ,acmod=N,bsid=N,...]",
-     "plug an audio source in, or pull it; describe its AC-3 stream", audio},
-    {"encode", "crash", "kill the running encode", encode},
-    {"fault", "NAME [ARGUMENTS] [off]", "break something, or mend it", fault},
-    {"faults", "clear", "mend everything", faults},
+     "plug an audio source in, or pull it; describe its AC-3 stream",
+     "audio dsp bitrate=192,rate=48", audio},
+    {"encode", "crash", "kill the running encode", "encode crash", encode},
+    {"fault", "NAME [ARGUMENTS] [off]", "break something, or mend it", "fault i2c-fail 5c", fault},
+    {"faults", "clear", "mend everything", "faults clear", faults},
 };
 
 }  // namespace
@@ -554,6 +563,9 @@ constexpr WorldCommand kCommands[] = {
 std::span<const WorldCommand> world_commands() { return kCommands; }
 std::span<const WorldFault> world_faults() { return kFaults; }
 std::span<const WorldStandard> world_standards() { return kStandards; }
+
+const char* source_name(VideoSource source) { return name_of(kVideoSources, source); }
+const char* source_name(AudioSource source) { return name_of(kAudioSources, source); }
 
 bool world_command(Board& board, std::string_view line, std::string& error) {
   error.clear();
@@ -564,7 +576,10 @@ bool world_command(Board& board, std::string_view line, std::string& error) {
   words.erase(words.begin());
   // What has passed so far went by the old world.
   fpga_advance(board, board_now_us());
-  if (command->run(board, words, error)) return true;
+  if (command->run(board, words, error)) {
+    record(board, kWorldActs, std::string(line));
+    return true;
+  }
   error = std::string(command->name) + ": " + error;
   return false;
 }

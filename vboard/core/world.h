@@ -19,6 +19,7 @@ struct WorldCommand {
   const char* name;
   const char* usage;    // what follows the name
   const char* meaning;  // one line
+  const char* example;
   bool (*run)(Board& board, const Words& arguments, std::string& error);
 };
 
@@ -41,6 +42,10 @@ struct WorldStandard {
 std::span<const WorldCommand> world_commands();
 std::span<const WorldFault> world_faults();
 std::span<const WorldStandard> world_standards();
+
+// A source's word in an operation.
+const char* source_name(VideoSource source);
+const char* source_name(AudioSource source);
 
 // Does the operation that `line` names. Returns false with a reason in `error`;
 // nothing has changed then. The caller holds the board's lock.

@@ -5,18 +5,25 @@
 //   VBOARD_TRACE   trace file, appended
 //   VBOARD_SCRIPT  script of a host and of the world, virtual time only
 //   VBOARD_HOST_LOG  what the scripted host saw; standard output when unset
+//   VBOARD_REPLAY  record whose host and world act, virtual time only
 #include <fcntl.h>
+#include <pthread.h>
 #include <unistd.h>
 
+#include <atomic>
+#include <cctype>
 #include <cerrno>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <mutex>
 #include <string>
+#include <string_view>
 
 #include "vboard/core/clock.h"
 #include "vboard/core/real.h"
+#include "vboard/core/record.h"
+#include "vboard/core/replay.h"
 #include "vboard/core/script.h"
 #include "vboard/core/trace.h"
 #include "vboard/interpose/seam.h"
@@ -47,21 +54,20 @@ void flush_trace() {
   trace_file->used = 0;
 }
 
-void append_trace(const char* clean) {
-  Board& board = board_of_process();
-  char line[1200];
-  const char* thread = thread_name();
-  const std::string note = trace_note(clean);
-  const int size = snprintf(line, sizeof line, "%llu %.6f %s %s%s%s\n",
-                            static_cast<unsigned long long>(
-                                __atomic_add_fetch(&board.trace_sequence, 1, __ATOMIC_RELAXED)),
-                            static_cast<double>(board_now_us()) / 1e6, thread, clean,
-                            note.empty() ? "" : kTraceNote, note.c_str());
+void append_line(const std::string& line) {
   std::lock_guard<std::mutex> hold(trace_file->lock);
-  if (trace_file->used + static_cast<std::size_t>(size) > sizeof trace_file->buffer) flush_trace();
-  memcpy(trace_file->buffer + trace_file->used, line, static_cast<std::size_t>(size));
-  trace_file->used += static_cast<std::size_t>(size);
-  if (board.clock.mode != TimeMode::kVirtual) flush_trace();
+  if (trace_file->used + line.size() > sizeof trace_file->buffer) flush_trace();
+  memcpy(trace_file->buffer + trace_file->used, line.data(), line.size());
+  trace_file->used += line.size();
+  if (board_of_process().clock.mode != TimeMode::kVirtual) flush_trace();
+}
+
+std::atomic<unsigned long> operations = 0;
+unsigned long operations_done() { return operations; }
+
+void append_trace(const char* clean) {
+  append_line(trace_file_line(board_of_process(), thread_name(), clean));
+  ++operations;
 }
 
 void open_trace(const char* path) {
@@ -81,8 +87,48 @@ void at_exit() {
   if (trace_file->fd >= 0) flush_trace();
 }
 
+// ---- what a record holds besides ----------------------------------------------------
+
+// Standard output in a stream of its own, so that each line is known as it comes.
+ssize_t hear(void* /*cookie*/, const char* data, std::size_t size) {
+  static std::mutex lock;
+  static std::string line;
+  std::lock_guard<std::mutex> hold(lock);
+  for (const char c : std::string_view(data, size)) {
+    if (c != '\n') {
+      line += isprint(static_cast<unsigned char>(c)) != 0 ? c : ' ';
+      continue;
+    }
+    if (!line.empty()) record(board_of_process(), thread_name(), std::string(kSaysPrefix) + line);
+    line.clear();
+  }
+  const ssize_t wrote = real::write(STDOUT_FILENO, data, size);
+  return wrote < 0 ? 0 : wrote;  // a cookie reports failure as 0
+}
+
+void* watch_board(void* given) {
+  enter_thread(static_cast<int>(reinterpret_cast<std::intptr_t>(given)));
+  become_watcher();
+  for (;;) {
+    record_board(board_of_process(), seam::shared_block(), board_now_us());
+    watcher_wait(kWatchInterval_us);
+  }
+}
+
+void start_recording() {
+  set_record_sink(append_line);
+  cookie_io_functions_t calls = {};
+  calls.write = hear;
+  if (FILE* heard = fopencookie(nullptr, "w", calls)) stdout = heard;
+  void* id = reinterpret_cast<void*>(static_cast<std::intptr_t>(announce_thread("board")));
+  pthread_t thread = {};
+  real::pthread_create(&thread, nullptr, watch_board, id);
+  pthread_detach(thread);
+}
+
 // The operator stops the program: nothing of it gets to run any more.
 void stop_program() {
+  record(board_of_process(), kBoardActs, "stopped");
   at_exit();
   _exit(0);
 }
@@ -103,6 +149,8 @@ __attribute__((constructor)) void begin() {
   seam::start(*board, settings);
   __atomic_add_fetch(&board->clock.running, 1, __ATOMIC_RELAXED);
   if (const char* path = getenv("VBOARD_TRACE")) open_trace(path);
+  if (recording(*board) && trace_file != nullptr) start_recording();
+  if (const char* record_file = getenv("VBOARD_REPLAY")) start_replay(record_file, operations_done);
   if (const char* script = getenv("VBOARD_SCRIPT"))
     start_script(script, getenv("VBOARD_HOST_LOG"), stop_program);
   atexit(at_exit);

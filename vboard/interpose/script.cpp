@@ -15,6 +15,7 @@
 #include "melk/commands.h"
 #include "vboard/core/clock.h"
 #include "vboard/core/real.h"
+#include "vboard/core/record.h"
 #include "vboard/core/world.h"
 #include "vboard/models/bus.h"
 
@@ -116,10 +117,16 @@ std::vector<Step> read_script(const char* file) {
   return steps;
 }
 
+// A wait of the scripted host; what lives beside the program acts at its end.
+void host_wait(WaitFor what, std::int64_t timeout_us) {
+  board_wait(what, timeout_us);
+  record_look(board_of_process());
+}
+
 void do_link(const Step& step, FILE* log, Board& board) {
   fputs("link", log);
   for (const std::string& word : step.words) {
-    board_wait(WaitFor::kBoardTook, kTakenLimit_us);
+    host_wait(WaitFor::kBoardTook, kTakenLimit_us);
     std::uint8_t in = 0;
     const auto out = static_cast<std::uint8_t>(strtoul(word.c_str(), nullptr, 16));
     Locked hold(board);
@@ -130,7 +137,7 @@ void do_link(const Step& step, FILE* log, Board& board) {
       fprintf(log, " %02x>--", out);
   }
   fputs("\n", log);
-  board_wait(WaitFor::kBoardTook, kTakenLimit_us);
+  host_wait(WaitFor::kBoardTook, kTakenLimit_us);
 }
 
 void do_collect(const Step& step, FILE* log, Board& board) {
@@ -182,7 +189,7 @@ void* run_script(void* given) {
   enter_thread(script.thread_id);
   for (const Step& step : script.steps) {
     const std::int64_t wait_us = step.relative ? step.time_us : step.time_us - board_now_us();
-    if (step.time_us >= 0 && wait_us > 0) board_wait(WaitFor::kNothing, wait_us);
+    if (step.time_us >= 0 && wait_us > 0) host_wait(WaitFor::kNothing, wait_us);
     do_step(step, script, board);
   }
   leave_thread();

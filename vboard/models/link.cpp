@@ -7,6 +7,7 @@
 #include <string>
 
 #include "vboard/core/clock.h"
+#include "vboard/core/record.h"
 #include "vboard/core/trace.h"
 #include "vboard/models/bus.h"
 
@@ -67,6 +68,13 @@ long link_board_write(Board& board, const std::uint8_t* data, std::size_t size) 
 
 bool link_host_transfer(Board& board, std::uint8_t out, std::uint8_t* in) {
   const bool had = take(board.link.to_host, in);
+  if (recording(board)) {
+    char back[4] = "--";
+    if (had) snprintf(back, sizeof back, "%02x", *in);
+    char text[24];
+    snprintf(text, sizeof text, "link %02x -> %s", out, back);
+    record(board, kHostActs, text);
+  }
   put(board.link.to_board, out);
   link_changed(board);
   return had;

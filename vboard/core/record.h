@@ -1,0 +1,78 @@
+// A record: a trace that holds what came from outside as well, so that the run can
+// be played again and drawn.
+//
+// Lines of a record have the shape of trace lines; in the place of the thread
+// stands who acted:
+//   host link 02 -> --         one transfer: what the host clocked out, what came back
+//   host fifo 1f 8b ...        a block into the FPGA's update FIFO
+//   host looks                 a wait of the scripted host ended here
+//   world source none          an operation on the world
+//   main says TEXT             a line that the program printed
+//   board levels 40.0 24.0     the board as it was seen twice a second, when it changed:
+//   board encode streams         buffer levels, the encoder, what is plugged in
+//   board video component
+//   board audio digital
+//   board stopped              the operator stopped the program
+//   board ended 0              the program's exit status
+#pragma once
+
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "hw/shared_memory_davinci.h"
+#include "vboard/core/board.h"
+
+namespace vboard {
+
+inline constexpr char kHostActs[] = "host";
+inline constexpr char kWorldActs[] = "world";
+inline constexpr char kBoardActs[] = "board";
+inline constexpr std::string_view kSaysPrefix = "says ";
+
+inline constexpr std::int64_t kWatchInterval_us = 500000;
+
+// Takes one finished line, its line end included.
+using RecordSink = void (*)(const std::string& line);
+
+// Where the lines of this process go. A process without a sink appends them to the
+// file that the board names.
+void set_record_sink(RecordSink sink);
+
+// True while a run on this board is recorded.
+bool recording(const Board& board);
+
+// Adds a line when the run is recorded.
+void record(Board& board, const char* who, const std::string& what);
+
+// The scripted host has waited: whatever lives beside the program acted then.
+void record_look(Board& board);
+
+// Adds what has changed on the board since the last call, at its time now_us. Board
+// and block, which may be null, are left as they are.
+void record_board(Board& board, const SharedBlock* block, std::int64_t now_us);
+
+// A line of a trace or a record, as the file holds it.
+std::string trace_file_line(Board& board, const char* who, const std::string& what);
+
+// ---- reading one -----------------------------------------------------------------
+
+enum class RecordKind { kOperation, kSays, kHost, kWorld, kBoard };
+
+struct RecordLine {
+  RecordKind kind = RecordKind::kOperation;
+  unsigned long long sequence = 0;
+  std::int64_t time_us = 0;
+  std::string who;
+  std::string what;  // clean; of kSays what was said
+};
+
+// What stands behind "# " in a line of a record's head.
+using RecordHead = std::vector<std::string>;
+
+// The lines of a record in the order of their sequence. `problem` says why it is
+// none, or stays empty.
+std::vector<RecordLine> read_record(const char* file, std::string* problem,
+                                    RecordHead* head = nullptr);
+
+}  // namespace vboard
