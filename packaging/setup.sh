@@ -23,6 +23,31 @@ need_packages() {
   }
 }
 
+# try_arm_packages: the cross compiler, musl for the board and the emulator. Installs
+# them as root; where they cannot be had, says so and fails.
+try_arm_packages() {
+  wanted='g++-arm-linux-gnueabi musl-dev:armel qemu-user-static'
+  missing=
+  for package in $wanted; do
+    dpkg-query -W -f '${Status}' "$package" 2>/dev/null | grep -q 'install ok installed' ||
+      missing="$missing $package"
+  done
+  [ -z "$missing" ] && return 0
+  if [ "$(id -u)" -ne 0 ]; then
+    echo "Skipped: these packages are not installed:$missing"
+    echo "Install them with: sudo dpkg --add-architecture armel && sudo apt-get update &&" \
+      "sudo apt-get install$missing"
+    return 1
+  fi
+  echo "Installing packages:$missing"
+  # shellcheck disable=SC2086
+  { dpkg --add-architecture armel && apt-get update && DEBIAN_FRONTEND=noninteractive \
+    apt-get install -y --no-install-recommends $missing; } >/dev/null || {
+    echo "Skipped: these packages could not be installed:$missing"
+    return 1
+  }
+}
+
 # build DIRECTORY [TARGET...]: builds quietly; shows what went wrong.
 build() {
   place=$1
