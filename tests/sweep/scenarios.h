@@ -10,13 +10,29 @@
 struct Scenario {
   std::string name;
   double limit_s = 0;                  // board time within which it is over, failures included
-  bool endless = false;                // runs until the limit in any case
-  bool may_exit = false;               // the program ends itself with status 1, 2 or 3
-  int extra_handles = 0;               // that a failure may leave open, beyond those always left
-  std::vector<std::string> arguments;  // a bench command, or
-  std::function<void(Host&)> host;     // what a host does to the service,
-  std::function<void(Host&)> before = nullptr;  // after this, where no call fails
-  std::function<void(vboard::Bench&)> prepare = nullptr;
+  std::vector<std::string> arguments;  // the command line, or
+  std::function<void()> call;          // an operation that no option reaches
+
+  // The service beside a host: what the host does while calls fail, before that,
+  // and behind it. Null `host`: a command alone.
+  std::function<void(Host&)> host;
+  std::function<void(Host&)> before;
+  std::function<void(Host&)> after;
+  std::function<void(vboard::Bench&)> prepare;  // the board, before the program starts
+
+  bool endless = false;   // runs until the limit in any case
+  int extra_handles = 0;  // that a failure may leave open, beyond those always left
+  std::vector<int> ends;  // statuses other than 0 with which the process may end
+  int code = -1;          // the host command it is about
+  bool watched = true;    // the service supervises what it has configured
+  int cause = 0;          // what status_vantorig shows when nothing fails
+  long at_most = 0;       // points that stand for all, where thousands of calls are alike; 0: all
 };
 
 const std::vector<Scenario>& scenarios();
+
+// The configuration that the known-good state comes from.
+void send_usual_configuration(Host& host);
+
+// A host command of the program's table that no scenario is about, or -1.
+int command_left_out();

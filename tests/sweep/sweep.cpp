@@ -1,178 +1,40 @@
 // The sweep of failing calls.
 //
 // Counts every call of a scenario that could fail, then runs the scenario again
-// with the n-th of them failing, for every n: once, and from there on. After each
-// such point the program must not have crashed, must be done within its time (or
-// still serve), must not have left more handles open than it is known to, and,
-// with the failures over, a configuration must bring the known-good state back.
-#include <dirent.h>
-#include <fcntl.h>
+// with the n-th of them failing, for every n: once, from there on, and, where a
+// call moves bytes, by moving fewer. After each such point the program must not
+// have crashed, must be done within its time (or still serve), must have said what
+// it is known to say, must not have left more handles open than it is known to,
+// and, with the failures over, a configuration must bring the known-good state back.
+#include <sys/resource.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
 #include <CLI/CLI.hpp>
 #include <algorithm>
 #include <cstdio>
+#include <map>
 #include <random>
 
-#include "app/command_line.h"
-#include "hw/fpga_registers.h"
-#include "state/service_flags.h"
-#include "tests/sweep/scenarios.h"
+#include "tests/sweep/run.h"
 
-using vboard::Bench;
-namespace seam = vboard::seam;
+using vboard::seam::Failing;
+using vboard::seam::SweptCall;
+
+// A report of the address sanitizer is no exit status of the program's own.
+extern "C" const char* __asan_default_options() { return "exitcode=99"; }
 
 namespace {
 
-struct Point {
-  const Scenario* scenario;
-  long call;
-  bool sticky;
-};
-
-enum Verdict : int {
-  kGood = 0,
-  kUnbounded = 40,
-  kHandles = 41,
-  kNotBack = 42,
-};
-
-struct Outcome {
-  int status = 0;  // exit status, or 128 + signal
-  long calls = 0;
-  int handles = 0;
-  char failed[96] = {};
-};
-
-int open_files() {
-  int count = 0;
-  DIR* directory = opendir("/proc/self/fd");
-  while (directory != nullptr && readdir(directory) != nullptr) ++count;
-  if (directory != nullptr) closedir(directory);
-  return count;
-}
-
-// ---- a point, in a process of its own ------------------------------------------
-
-// Registers that a configuration sets, and what they hold on a good board.
-bool known_good(const Bench& bench) {
-  static constexpr struct {
-    int address;
-    int value;
-  } kGoodValues[] = {
-      {kRegFramePeriod, 14400},  {kRegPidVideo, 256},      {kRegPidAudio, 257},
-      {kRegPidPcr, 256},         {kRegVideoCodec3, 44640}, {kRegOutputInterval, 13651},
-      {kRegAc3FrameBytes, 1536}, {kRegSampleRate, 2880},   {kRegControl, 6}};
-  return std::all_of(std::begin(kGoodValues), std::end(kGoodValues),
-                     [&bench](const auto& one) { return bench.fpga(one.address) == one.value; });
-}
-
-// The host's thread is known to end, and says why, or was never made; and a
-// register device that did not open at the start is never opened again.
-bool known_end(const std::string& output, const std::string& failed) {
-  for (const char* text : {"SPI: select error", "in IOCTL - LED", "(/dev/spislave)", "for LEDs",
-                           "cannot map SNMP", "Cannot access SPI port (/dev/fpga)\n"})
-    if (output.find(text) != std::string::npos) return true;
-  return failed.rfind("pthread_create", 0) == 0;
-}
-
-// Two configurations: the first after a start finds the digital audio not yet
-// enabled.
-void recover(Host& host) {
-  seam::stop_sweep();
-  host.wait(60);
-  host.take();
-  for (int again = 0; again < 2; ++again) {
-    host.send_config(example_config());
-    host.wait(60);
+const char* name_of(Failing how) {
+  switch (how) {
+    case Failing::kOnce:
+      return "once";
+    case Failing::kSticky:
+      return "sticky";
+    case Failing::kShort:
+      return "short";
   }
-}
-
-int run_service(const Scenario& scenario, const Point& point, Outcome* outcome) {
-  ServiceBench service;
-  if (scenario.prepare) scenario.prepare(service.bench);
-  int handles = 0;
-  bool served = false;
-  const int before = open_files();
-  service.run(scenario.limit_s + 400, [&](Host& host) {
-    if (scenario.before) scenario.before(host);
-    seam::start_sweep(point.call, point.sticky);
-    scenario.host(host);
-    outcome->calls = seam::sweep_calls();
-    handles = open_files() - before;
-    recover(host);
-    served = true;
-    host.wait(300);
-  });
-  outcome->handles = handles;
-  const std::string failed = seam::sweep_failed_call();
-  snprintf(outcome->failed, sizeof outcome->failed, "%s", failed.c_str());
-  const std::string output = service.bench.output();
-  const bool back = global_status == kStatusHealthy && known_good(service.bench) &&
-                    service.bench.board().encoder.streaming;
-  if (back || known_end(output, failed)) return kGood;
-  return served ? kNotBack : kUnbounded;
-}
-
-int run_command(const Scenario& scenario, const Point& point, Outcome* outcome) {
-  Bench bench;
-  if (scenario.prepare) scenario.prepare(bench);
-  std::vector<std::string> words = {"vantorig"};
-  words.insert(words.end(), scenario.arguments.begin(), scenario.arguments.end());
-  std::vector<char*> argv;
-  for (std::string& word : words) argv.push_back(word.data());
-  argv.push_back(nullptr);
-  const int before = open_files();
-  seam::start_sweep(point.call, point.sticky);
-  const bool ended = bench.run_for(static_cast<std::int64_t>(scenario.limit_s * 1e6), [&] {
-    run_command_line(static_cast<int>(words.size()), argv.data());
-  });
-  outcome->calls = seam::sweep_calls();
-  outcome->handles = open_files() - before;
-  snprintf(outcome->failed, sizeof outcome->failed, "%s", seam::sweep_failed_call().c_str());
-  seam::stop_sweep();
-  return ended || scenario.endless ? kGood : kUnbounded;
-}
-
-Outcome run_point(const Point& point) {
-  int channel[2] = {-1, -1};
-  Outcome outcome;
-  if (pipe(channel) != 0) return outcome;
-  fflush(stdout);
-  const pid_t child = fork();
-  if (child == 0) {
-    // What the scenario prints is its own affair; only the verdict counts.
-    const int nowhere = open("/dev/null", O_WRONLY | O_CLOEXEC);
-    dup2(nowhere, STDOUT_FILENO);
-    dup2(nowhere, STDERR_FILENO);
-    const Scenario& scenario = *point.scenario;
-    const int verdict = scenario.host ? run_service(scenario, point, &outcome)
-                                      : run_command(scenario, point, &outcome);
-    if (write(channel[1], &outcome, sizeof outcome) != sizeof outcome) _exit(99);
-    _exit(verdict);
-  }
-  close(channel[1]);
-  Outcome told;
-  if (read(channel[0], &told, sizeof told) == sizeof told) outcome = told;
-  close(channel[0]);
-  int status = 0;
-  waitpid(child, &status, 0);
-  outcome.status = WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
-  return outcome;
-}
-
-// ---- all points ---------------------------------------------------------------------
-
-std::string judge(const Point& point, const Outcome& outcome, int usual_handles) {
-  if (outcome.status > 128) return "killed by signal " + std::to_string(outcome.status - 128);
-  if (outcome.status == kUnbounded) return "not done within its time";
-  if (outcome.status == kNotBack) return "the good state did not come back";
-  const bool own_exit = point.scenario->may_exit && outcome.status >= 1 && outcome.status <= 3;
-  if (outcome.status != kGood && !own_exit) return "exit status " + std::to_string(outcome.status);
-  if (outcome.handles > usual_handles + point.scenario->extra_handles)
-    return std::to_string(outcome.handles) + " handles left open, usually " +
-           std::to_string(usual_handles);
   return "";
 }
 
@@ -181,41 +43,13 @@ struct Tally {
   long failures = 0;
 };
 
-void try_point(const Point& point, int usual_handles, Tally* tally) {
-  const Outcome outcome = run_point(point);
-  ++tally->points;
-  const std::string fault = judge(point, outcome, usual_handles);
-  if (fault.empty()) return;
-  ++tally->failures;
-  printf("FAIL %s call %ld%s (%s): %s\n", point.scenario->name.c_str(), point.call,
-         point.sticky ? " sticky" : "", outcome.failed, fault.c_str());
+bool try_point(const Point& point, const Outcome& unharmed, bool loud) {
+  const Outcome outcome = run_point(point, unharmed, loud);
+  if (outcome.fault[0] == '\0') return true;
+  printf("FAIL %s call %ld %s (%s): %s\n", point.scenario->name.c_str(), point.call,
+         name_of(point.how), outcome.failed, outcome.fault);
   fflush(stdout);
-}
-
-// Runs the points in `jobs` processes side by side.
-Tally try_points(const std::vector<Point>& points, int usual_handles, int jobs) {
-  int channel[2] = {-1, -1};
-  Tally sum;
-  if (pipe(channel) != 0) return sum;
-  fflush(stdout);
-  for (int job = 0; job < jobs; ++job) {
-    if (fork() != 0) continue;
-    Tally mine;
-    for (std::size_t at = static_cast<std::size_t>(job); at < points.size();
-         at += static_cast<std::size_t>(jobs))
-      try_point(points[at], usual_handles, &mine);
-    _exit(write(channel[1], &mine, sizeof mine) == sizeof mine ? 0 : 99);
-  }
-  close(channel[1]);
-  for (Tally one; read(channel[0], &one, sizeof one) == sizeof one;) {
-    sum.points += one.points;
-    sum.failures += one.failures;
-  }
-  close(channel[0]);
-  while (wait(nullptr) > 0) {
-  }
-  if (sum.points != static_cast<long>(points.size())) ++sum.failures;  // a worker died
-  return sum;
+  return false;
 }
 
 struct Choice {
@@ -226,43 +60,122 @@ struct Choice {
   int jobs = 2;
 };
 
-// The points of a scenario with `calls` calls: all, or a seeded sample of them.
-std::vector<Point> points_of(const Scenario& scenario, long calls, const Choice& choice,
-                             std::mt19937& random) {
+// The points of a scenario with these calls: all, or a seeded sample of them.
+std::vector<Point> points_of(const Scenario& scenario, const std::vector<SweptCall>& calls,
+                             const Choice& choice, std::mt19937& random) {
   std::vector<Point> points;
-  for (long call = 1; call <= calls; ++call)
-    for (const bool sticky : {false, true})
-      if (choice.call == 0 || choice.call == call) points.push_back({&scenario, call, sticky});
-  if (choice.sample > 0 && static_cast<long>(points.size()) > choice.sample) {
+  for (std::size_t i = 0; i < calls.size(); ++i) {
+    const long call = static_cast<long>(i) + 1;
+    if (choice.call != 0 && choice.call != call) continue;
+    points.push_back({&scenario, call, Failing::kOnce});
+    points.push_back({&scenario, call, Failing::kSticky});
+    if (calls[i].can_be_short) points.push_back({&scenario, call, Failing::kShort});
+  }
+  long most = choice.sample;
+  if (scenario.at_most > 0 && (most == 0 || scenario.at_most < most)) most = scenario.at_most;
+  if (choice.call == 0 && most > 0 && static_cast<long>(points.size()) > most) {
     std::shuffle(points.begin(), points.end(), random);
-    points.resize(static_cast<std::size_t>(choice.sample));
+    points.resize(static_cast<std::size_t>(most));
   }
   return points;
 }
 
-int sweep(const Choice& choice) {
+// A scenario, the run of it in which nothing fails, and its points.
+struct Plan {
+  const Scenario* scenario;
+  Outcome unharmed;
+  std::vector<Point> points;
+  Tally tally;
+};
+
+std::vector<Plan> plan(const Choice& choice, std::map<std::string, long>* by_call) {
   std::mt19937 random(choice.seed);
-  Tally all;
+  std::vector<Plan> plans;
   for (const Scenario& scenario : scenarios()) {
     if (!choice.scenario.empty() && choice.scenario != scenario.name) continue;
-    const Outcome usual = run_point({&scenario, 0, false});
-    Tally here;
-    if (const std::string fault = judge({&scenario, 0, false}, usual, usual.handles);
-        !fault.empty()) {
-      printf("FAIL %s without any failing call: %s\n", scenario.name.c_str(), fault.c_str());
-      ++here.failures;
+    std::vector<SweptCall> calls;
+    Plan one = {&scenario, run_unharmed(scenario, &calls), {}, {}};
+    if (one.unharmed.fault[0] != '\0') {
+      printf("FAIL %s without any failing call: %s\n", scenario.name.c_str(), one.unharmed.fault);
+      ++one.tally.failures;
     }
-    const Tally tried =
-        try_points(points_of(scenario, usual.calls, choice, random), usual.handles, choice.jobs);
-    here.points += tried.points;
-    here.failures += tried.failures;
-    printf("%-24s %5ld calls %6ld points %4ld failures\n", scenario.name.c_str(), usual.calls,
-           here.points, here.failures);
-    fflush(stdout);
-    all.points += here.points;
-    all.failures += here.failures;
+    one.points = points_of(scenario, calls, choice, random);
+    for (const Point& point : one.points)
+      ++(*by_call)[calls[static_cast<std::size_t>(point.call) - 1].call];
+    plans.push_back(std::move(one));
   }
-  printf("%ld points, %ld failures\n", all.points, all.failures);
+  return plans;
+}
+
+// What a worker tells about a scenario.
+struct Report {
+  std::size_t plan;
+  Tally tally;
+};
+
+// Every jobs-th point, counted through all scenarios.
+void work(const std::vector<Plan>& plans, int job, const Choice& choice, int channel) {
+  long at = 0;
+  for (std::size_t i = 0; i < plans.size(); ++i) {
+    Report report = {i, {}};
+    for (const Point& point : plans[i].points) {
+      if (at++ % choice.jobs != job) continue;
+      ++report.tally.points;
+      if (!try_point(point, plans[i].unharmed, choice.call != 0)) ++report.tally.failures;
+    }
+    if (write(channel, &report, sizeof report) != sizeof report) _exit(99);
+  }
+}
+
+void run(std::vector<Plan>& plans, const Choice& choice) {
+  int channel[2] = {-1, -1};
+  if (pipe(channel) != 0) return;
+  fflush(stdout);
+  for (int job = 0; job < choice.jobs; ++job) {
+    if (fork() != 0) continue;
+    separate_worker(job);
+    work(plans, job, choice, channel[1]);
+    _exit(0);
+  }
+  close(channel[1]);
+  for (Report report; read(channel[0], &report, sizeof report) == sizeof report;) {
+    plans[report.plan].tally.points += report.tally.points;
+    plans[report.plan].tally.failures += report.tally.failures;
+  }
+  close(channel[0]);
+  while (wait(nullptr) > 0) {
+  }
+}
+
+double cpu_seconds() {
+  rusage used = {};
+  getrusage(RUSAGE_CHILDREN, &used);
+  return static_cast<double>(used.ru_utime.tv_sec + used.ru_stime.tv_sec) +
+         static_cast<double>(used.ru_utime.tv_usec + used.ru_stime.tv_usec) / 1e6;
+}
+
+int sweep(const Choice& choice) {
+  if (const int code = command_left_out(); code >= 0) {
+    printf("FAIL host command %d has no scenario\n", code);
+    return 1;
+  }
+  learn_usual_state();
+  std::map<std::string, long> by_call;
+  std::vector<Plan> plans = plan(choice, &by_call);
+  run(plans, choice);
+  Tally all;
+  for (Plan& one : plans) {
+    const long missed = static_cast<long>(one.points.size()) - one.tally.points;
+    if (missed != 0) ++one.tally.failures;  // a worker died
+    printf("%-32s %7ld calls %6ld points %4ld failures\n", one.scenario->name.c_str(),
+           one.unharmed.calls, one.tally.points, one.tally.failures);
+    all.points += one.tally.points;
+    all.failures += one.tally.failures;
+  }
+  printf("\npoints by call:");
+  for (const auto& [call, points] : by_call) printf(" %s %ld", call.c_str(), points);
+  printf("\n%zu scenarios, %ld points, %ld failures, %.0f s of processor time\n", plans.size(),
+         all.points, all.failures, cpu_seconds());
   return all.failures == 0 && all.points > 0 ? 0 : 1;
 }
 

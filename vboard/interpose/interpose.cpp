@@ -70,9 +70,9 @@ constexpr int kOwnSemaphores = 7;  // identifier of the test's own set
 // The sweep of failing calls.
 struct Sweep {
   bool on = false;
-  bool sticky = false;
+  Failing how = Failing::kOnce;
   long fail_at = 0;
-  long calls = 0;
+  std::vector<SweptCall> calls;
   std::string failed;
 };
 
@@ -102,30 +102,84 @@ SharedBlock own_block;
 
 bool active() { return seam().board != nullptr; }
 
-// An error that the call can give on a machine in trouble.
-int plausible_error(const std::string& call) {
-  if (call == "fopen" || call == "open") return EMFILE;
-  if (call == "malloc" || call == "shmget" || call == "shmat") return ENOMEM;
-  if (call == "system" || call == "pthread_create") return EAGAIN;
-  if (call == "fwrite" || call == "fclose") return ENOSPC;
-  return call == "select" ? EINTR : EIO;
+// Errors that a call can give on a machine in trouble; the sweep takes them in turn.
+struct CallErrors {
+  const char* call;
+  std::vector<int> errors;
+};
+const std::vector<CallErrors>& call_errors() {
+  static const auto* all = new std::vector<CallErrors>{
+      {"fopen", {EMFILE, EACCES, ENODEV, ENOMEM}},
+      {"open", {EMFILE, EBUSY, ENODEV, ENOMEM}},
+      {"fclose", {ENOSPC, EIO}},
+      {"close", {EIO, EINTR}},
+      {"read", {EIO, EINTR, EAGAIN}},
+      {"write", {EIO, ENOSPC, EINTR}},
+      {"fread", {EIO, EINTR}},
+      {"fwrite", {ENOSPC, EIO}},
+      {"fgets", {EIO, EINTR}},
+      {"fseek", {EIO, EINVAL}},
+      {"ftell", {EIO, EBADF}},
+      {"fflush", {ENOSPC, EIO}},
+      {"select", {EINTR, EBADF, ENOMEM}},
+      {"ioctl", {EIO, EREMOTEIO, ETIMEDOUT, EINVAL, EBUSY}},
+      {"system", {EAGAIN, ENOMEM}},
+      {"pthread_create", {EAGAIN, EPERM}},
+      {"shmget", {ENOMEM, ENOSPC, EACCES}},
+      {"shmat", {ENOMEM, EACCES, EINVAL}},
+      {"semget", {ENOSPC, EACCES}},
+      {"semop", {EIDRM, EINTR}},
+  };
+  return *all;
 }
 
-bool sweep_fails(const char* call, const std::string& subject) {
+int plausible_error(const char* call, std::size_t turn) {
+  for (const CallErrors& row : call_errors())
+    if (strcmp(row.call, call) == 0) return row.errors[turn % row.errors.size()];
+  return ENOMEM;
+}
+
+// Half of what was asked for; a single byte does not come at all.
+bool cut_short(const char* call, const std::string& subject, std::size_t* size) {
   Sweep& sweep = seam().sweep;
-  if (!sweep.on) return false;
-  const long at = ++sweep.calls;
-  if (sweep.fail_at == 0 || at < sweep.fail_at || (at > sweep.fail_at && !sweep.sticky))
-    return false;
-  if (sweep.failed.empty()) sweep.failed = std::string(call) + " " + subject;
-  errno = plausible_error(call);
+  if (static_cast<long>(sweep.calls.size()) != sweep.fail_at || size == nullptr) return false;
+  sweep.failed = std::string(call) + " " + subject;
+  *size /= 2;
   return true;
 }
 
-bool call_fails(const char* call, const std::string& subject) {
+// Counts the call. True when it shall fail; a call that shall be short has its
+// size reduced and goes on.
+bool sweep_fails(const char* call, const std::string& subject, std::size_t* size) {
+  Sweep& sweep = seam().sweep;
+  if (!sweep.on) return false;
+  sweep.calls.push_back({call, size != nullptr});
+  if (sweep.how == Failing::kShort) {
+    cut_short(call, subject, size);
+    return false;
+  }
+  const long at = static_cast<long>(sweep.calls.size());
+  if (sweep.fail_at == 0 || at < sweep.fail_at) return false;
+  if (at > sweep.fail_at && sweep.how == Failing::kOnce) return false;
+  if (sweep.failed.empty()) sweep.failed = std::string(call) + " " + subject;
+  errno = plausible_error(call, sweep.calls.size());
+  return true;
+}
+
+// A sweep's failed call takes its time: a program may repeat it for ever.
+constexpr std::int64_t kSweptCallCost_us = 100;
+
+// `size`, where the call may be short: how much it was asked to move.
+bool call_fails(const char* call, const std::string& subject, std::size_t* size = nullptr) {
   if (!active()) return false;
-  std::lock_guard<std::mutex> hold(seam().lock);
-  if (sweep_fails(call, subject)) return true;
+  std::unique_lock<std::mutex> hold(seam().lock);
+  if (sweep_fails(call, subject, size)) {
+    const int error = errno;
+    hold.unlock();
+    board_cost(kSweptCallCost_us);
+    errno = error;
+    return true;
+  }
   for (CallFault& fault : seam().faults) {
     if (fault.call != call || subject.find(fault.match) == std::string::npos) continue;
     if (fault.skip > 0) {
@@ -278,7 +332,8 @@ long gpio_write(Board& board, const Handle& handle, const std::uint8_t* data, st
 }
 
 long device_read(const Handle& handle, std::uint8_t* data, std::size_t size) {
-  if (call_fails("read", handle.path)) return -1;
+  if (call_fails("read", handle.path, &size)) return -1;
+  if (size == 0) return 0;
   if (handle.device == Device::kSpiSlave && !handle.nonblocking)
     board_wait(WaitFor::kHostBytes, kForever);
   if (handle.device == Device::kSpiSlave) took_host_bytes = true;
@@ -299,7 +354,7 @@ long device_read(const Handle& handle, std::uint8_t* data, std::size_t size) {
 
 long device_write(const Handle& handle, const std::uint8_t* data, std::size_t size) {
   settle_link();
-  if (call_fails("write", handle.path)) return -1;
+  if (call_fails("write", handle.path, size > 1 ? &size : nullptr)) return -1;
   return on_board(kLinkCost_us, [&](Board& board, std::int64_t) -> long {
     switch (handle.device) {
       case Device::kSpiSlave:
@@ -472,9 +527,44 @@ int seam_fclose(FILE* stream) {
   return fails ? EOF : result;
 }
 
+// The descriptor is gone, whatever close says.
 int seam_close(int fd) {
+  const bool fails = fd >= 0 && call_fails("close", "");
+  const int error = errno;
   Handle handle;
-  return find_handle(fd, &handle) ? close_device(fd, handle) : real::close(fd);
+  const int result = find_handle(fd, &handle) ? close_device(fd, handle) : real::close(fd);
+  if (fails) errno = error;
+  return fails ? -1 : result;
+}
+
+// ---- streams of files ---------------------------------------------------------------
+
+// What a failed transfer leaves behind: the stream's error mark.
+void mark_failed(FILE* stream) { stream->_flags |= _IO_ERR_SEEN; }
+
+std::size_t seam_fread(void* data, std::size_t size, std::size_t count, FILE* stream) {
+  if (call_fails("fread", "", &count)) {
+    mark_failed(stream);
+    return 0;
+  }
+  return count == 0 ? 0 : real::fread(data, size, count, stream);
+}
+
+std::size_t seam_fwrite(const void* data, std::size_t size, std::size_t count, FILE* stream) {
+  if (call_fails("fwrite", "", count > 1 ? &count : nullptr)) {
+    mark_failed(stream);
+    return 0;
+  }
+  return real::fwrite(data, size, count, stream);
+}
+
+char* seam_fgets(char* text, int size, FILE* stream) {
+  auto room = static_cast<std::size_t>(size);
+  if (call_fails("fgets", "", &room)) {
+    mark_failed(stream);
+    return nullptr;
+  }
+  return real::fgets(text, static_cast<int>(room), stream);
 }
 
 int seam_dup(int fd, int to) {
@@ -749,12 +839,12 @@ void fail_call(const std::string& call, const std::string& match, int skip, int 
   seam().faults.push_back({call, match, skip, times, error});
 }
 
-void start_sweep(long fail_at, bool sticky) {
+void start_sweep(long fail_at, Failing how) {
   std::lock_guard<std::mutex> hold(seam().lock);
   seam().sweep = {};
   seam().sweep.on = true;
   seam().sweep.fail_at = fail_at;
-  seam().sweep.sticky = sticky;
+  seam().sweep.how = how;
 }
 
 void stop_sweep() {
@@ -762,7 +852,7 @@ void stop_sweep() {
   seam().sweep.on = false;
 }
 
-long sweep_calls() { return seam().sweep.calls; }
+const std::vector<SweptCall>& swept_calls() { return seam().sweep.calls; }
 std::string sweep_failed_call() { return seam().sweep.failed; }
 bool should_fail(const char* call) { return call_fails(call, ""); }
 
@@ -850,14 +940,12 @@ int fileno(FILE* stream) __THROW {
   return fd >= 0 ? fd : real::fileno(stream);
 }
 std::size_t fread(void* data, std::size_t size, std::size_t count, FILE* stream) {
-  return seam::call_fails("fread", "") ? 0 : real::fread(data, size, count, stream);
+  return seam::seam_fread(data, size, count, stream);
 }
 std::size_t fwrite(const void* data, std::size_t size, std::size_t count, FILE* stream) {
-  return seam::call_fails("fwrite", "") ? 0 : real::fwrite(data, size, count, stream);
+  return seam::seam_fwrite(data, size, count, stream);
 }
-char* fgets(char* text, int size, FILE* stream) {
-  return seam::call_fails("fgets", "") ? nullptr : real::fgets(text, size, stream);
-}
+char* fgets(char* text, int size, FILE* stream) { return seam::seam_fgets(text, size, stream); }
 
 int select(int count, fd_set* read_set, fd_set* write_set, fd_set* except_set, timeval* timeout) {
   return seam::seam_select(count, read_set, write_set, except_set, timeout);

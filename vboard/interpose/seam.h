@@ -5,7 +5,9 @@
 // linked into a test executable, where they are kept off the machine.
 #pragma once
 
+#include <cstddef>
 #include <string>
+#include <vector>
 
 #include "hw/shared_memory_davinci.h"
 #include "vboard/core/board.h"
@@ -30,17 +32,27 @@ SharedBlock* shared_block();
 
 // Makes `call` fail on a subject (path, command, …) containing `match`: skip the
 // first `skip` of them, then fail `times` (-1: for ever) with `error`.
-// Calls: fopen open fclose read write fread fwrite fgets select ioctl system
-// shmget shmat semget semop pthread_create malloc.
+// Calls: fopen open fclose close read write fread fwrite fgets select ioctl
+// system shmget shmat semget semop pthread_create, and those of should_fail.
 void fail_call(const std::string& call, const std::string& match, int skip, int times, int error);
 void clear_call_faults();
 
+// How a call of the sweep fails: alone, with all calls after it, or by moving only
+// a part of what it was asked to move.
+enum class Failing { kOnce, kSticky, kShort };
+
 // Counts every call that could fail, from now on, and makes the fail_at-th of them
-// fail (0: none), with an error that the call can give; sticky: all from there on.
-void start_sweep(long fail_at, bool sticky);
+// fail (0: none), with an error that the call can give.
+void start_sweep(long fail_at, Failing how);
 void stop_sweep();
-long sweep_calls();               // counted so far
 std::string sweep_failed_call();  // "call subject" of the first failed one, "" for none
+
+// The calls counted since start_sweep, in order.
+struct SweptCall {
+  const char* call;
+  bool can_be_short;  // a read or write that may move less than asked for
+};
+const std::vector<SweptCall>& swept_calls();
 
 // True when a call of this name is to fail now; for overrides that live elsewhere.
 bool should_fail(const char* call);
