@@ -213,6 +213,23 @@ int run_update(Session& session) {
                 passed ? kDone : kBoardSaysNo);
 }
 
+int run_make_update(Session& session) {
+  const std::string& file = session.request.file;
+  if (session.options.make_update == nullptr)
+    return fail(session, "no packages are made here", kLocalFile);
+  std::string problem;
+  const std::optional<UpdatePackage> package =
+      session.options.make_update(session.request.directory, &problem);
+  if (!package) return fail(session, problem, kLocalFile);
+  if (!write_whole_file(file, package->archive)) return fail_file(session, file);
+  std::vector<const char*> names;
+  for (const std::string& name : package->files) names.push_back(name.c_str());
+  return report(session,
+                text_of("made %s, %zu bytes: %s", file.c_str(), package->archive.size(),
+                        joined(names).c_str()),
+                {{"file", file}, {"bytes", package->archive.size()}, {"files", package->files}});
+}
+
 // ---- numbers, clock, registers -------------------------------------------------------------
 int run_set_rtc(Session& session) {
   std::string text = session.request.text;
@@ -465,6 +482,12 @@ void take_update(CLI::App& app, Request& request) {
                "announce a size that the board refuses (above 5000000), without data");
 }
 
+void take_make_update(CLI::App& app, Request& request) {
+  app.add_option("DIR", request.directory, "files for the board; vantorig must be among them")
+      ->required();
+  app.add_option("-o,--output", request.file, "where the package goes")->required();
+}
+
 void take_clock(CLI::App& app, Request& request) {
   app.add_option("TEXT", request.text, "12 characters, DDMMYYhhmmss; the local time if absent");
 }
@@ -524,6 +547,7 @@ struct SubCommand {
   const char* group;
   const char* example;         // what stands behind `melk`
   const char* help = nullptr;  // that of the host command if null
+  bool wants_board = true;
 };
 
 // clang-format off
@@ -554,6 +578,9 @@ constexpr SubCommand kSubCommands[] = {
     {"monitor-file", take_monitor_file, run_monitor_file, kFiles, "monitor-file -o monitor.txt"},
     {"update", take_update, run_update, kFiles, "update --wait new_version.tar.gz"},
     {"update-result", take_nothing, run_update_result, kFiles, "update-result"},
+    {"make-update", take_make_update, run_make_update, kFiles,
+     "make-update files -o new_hd_version.tar.gz",
+     "make a package for update from a directory of files; needs no board", false},
     {"restore-factory", take_nothing, run_plain, kFiles, "restore-factory"},
     {"raw", take_raw, run_raw, kOther, "raw 8 0xA5 --answers 4",
      "send bytes as they are and print what comes back"},
@@ -561,6 +588,11 @@ constexpr SubCommand kSubCommands[] = {
      "read commands from standard input"},
 };
 // clang-format on
+
+const SubCommand* row_of(const Request& request) {
+  return std::ranges::find_if(
+      kSubCommands, [&request](const SubCommand& one) { return request.word == one.word; });
+}
 
 const char* help_of(const SubCommand& row) {
   return row.help != nullptr ? row.help : host_command(code_of(row.word)).help;
@@ -642,14 +674,15 @@ std::optional<int> parse_words(CLI::App& app, std::vector<std::string> words, FI
   return complain({"", "a command is wanted", "melk --help lists them", kUsage}, json, out, err);
 }
 
+bool wants_board(const Request& request) { return row_of(request)->wants_board; }
+
 int run_request(Transport& transport, const Request& request, FILE* out, FILE* err,
                 const Options& options) {
   Session session = {{transport, options.timeout_us}, out, err, options, request,
                      options.json || request.json};
   if (request.timeout_s)
     session.link.timeout_us = static_cast<std::int64_t>(*request.timeout_s * 1e6);
-  const auto* row = std::ranges::find_if(
-      kSubCommands, [&request](const SubCommand& one) { return request.word == one.word; });
+  const SubCommand* row = row_of(request);
   if (row == std::end(kSubCommands)) return kUsage;
   // These two talk now and then, and leave the link to others meanwhile.
   const bool lasting = row->run == run_watch || row->run == run_shell;

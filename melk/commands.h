@@ -12,6 +12,7 @@
 #include <string>
 #include <vector>
 
+#include "melk/make_update.h"
 #include "melk/panel.h"
 #include "melk/transport.h"
 
@@ -40,6 +41,7 @@ struct Options {
   bool stoppable = false;                         // ^C ends a transfer, not the program
   FILE* in = nullptr;                             // commands of the shell
   std::function<std::string()> local_clock = {};  // DDMMYYhhmmss, for set-rtc without a text
+  decltype(&melk::make_update) make_update = nullptr;
 };
 
 // One parsed command line.
@@ -48,6 +50,7 @@ struct Request {
   bool json = false;
   std::optional<double> timeout_s;
   std::string file;
+  std::string directory;
   std::string text;
   int log = 1;
   int device = 0;
@@ -82,6 +85,9 @@ void add_sub_commands(CLI::App& app, Request& request);
 // Parses words into `request` by `app`. Empty when there is something to run;
 // otherwise an exit code, help or the complaint having been printed.
 std::optional<int> parse_words(CLI::App& app, std::vector<std::string> words, FILE* out, FILE* err);
+
+// False for what is done without a board; any transport will do then.
+bool wants_board(const Request& request);
 
 int run_request(Transport& transport, const Request& request, FILE* out, FILE* err,
                 const Options& options);

@@ -86,6 +86,17 @@ std::unique_ptr<melk::Transport> open_board(const Place& place, melk::Complaint*
   return transport;
 }
 
+// For what is done without a board.
+class NoBoard : public melk::Transport {
+ public:
+  bool transfer(std::uint8_t, std::uint8_t*) override { return false; }
+  bool wait_taken(std::int64_t) override { return false; }
+  bool wait_answer(std::int64_t) override { return false; }
+  void pause(std::int64_t) override {}
+  std::int64_t now_us() override { return 0; }
+  bool push_update(const std::uint8_t*, std::size_t, std::int64_t) override { return false; }
+};
+
 int run(int argc, char** argv) {
   CLI::App app("Host side of the encoder board's link.", "melk");
   app.footer(kFooter);
@@ -99,8 +110,10 @@ int run(int argc, char** argv) {
 
   melk::Complaint complaint;
   const bool wire = !place.spi.device.empty();
-  const std::unique_ptr<melk::Transport> transport =
-      wire ? open_wire(place, &complaint) : open_board(place, &complaint);
+  const std::unique_ptr<melk::Transport> transport = !melk::wants_board(request)
+                                                         ? std::make_unique<NoBoard>()
+                                                     : wire ? open_wire(place, &complaint)
+                                                            : open_board(place, &complaint);
   if (transport == nullptr) {
     complaint.word = request.word;
     return melk::complain(complaint, request.json, stdout, stderr);
@@ -115,6 +128,7 @@ int run(int argc, char** argv) {
   options.stoppable = true;
   options.in = stdin;
   options.local_clock = local_clock;
+  options.make_update = melk::make_update;
   return melk::run_request(*transport, request, stdout, stderr, options);
 }
 

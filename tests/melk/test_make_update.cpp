@@ -15,6 +15,7 @@
 #include <string>
 #include <vector>
 
+#include "melk/commands.h"
 #include "melk/make_update.h"
 
 namespace {
@@ -173,6 +174,98 @@ TEST(MakeUpdate, refuses_a_version_that_the_board_misreads) {
     files.put("version.ini", one.text);
     EXPECT_EQ(problem_with(files) == "(made)", one.good) << one.text;
   }
+}
+
+// ---- the command -----------------------------------------------------------------
+class NoBoard : public melk::Transport {
+ public:
+  bool transfer(std::uint8_t, std::uint8_t*) override { return fail(); }
+  bool wait_taken(std::int64_t) override { return fail(); }
+  bool wait_answer(std::int64_t) override { return fail(); }
+  void pause(std::int64_t) override { fail(); }
+  std::int64_t now_us() override { return 0; }
+  bool push_update(const std::uint8_t*, std::size_t, std::int64_t) override { return fail(); }
+
+ private:
+  static bool fail() {
+    ADD_FAILURE() << "the board was talked to";
+    return false;
+  }
+};
+
+struct Outcome {
+  int code;
+  std::string out;
+  std::string err;
+};
+
+Outcome run(const std::vector<std::string>& words, const melk::Options& options) {
+  NoBoard nobody;
+  char* text[2] = {};
+  std::size_t size[2] = {};
+  FILE* out = open_memstream(&text[0], &size[0]);
+  FILE* err = open_memstream(&text[1], &size[1]);
+  const int code = melk::melk_command(nobody, words, out, err, options);
+  fclose(out);
+  fclose(err);
+  Outcome outcome = {code, {text[0], size[0]}, {text[1], size[1]}};
+  free(text[0]);
+  free(text[1]);
+  return outcome;
+}
+
+melk::Options packing() {
+  melk::Options options;
+  options.make_update = melk::make_update;
+  return options;
+}
+
+TEST(MakeUpdateCommand, writes_the_package_and_says_what_is_in_it) {
+  const Directory files;
+  const Directory place;
+  files.put("vantorig", "abc");
+  files.put("version.ini", "2.0.1\n");
+  const std::string file = place.path("p.tar.gz");
+  const Outcome plain = run({"make-update", files.path(), "-o", file}, packing());
+  const std::string size = std::to_string(package_of(files).size());
+  EXPECT_EQ(plain.code, melk::kDone);
+  EXPECT_EQ(plain.out, "made " + file + ", " + size + " bytes: vantorig, version.ini\n");
+  EXPECT_EQ(std::to_string(fs::file_size(file)), size);
+  const Outcome json = run({"make-update", files.path(), "-o", file, "--json"}, packing());
+  EXPECT_EQ(json.out, R"({"command":"make-update","file":")" + file + R"(","bytes":)" + size +
+                          R"(,"files":["vantorig","version.ini"],"exit":0})"
+                          "\n");
+}
+
+TEST(MakeUpdateCommand, writes_nothing_when_it_refuses) {
+  const Directory files;
+  const Directory place;
+  const std::string file = place.path("p.tar.gz");
+  const Outcome outcome = run({"make-update", files.path(), "-o", file}, packing());
+  EXPECT_EQ(outcome.code, melk::kLocalFile);
+  EXPECT_EQ(outcome.err, "melk: make-update: " + files.path() + ": there is no vantorig in it\n");
+  EXPECT_FALSE(fs::exists(file));
+}
+
+TEST(MakeUpdateCommand, names_the_file_that_it_cannot_write) {
+  const Directory files;
+  files.put("vantorig", "abc");
+  const Outcome outcome = run({"make-update", files.path(), "-o", "/nowhere/p"}, packing());
+  EXPECT_EQ(outcome.code, melk::kLocalFile);
+  EXPECT_EQ(outcome.err,
+            "melk: make-update: /nowhere/p: No such file or directory\n"
+            "melk: hint: look at the name and at what you may read and write\n");
+}
+
+TEST(MakeUpdateCommand, wants_an_output) {
+  EXPECT_EQ(run({"make-update", "/tmp"}, packing()).code, melk::kUsage);
+}
+
+// A scripted host talks to its board and makes no files.
+TEST(MakeUpdateCommand, is_not_everywhere) {
+  const Outcome outcome = run({"make-update", "/tmp", "-o", "/tmp/p"}, {});
+  EXPECT_EQ(outcome.code, melk::kLocalFile);
+  EXPECT_EQ(outcome.err, "melk: make-update: no packages are made here\n");
 }
 
 }  // namespace
