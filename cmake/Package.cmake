@@ -29,10 +29,9 @@ install(FILES ${package_texts}/version.ini DESTINATION home/tovin COMPONENT boar
 install(PROGRAMS packaging/board/S90vantorig DESTINATION etc/init.d COMPONENT board)
 install(DIRECTORY packaging/examples DESTINATION usr/share/doc/vantorig COMPONENT board
   FILE_PERMISSIONS ${readable})
-install(FILES ${package_texts}/board/COPYRIGHT packaging/hd.ini docs/bench-manual.md docs/hd-ini.md
-  docs/host-protocol.md docs/register-map.md docs/symptoms.md
+install(FILES ${package_texts}/board/COPYRIGHT packaging/hd.ini docs/board.md docs/bench-manual.md
+  docs/hd-ini.md docs/host-protocol.md docs/register-map.md docs/symptoms.md
   DESTINATION usr/share/doc/vantorig COMPONENT board)
-install(FILES docs/board.md DESTINATION usr/share/doc/vantorig COMPONENT board OPTIONAL)
 
 # ---- tools -----------------------------------------------------------------------
 if(VANTORIG_HOST_TOOLS)
