@@ -63,13 +63,17 @@ bool recording(const Board& board) { return board.record_file[0] != '\0'; }
 std::string trace_file_line(Board& board, const char* who, const std::string& what) {
   const unsigned long long sequence =
       __atomic_add_fetch(&board.trace_sequence, 1, __ATOMIC_RELAXED);
+  const long long now_us = board_now_us();
   char head[80];
-  snprintf(head, sizeof head, "%llu %.6f %s ", sequence, static_cast<double>(board_now_us()) / 1e6,
-           who);
-  std::string line = head + what;
+  snprintf(head, sizeof head, "%llu %lld.%06lld %s ", sequence, now_us / 1'000'000,
+           now_us % 1'000'000, who);
+  std::string line;
+  line.reserve(160);
+  line.append(head).append(what);
   const std::string note = trace_note(what.c_str());
-  if (!note.empty()) line += kTraceNote + note;
-  return line + "\n";
+  if (!note.empty()) line.append(kTraceNote).append(note);
+  line += '\n';
+  return line;
 }
 
 void record(Board& board, const char* who, const std::string& what) {

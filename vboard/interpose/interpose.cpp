@@ -18,6 +18,7 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <atomic>
 #include <cerrno>
 #include <csignal>
 #include <cstdarg>
@@ -259,7 +260,21 @@ bool board_file(const std::string& path) {
 
 // ---- handles --------------------------------------------------------------------
 
-// Opens a device: a placeholder descriptor reserves the number.
+// A descriptor that reserves its number: a copy of one, which costs less than
+// opening it anew.
+int placeholder() {
+  static std::atomic<int> first{-1};
+  if (first < 0) {
+    int none = -1;
+    const int fd = real::open("/dev/null", O_RDWR | O_CLOEXEC);
+    if (fd < 0) return -1;
+    if (!first.compare_exchange_strong(none, fd)) real::close(fd);
+  }
+  const int copy = real::fcntl(first, F_DUPFD_CLOEXEC, 0);
+  return copy >= 0 ? copy : real::open("/dev/null", O_RDWR | O_CLOEXEC);
+}
+
+// Opens a device: a placeholder descriptor stands for it.
 int open_device(const std::string& path, Device device, int number, const char* mode,
                 bool is_stream) {
   const char* call = is_stream ? "fopen" : "open";
@@ -269,7 +284,7 @@ int open_device(const std::string& path, Device device, int number, const char* 
     errno = ENOENT;
     return -1;
   }
-  const int fd = real::open("/dev/null", O_RDWR | O_CLOEXEC);
+  const int fd = placeholder();
   if (fd < 0) return -1;
   Handle handle;
   handle.device = device;

@@ -54,7 +54,7 @@ class Line {
  public:
   void bytes(const i2c_msg& message) {
     const std::size_t shown = std::min<std::size_t>(message.len, kTracedBytes);
-    for (std::size_t i = 0; i < shown; ++i) add(" %02x", message.buf[i]);
+    for (std::size_t i = 0; i < shown; ++i) hex(message.buf[i]);
     if (shown < message.len) add(" ... n=%u", message.len);
   }
   void add(const char* format, ...) __attribute__((format(printf, 2, 3))) {
@@ -68,6 +68,16 @@ class Line {
   const char* text() const { return text_; }
 
  private:
+  // A blank and two digits.
+  void hex(std::uint8_t byte) {
+    static constexpr char kDigits[] = "0123456789abcdef";
+    if (used_ + 3 >= sizeof text_) return;
+    text_[used_++] = ' ';
+    text_[used_++] = kDigits[byte >> 4];
+    text_[used_++] = kDigits[byte & 0xF];
+    text_[used_] = '\0';
+  }
+
   char text_[512] = {};
   std::size_t used_ = 0;
 };
