@@ -198,13 +198,17 @@ bool write_head(const BoardDirectory& directory, const RunOptions& options,
   const Board* board = directory.map(problem);
   if (board == nullptr) return false;
   std::ofstream out(options.trace, std::ios::binary);
+  if (!out) {
+    *problem = "cannot write " + options.trace + ": " + strerror(errno);
+    return false;
+  }
   const json run = {
       {"command", words}, {"started_us", board->clock.now_us}, {"time", time_name(options)}};
   out << kTraceHeader << "\n# record " << run.dump() << '\n';
   write_state(out, *board);
   if (!write_home(out, directory.home(), problem)) return false;
   if (out.flush()) return true;
-  *problem = "cannot write " + options.trace + ": " + strerror(errno);
+  *problem = "cannot write all of " + options.trace;
   return false;
 }
 

@@ -710,12 +710,12 @@ int draw_timeline(const TimelineOptions& options, std::string* problem) {
   if (!read_whole_record(options.record, &record, problem)) return kOwnFailure;
   const Story story = tell(record);
   const std::string title = options.title.empty() ? joined(record.run.command) : options.title;
-  const std::string subtitle = duration_text(story.end - story.begin) +
-                               " of board time, recorded in " + record.run.time + " time; " +
-                               std::to_string(story.restarts.size()) + " restarts of encode";
+  const std::string subtitle =
+      duration_text(story.end - story.begin) + " of board time, recorded in " + record.run.time +
+      " time; " + std::to_string(story.restarts.size()) +
+      (story.restarts.size() == 1 ? " restart" : " restarts") + " of encode";
   std::ofstream out(options.output, std::ios::binary);
-  out << Picture(story).draw(title, subtitle);
-  if (out.flush()) return 0;
+  if (out && out << Picture(story).draw(title, subtitle) && out.flush()) return 0;
   *problem = "cannot write " + options.output + ": " + strerror(errno);
   return kOwnFailure;
 }
