@@ -1,5 +1,5 @@
 #!/bin/sh
-# Keeps the generated blocks of the pages in docs/ current.
+# Keeps the generated blocks of the pages in docs/, and the pictures, current.
 #
 # A block stands between "<!-- generated NAME -->" and "<!-- end -->"; the function
 # block_NAME below (dashes become underscores) prints what belongs there. Every
@@ -384,6 +384,33 @@ recipe_dump_example() {
   (cd "$work" && "$build/vboard" --board "$board" load board.dump 2>&1) || true
 }
 
+# A run recorded and played again, by the program and by one that does otherwise.
+recipe_record_example() {
+  example_configuration
+  cat >"$work/plug.script" <<'SCRIPT'
+at 3s  melk send-config /home/tovin/example.ini
+at 60s world source none
+at 65s world source component
+SCRIPT
+  echo '$ vboard record --virtual --for 2min --script plug.script -o run.trace -- vantorig -602'
+  "$build/vboard" --board "$board" record --virtual --for 2min --script "$work/plug.script" \
+    --host-log /dev/null -o "$work/run.trace" -- "$build/vantorig" -602 >/dev/null 2>&1
+  echo '$ vboard replay run.trace'
+  "$build/vboard" replay "$work/run.trace"
+  echo '$ vboard replay run.trace -- vantorig -602 getmon'
+  "$build/vboard" replay "$work/run.trace" -- "$build/vantorig" -602 getmon || echo "[exit status $?]"
+}
+
+# The run that is drawn in the README.
+picture_run() {
+  fresh_board
+  cp "$docs/../packaging/hd.ini" "$board/home/hd-example.ini"
+  "$build/vboard" --board "$board" record --virtual --for 6min \
+    --script "$docs/pictures/run.script" --host-log /dev/null -o "$work/picture.trace" \
+    -- "$build/vantorig" -602 >/dev/null 2>&1
+  "$build/vboard" timeline "$work/picture.trace" -o "$1"
+}
+
 recipe_trace_example() {
   echo '$ vboard run --virtual --trace trace.txt -- vantorig -rdver_bf'
   vantorig -rdver_bf | sed -e 1d -e '$d'
@@ -462,6 +489,19 @@ for page in "$docs"/*.md; do
   else
     cat "$work/page" >"$page"
     echo "docs/$(basename "$page") rewritten"
+  fi
+done
+
+for script in "$docs"/pictures/*.script; do
+  name=$(basename "$script" .script)
+  "picture_$name" "$work/picture.svg"
+  cmp -s "$docs/pictures/$name.svg" "$work/picture.svg" && continue
+  if [ $mode = check ]; then
+    echo "docs/pictures/$name.svg is not what its script draws" >&2
+    stale=1
+  else
+    cat "$work/picture.svg" >"$docs/pictures/$name.svg"
+    echo "docs/pictures/$name.svg rewritten"
   fi
 done
 [ $stale -eq 0 ] || echo "Not current: run docs/transcripts.sh and look at what changed." >&2
