@@ -1,20 +1,25 @@
 """The system calls that the static program can issue, and what old kernels make of them.
 
-usage: syscalls.py PROGRAM.unstripped [OBJDUMP]
+usage: syscalls.py PROGRAM.unstripped [--without-newer COPY]
 
 Reads the disassembly: the number that register r7 holds at each supervisor call,
 and the number handed to musl's common entry for cancellation points. Every one
 must stand in syscalls.txt; one that is newer than the oldest kernel needs a
-fallback there, a call that the program can issue as well. Prints the list.
+fallback there, a call that the program can issue as well. Prints the list. Writes,
+if asked to, a copy of the program to which every kernel is an old one: the newer
+calls go by numbers that none knows.
 """
 
 import pathlib
 import re
+import struct
 import subprocess
 import sys
 
 TABLE = pathlib.Path(__file__).with_name("syscalls.txt")
 OLDEST = (2, 6, 32)
+FIRST_ADDRESS = 0x10000  # of the file's first byte
+UNKNOWN = 4000
 COMMON_ENTRY = "__syscall_cp"
 # Take their number from their caller; the callers are looked at instead.
 PASSING_ON = {"__syscall_cp", "__syscall_cp_c"}
@@ -168,12 +173,30 @@ def problems(calls, unread, table):
             yield f"{name}: falls back on {fallback}, which the program cannot issue"
 
 
+def without_newer(program, text, table):
+    """The program's bytes with unknown numbers in place of the newer calls'."""
+    every = [one for body in functions(text).values() for one in body]
+    words = {one.address: one.word for one in every}
+    newer = {number for number, (_, version, _) in table.items() if version > OLDEST}
+    content = bytearray(program)
+    for one in every:
+        literal = LITERAL.match(one.operands)
+        if one.kind == "ldr" and literal and words.get(int(literal.group(1), 16)) in newer:
+            place = int(literal.group(1), 16)
+            struct.pack_into("<I", content, place - FIRST_ADDRESS, UNKNOWN + words[place])
+    return bytes(content)
+
+
 def main():
-    program = sys.argv[1]
-    objdump = sys.argv[2] if len(sys.argv) > 2 else "arm-linux-gnueabi-objdump"
-    run = subprocess.run([objdump, "-d", "-z", program], check=True, capture_output=True, text=True)
+    program = pathlib.Path(sys.argv[1])
+    command = ["arm-linux-gnueabi-objdump", "-d", "-z", str(program)]
+    run = subprocess.run(command, check=True, capture_output=True, text=True)
     calls, unread = issued(run.stdout)
     table = read_table(TABLE.read_text(encoding="utf-8"))
+    if sys.argv[2:3] == ["--without-newer"]:
+        copy = pathlib.Path(sys.argv[3])
+        copy.write_bytes(without_newer(program.read_bytes(), run.stdout, table))
+        copy.chmod(0o755)
     newer = []
     for number in sorted(calls):
         name, version, fallback = table.get(number, ("?", (0,), None))
