@@ -1,0 +1,85 @@
+// Options that never return, cut off after a while; the others end by themselves
+// and are tested with the program itself.
+#include "app/command_line.h"
+
+#include "hw/shared_memory_davinci.h"
+#include "state/service_flags.h"
+#include "vboard/testing/bench.h"
+
+namespace {
+
+using testing::ElementsAre;
+using testing::HasSubstr;
+using testing::Not;
+using testing::StartsWith;
+using vboard::Bench;
+
+struct CommandLineRun {
+  Bench bench;
+  CommandLineRun() {
+    shared_memory = nullptr;
+    start_monitoring = 0;
+    SystemMonitorStatus = 0;
+    dbg_encode = 0;
+  }
+  // Returns what was printed until the limit.
+  std::string run(std::vector<std::string> words, std::int64_t limit_us) {
+    words.insert(words.begin(), "vantorig");
+    std::vector<char*> argv;
+    for (std::string& word : words) argv.push_back(word.data());
+    const int argc = static_cast<int>(argv.size());
+    argv.push_back(nullptr);
+    const bool ended = bench.run_for(limit_us, [&] { run_command_line(argc, argv.data()); });
+    EXPECT_FALSE(ended);
+    return bench.output();
+  }
+};
+
+constexpr std::int64_t kStarted_us = 3'000'000;
+
+TEST(CommandLineService, alone_starts_the_service_with_supervision) {
+  CommandLineRun line;
+  EXPECT_THAT(line.run({"-602"}, kStarted_us),
+              StartsWith(" LN 3151\nargc=2\n LN 3157\nprog602 Y_HD\n"));
+  EXPECT_EQ(start_monitoring, 0);
+  EXPECT_EQ(dbg_encode, 0);
+}
+
+TEST(CommandLineService, getmon_starts_the_status_file) {
+  CommandLineRun line;
+  const std::string printed = line.run({"-602", "getmon"}, kStarted_us);
+  EXPECT_THAT(printed,
+              StartsWith(" LN 3151\nargc=3\n Go to UPDATE  command\n LN 3157\nprog602 Y_HD\n"));
+  EXPECT_EQ(SystemMonitorStatus, 1);
+}
+
+TEST(CommandLineService, nomon_and_dbg_disable_the_monitor_and_debug_encode) {
+  CommandLineRun line;
+  EXPECT_THAT(line.run({"-602", "nomon", "dbg"}, kStarted_us),
+              StartsWith(" LN 3151\nargc=4\nargv[2]=nomon\n monitor is disabled!!\n"
+                         "argv[3]=dbg\n enocde debug is enabled!!\n LN 3157\n"));
+  EXPECT_EQ(dbg_encode, 1);
+}
+
+TEST(CommandLineService, dbg_needs_no_known_word_before_it) {
+  CommandLineRun line;
+  const std::string printed = line.run({"-602", "x", "dbg"}, kStarted_us);
+  EXPECT_THAT(printed, HasSubstr("argv[3]=dbg\n"));
+  EXPECT_THAT(printed, Not(HasSubstr("argv[2]")));
+  EXPECT_EQ(dbg_encode, 1);
+}
+
+TEST(CommandLinePll, swings_the_second_byte_every_millisecond) {
+  CommandLineRun line;
+  line.run({"-pll"}, 3500);
+  EXPECT_THAT(line.bench.trace({"pll wr"}),
+              ElementsAre("pll wr 70 00", "pll wr 70 f0", "pll wr 70 00", "pll wr 70 f0"));
+}
+
+TEST(CommandLineAc3, runs_the_bench_capture) {
+  CommandLineRun line;
+  EXPECT_THAT(line.run({"-ac3"}, 150'000), StartsWith("ac3_test\n"));
+  EXPECT_EQ(config_sys, 0);
+}
+
+}  // namespace
