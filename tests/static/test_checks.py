@@ -9,6 +9,7 @@ import imports
 import include_heights
 import interposer_marker
 import named_tests
+import swept
 import words
 
 
@@ -64,6 +65,18 @@ class Checks(unittest.TestCase):
         text = 'extern "C" int dup(int);\n' + OVERRIDES % ""
         self.assertEqual(len(list(interposer_marker.problems(numbered(text)))), 1)
         self.assertEqual(len(list(interposer_marker.problems(numbered("int x;")))), 1)
+
+    def test_the_sweep_leaves_nothing_out(self):
+        listed = swept.read_list("# a comment\nswept open\nputs: on the console\n")
+        self.assertEqual(listed, {"open": None, "puts": "on the console"})
+        good = ({"open", "puts"}, listed, {"open"}, ["-wr"], '{"-wr", "5"}')
+        self.assertEqual(list(swept.problems(*good)), [])
+        self.assertEqual(len(list(swept.problems({"open", "puts", "dup"}, *good[1:]))), 1)
+        self.assertEqual(len(list(swept.problems({"open"}, *good[1:]))), 1)
+        self.assertEqual(len(list(swept.problems(*good[:2], set(), *good[3:]))), 1)
+        self.assertEqual(len(list(swept.problems(*good[:4], '{"-gpio", "5"}'))), 1)
+        self.assertEqual(swept.asked('if (call_fails("open", path)) x(should_fail("malloc"));'), {"open", "malloc"})
+        self.assertEqual(swept.options('kOptions[] = {\n    {"-wr", Look::kOne},\n};\n    {"-no", 1},'), ["-wr"])
 
     def test_imports_are_accounted_for(self):
         listed = {"open": "wrapped", "puts": "pass", "memcpy": "compiler"}

@@ -79,6 +79,7 @@ constexpr Message kMessages[] = {
     {"service*", "fgets", "read error\n"},
     {"service_getmon", "fopen monitor.txt", "error while open monitor.txt file\n"},
     {"configuration*", "fopen /home/tovin/hd.ini", "can not open hd.ini file\n"},
+    {"apply*", "fopen /home/tovin/hd.ini", "can not open hd.ini file\n"},
     {"reapply*", "fopen /home/tovin/hd.ini", "can not open hd.ini file\n"},
     {"configuration*", "malloc", "error file size"},
     {"host_SEND_HD*", "fopen /home/tovin/hd.ini", "can not open hd.ini file\n"},

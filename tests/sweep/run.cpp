@@ -118,6 +118,7 @@ class PointRun {
   // `unharmed` is null for the run that is the measure.
   PointRun(const Point& point, const Outcome* unharmed) : point_(point), unharmed_(unharmed) {}
 
+  void show() const { fputs(output_.c_str(), stderr); }
   void run() { point_.scenario->host ? run_service() : run_command(); }
 
  private:
@@ -142,10 +143,22 @@ class PointRun {
 
   void begin_failing() const { seam::start_sweep(point_.call, point_.how); }
 
+  void count_handles(int files_before) {
+    outcome().handles = open_files() - files_before - handles_kept();
+  }
+  int spare_handles() {
+    if (unharmed_ == nullptr) return 0;
+    return outcome().handles - unharmed_->handles - scenario().extra_handles;
+  }
+
+  void judge_handles() {
+    if (spare_handles() > 0) fault(std::to_string(spare_handles()) + " handles too many left open");
+  }
+
   // What is known when no call fails any more.
   void end_failing(int files_before) {
     seam::stop_sweep();
-    outcome().handles = open_files() - files_before - handles_kept();
+    count_handles(files_before);
     say(outcome().failed, sizeof outcome().failed, seam::sweep_failed_call());
     const auto& calls = seam::swept_calls();
     outcome().calls = static_cast<long>(std::min(calls.size(), kMostCalls));
@@ -200,6 +213,7 @@ void PointRun::run_command() {
                                    [this] { start_program(); });
   end_failing(before);
   if (!ended && !scenario().endless) fault("not done within its time");
+  judge_handles();
   look_for_message();
 }
 
@@ -273,8 +287,15 @@ void PointRun::run_service() {
     begin_failing();
     scenario().host(host);
     end_failing(before);
+    // An operation in progress holds handles of its own, an application of the
+    // configuration its file: look again.
+    for (int look = 0; look < 40 && spare_handles() > 0; ++look) {
+      host.wait(0.5);
+      count_handles(before);
+    }
     if (point_.call == 0 && scenario().cause != 0 && status_vantorig != scenario().cause)
       fault("restarted for cause " + std::to_string(status_vantorig));
+    judge_handles();
     recover(host);
     done = true;
     // The run is over: the next wait of anyone ends it.
@@ -307,7 +328,9 @@ Outcome run_child(const Point& point, const Outcome* unharmed, bool loud) {
     if (!loud) dup2(nowhere, STDERR_FILENO);
     const rlimit limit = {kCpuLimit_s, kCpuLimit_s};
     setrlimit(RLIMIT_CPU, &limit);
-    PointRun(point, unharmed).run();
+    PointRun run(point, unharmed);
+    run.run();
+    if (loud) run.show();
     _exit(0);
   }
   int status = 0;
@@ -351,9 +374,5 @@ Outcome run_unharmed(const Scenario& scenario, std::vector<SweptCall>* calls) {
 }
 
 Outcome run_point(const Point& point, const Outcome& unharmed, bool loud) {
-  Outcome outcome = run_child(point, &unharmed, loud);
-  const int spare = outcome.handles - unharmed.handles;
-  if (outcome.fault[0] == '\0' && spare > point.scenario->extra_handles)
-    say(outcome.fault, sizeof outcome.fault, std::to_string(spare) + " handles too many left open");
-  return outcome;
+  return run_child(point, &unharmed, loud);
 }

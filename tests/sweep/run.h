@@ -44,5 +44,5 @@ void learn_usual_state();
 Outcome run_unharmed(const Scenario& scenario, std::vector<vboard::seam::SweptCall>* calls);
 
 // Runs a point; nothing is wrong when it ends like the unharmed run, as far as it is
-// known to. `loud` leaves what the program prints on the screen.
+// known to. `loud` shows what the program printed.
 Outcome run_point(const Point& point, const Outcome& unharmed, bool loud);
