@@ -6,10 +6,11 @@
 #include <sys/syscall.h>
 #include <unistd.h>
 
+#include <algorithm>
+#include <array>
 #include <cstdint>
 #include <cstdio>
 #include <fstream>
-#include <memory>
 
 #include "bench/seam.h"
 #include "bench/workload.h"
@@ -132,7 +133,6 @@ std::vector<Workload> transfer_workloads(int bytes) {
   FILE* link = open_link();
   // Back to where only polls are: what the board wrote is overwritten.
   const auto settle = [polls, bytes] {
-    vboard::real::close(vboard::real::dup(polls));
     const std::string fresh(static_cast<std::size_t>(bytes) * (kLinkReadSize + 1),
                             static_cast<char>(kHostPollByte));
     if (pwrite(polls, fresh.data(), fresh.size(), 0) < 0) give_up("no room for the link");
