@@ -20,6 +20,7 @@ cmake --preset arm >/dev/null
 build build-arm vantorig vantorig-remote
 cmake --preset arm-glibc >/dev/null
 build build-arm-glibc vantorig remote-preload
+python3 -B tests/arm/test_scripts.py -q
 python3 -B packaging/size.py build-arm/vantorig build-arm-glibc/vantorig
 python3 -B packaging/syscalls.py build-arm/vantorig.unstripped
 python3 -B tests/arm/bare.py build/vantorig build-arm/vantorig $emulator
