@@ -1,5 +1,5 @@
-// Arguments: each line of the input is one; a line that begins with '!' changes
-// the world before the program starts. Options that end only with their operator
+// Arguments: each line of the input is one; the rest of a line that begins with '!'
+// is an operation on the world before the program starts. Options that end only with their operator
 // are cut short; all others must come to an end.
 #include "app/command_line.h"
 
@@ -7,7 +7,6 @@
 #include <vector>
 
 #include "fuzz/targets.h"
-#include "fuzz/worlds.h"
 #include "vboard/core/trace.h"
 #include "vboard/testing/bench.h"
 
@@ -53,7 +52,9 @@ void command_line(std::string_view input) {
       // A NUL ends an argument.
       words.emplace_back(line.substr(0, line.find('\0')));
     } else {
-      bench.world(world_operation(line.size() > 1 ? line[1] : 0));
+      std::string error;  // an operation that is none changes nothing
+      const vboard::Locked hold(bench.board());
+      vboard::world_command(bench.board(), line.substr(1), error);
       deaf = true;
     }
   }
