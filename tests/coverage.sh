@@ -1,0 +1,25 @@
+#!/bin/sh
+# Tells how much of the product the tests reach, in lines and branches, and fails
+# when a line is not reached that docs/reliability.md does not list.
+#
+# The in-process tests count, and the program itself in the sandbox. What ends by
+# a signal leaves no count behind.
+set -eu
+cd "$(dirname "$0")/.."
+. ./packaging/setup.sh
+need_packages cmake ninja-build g++ python3 libgtest-dev libgmock-dev libcli11-dev \
+  nlohmann-json3-dev bubblewrap psmisc groff-base gcovr
+
+place=build-coverage
+cmake --preset coverage -DVANTORIG_TESTS=ON >/dev/null
+build "$place" all
+find "$place" -name '*.gcda' -delete
+ctest --test-dir "$place" -j "$(nproc)" --output-on-failure --quiet -O "$place/ctest.log" \
+  -L 'inprocess|binary' -E 'Sweep|Soak|BoardWeek' || {
+  cat "$place/ctest.log"
+  exit 1
+}
+gcovr --root . --json "$place/coverage.json" \
+  --filter '(app|supervision|hostlink|diag|config|audio|video|hw|state)/' \
+  "$place/cmake-out/product"
+python3 tests/coverage.py "$place/coverage.json"
