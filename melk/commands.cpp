@@ -217,6 +217,7 @@ int run_make_update(Session& session) {
   const std::string& file = session.request.file;
   if (session.options.make_update == nullptr)
     return fail(session, "no packages are made here", kLocalFile);
+  if (!can_write_file(file)) return fail_file(session, file);
   std::string problem;
   const std::optional<UpdatePackage> package =
       session.options.make_update(session.request.directory, &problem);
@@ -464,19 +465,22 @@ CLI::Validator counting() {
 void take_nothing(CLI::App&, Request&) {}
 
 void take_config(CLI::App& app, Request& request) {
-  app.add_option("FILE", request.file, "configuration file (hd.ini)")->required();
+  app.add_option("FILE", request.file, "configuration file (hd.ini)")->required()->option_text(" ");
   app.add_flag("--wait", request.wait, "wait until the board has applied it, and print its status");
   app.add_flag("--force", request.force,
                "announce a size that the board refuses (29 or less), without data");
 }
 
 void take_update(CLI::App& app, Request& request) {
-  app.add_option("PACKAGE", request.file, "update archive, at most 5000000 bytes")->required();
+  app.add_option("PACKAGE", request.file, "update archive, at most 5000000 bytes")
+      ->required()
+      ->option_text(" ");
   CLI::Option* via_fpga =
       app.add_flag("--via-fpga", request.via_fpga, "send it through the update FIFO of the FPGA");
   app.add_option("--rate", request.rate, "with --via-fpga: bytes per board second")
       ->check(counting())
-      ->needs(via_fpga);
+      ->needs(via_fpga)
+      ->option_text("N");
   app.add_flag("--wait", request.wait, "wait for the board and ask for the result");
   app.add_flag("--force", request.force,
                "announce a size that the board refuses (above 5000000), without data");
@@ -484,28 +488,42 @@ void take_update(CLI::App& app, Request& request) {
 
 void take_make_update(CLI::App& app, Request& request) {
   app.add_option("DIR", request.directory, "files for the board; vantorig must be among them")
-      ->required();
-  app.add_option("-o,--output", request.file, "where the package goes")->required();
+      ->required()
+      ->option_text(" ");
+  app.add_option("-o,--output", request.file, "where the package goes (required)")
+      ->required()
+      ->option_text("FILE");
 }
 
 void take_clock(CLI::App& app, Request& request) {
-  app.add_option("TEXT", request.text, "12 characters, DDMMYYhhmmss; the local time if absent");
+  app.add_option("TEXT", request.text, "12 characters, DDMMYYhhmmss; the local time if absent")
+      ->option_text(" ");
 }
 
 void take_register(CLI::App& app, Request& request) {
   app.add_option("DEV", request.device, "device address in 8-bit form, as 0x90")
       ->required()
-      ->check(CLI::Range(0, 255));
-  app.add_option("REG", request.reg, "register number")->required()->check(CLI::Range(0, 255));
+      ->check(CLI::Range(0, 255))
+      ->option_text(" ");
+  app.add_option("REG", request.reg, "register number")
+      ->required()
+      ->check(CLI::Range(0, 255))
+      ->option_text(" ");
 }
 
 void take_log(CLI::App& app, Request& request) {
-  app.add_option("NUMBER", request.log, "1 or 2")->required()->check(CLI::Range(1, 2));
-  app.add_option("-o,--output", request.file, "where the archive goes")->required();
+  app.add_option("NUMBER", request.log, "1 or 2")
+      ->required()
+      ->check(CLI::Range(1, 2))
+      ->option_text(" ");
+  app.add_option("-o,--output", request.file, "where the archive goes (required)")
+      ->required()
+      ->option_text("FILE");
 }
 
 void take_monitor_file(CLI::App& app, Request& request) {
-  app.add_option("-o,--output", request.file, "where the file goes; printed if absent");
+  app.add_option("-o,--output", request.file, "where the file goes; printed if absent")
+      ->option_text("FILE");
 }
 
 void take_record(CLI::App& app, Request& request) {
@@ -515,22 +533,28 @@ void take_record(CLI::App& app, Request& request) {
 void take_number(CLI::App& app, Request& request) {
   app.add_option("N", request.number, "32-bit number")
       ->required()
-      ->check(CLI::Range(std::int64_t{-2147483648}, std::int64_t{4294967295}));
+      ->check(CLI::Range(std::int64_t{-2147483648}, std::int64_t{4294967295}))
+      ->option_text(" ");
 }
 
 void take_raw(CLI::App& app, Request& request) {
   app.add_option("CODE", request.codes, "command code, and what else is to be sent")
       ->required()
-      ->check(CLI::Range(0, 255));
+      ->check(CLI::Range(0, 255))
+      ->option_text("...");
   app.add_option_function<std::size_t>(
-      "--answers", [&request](const std::size_t& count) { request.answers = count; },
-      "collect this many bytes (default: one, if it comes within 0.5 s)");
+         "--answers", [&request](const std::size_t& count) { request.answers = count; },
+         "collect this many bytes (default: one, if it comes within 0.5 s)")
+      ->option_text("N");
 }
 
 void take_watch(CLI::App& app, Request& request) {
   app.add_option("--interval", request.interval_s, "board seconds between readings (1)")
-      ->check(seconds_within(0.01, 3600));
-  app.add_option("--count", request.count, "end after this many readings")->check(counting());
+      ->check(seconds_within(0.01, 3600))
+      ->option_text("SECONDS");
+  app.add_option("--count", request.count, "end after this many readings")
+      ->check(counting())
+      ->option_text("N");
   app.add_flag("--no-levels", request.no_levels, "leave the buffer levels out");
 }
 
@@ -645,7 +669,8 @@ void add_sub_commands(CLI::App& app, Request& request) {
   app.add_option_function<double>(
          "--timeout", [&request](const double& s) { request.timeout_s = s; },
          "board seconds of silence before melk gives up (20)")
-      ->check(seconds_within(0.001, 86400));
+      ->check(seconds_within(0.001, 86400))
+      ->option_text("SECONDS");
   for (const SubCommand& row : kSubCommands) {
     CLI::App* sub = app.add_subcommand(row.word, help_of(row));
     sub->group(row.group);

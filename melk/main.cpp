@@ -41,23 +41,29 @@ struct Place {
 
 void add_place(CLI::App& app, Place& place) {
   CLI::Option* board = app.add_option("--board", place.directory,
-                                      "directory of a virtual board ($VBOARD_BOARD or ./board)");
+                                      "directory of a virtual board ($VBOARD_BOARD or ./board)")
+                           ->option_text("DIR");
   CLI::Option* spi =
       app.add_option("--spi", place.spi.device, "SPI master of a real board, as /dev/spidev0.0")
-          ->excludes(board);
+          ->excludes(board)
+          ->option_text("DEVICE");
   app.add_option("--speed", place.spi.speed_hz, "with --spi: clock in Hz (1000000)")
       ->check(CLI::Range(std::uint32_t{1}, std::uint32_t{200000000}))
-      ->needs(spi);
+      ->needs(spi)
+      ->option_text("HZ");
   app.add_option("--spi-mode", place.spi.mode, "with --spi: clock mode, 0 to 3 (0)")
       ->check(CLI::Range(0, 3))
-      ->needs(spi);
+      ->needs(spi)
+      ->option_text("MODE");
   app.add_option("--gap", place.spi.gap_ms, "with --spi: milliseconds behind each byte (10)")
       ->check(CLI::Range(0.0, 1000.0))
-      ->needs(spi);
+      ->needs(spi)
+      ->option_text("MS");
   app.add_option("--data-gap", place.spi.data_gap_ms,
                  "with --spi: milliseconds behind each byte of file data (1)")
       ->check(CLI::Range(0.0, 1000.0))
-      ->needs(spi);
+      ->needs(spi)
+      ->option_text("MS");
 }
 
 // Null with a complaint.
