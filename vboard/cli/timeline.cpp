@@ -605,11 +605,11 @@ class Picture {
     text(kLeft - 10, y_ + 13, "buffers", "right quiet");
     text(kLeft - 10, y_ + 30, "video", "right video-text");
     text(kLeft - 10, y_ + 45, "audio", "right audio-text");
-    const double step = top > 60 ? 30 : top > 20 ? 20 : 5;
-    for (double level = 0; level <= top; level += step) {
+    const int step = top > 60 ? 30 : top > 20 ? 20 : 5;
+    for (int level = 0; level <= static_cast<int>(top); level += step) {
       const double at_y = y_ + kChart - level * (kChart - 8) / top;
       line(kLeft, at_y, kRight, at_y, "grid", &ground_);
-      text(kRight + 5, at_y + 4, std::to_string(std::lround(level)), "quiet");
+      text(kRight + 5, at_y + 4, std::to_string(level), "quiet");
     }
     curve(story_.audio_level, top, "audio-level");
     curve(story_.video_level, top, "video-level");
@@ -622,11 +622,13 @@ class Picture {
     while (chosen + 1 != std::end(kSteps) && length / chosen->step > kMostTicks) ++chosen;
     double step = chosen->step;
     while (length / step > kMostTicks) step *= 2;
-    for (double at = std::ceil(story_.begin / step - 1e-9) * step; at <= story_.end + 1e-9;
-         at += step) {
+    const auto first = static_cast<long>(std::ceil(story_.begin / step - 1e-9));
+    const auto last = static_cast<long>(std::floor(story_.end / step + 1e-9));
+    for (long tick = first; tick <= last; ++tick) {
+      const double at = static_cast<double>(tick) * step;
       line(x(at), kTop, x(at), bottom + 4, "grid", &ground_);
       char label[40];
-      snprintf(label, sizeof label, "%.6g", std::abs(at) < 1e-9 ? 0 : at / chosen->unit.seconds);
+      snprintf(label, sizeof label, "%.6g", at / chosen->unit.seconds);
       text(x(at), bottom + 17, label, "middle quiet");
     }
     text(kLeft - 10, bottom + 17, std::string("board time, ") + chosen->unit.name, "right quiet");
