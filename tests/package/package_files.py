@@ -38,6 +38,8 @@ def check_tarball(found, build, place):
     found.check(len(packed) == 2 and packed[0] == packed[1], "two tarballs of one build differ")
     with tarfile.open(next((place / "one").glob("*.tar.gz"))) as tarball:
         members = {member.name.removeprefix("./"): member for member in tarball.getmembers()}
+    in_order = sorted(members, key=lambda name: name.split("/"))
+    found.check(list(members) == in_order, f"the tarball is in no order: {list(members)}")
     for name, mode in [(name, 0o755) for name in PROGRAMS] + [(name, 0o644) for name in TEXTS]:
         found.check(name in members, f"{name} is not in the tarball")
         found.check(name in members and members[name].mode == mode, f"{name} has another mode")

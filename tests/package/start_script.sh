@@ -37,6 +37,7 @@ is_up() { says log1.txt 'end configure'; }
 differs() { pid=$(service_pid) && [ "$pid" != "$1" ]; }
 size_at_most() { [ "$(wc -c <"$1")" -le "$2" ]; }
 nobody_runs() { ! pidof vantorig >/dev/null && ! pidof encode >/dev/null; }
+no_encode() { ! pidof encode; }
 no_file() { [ ! -e "$1" ]; }
 
 cd /home/tovin || exit 1
@@ -53,12 +54,13 @@ first=$(service_pid)
 S90 start
 check "a second start changes nothing" test "$(service_pid)" = "$first"
 
-./encode &
+(./encode &)
+check "an encode is there" until_holds pidof encode
 kill -9 "$first"
 check "a service that is killed is started again" until_holds differs "$first"
 check "the log says how it ended" until_holds says log1.txt 'S90vantorig: the service ended with status 137'
 check "the log of the dead is kept" test "$(grep -c 'end configure' log1.txt)" -ge 1
-check "encode has ended with it" test -z "$(pidof encode)"
+check "encode has ended with it" until_holds no_encode
 
 rm log1.txt
 host temp
