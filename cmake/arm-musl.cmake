@@ -48,4 +48,5 @@ set(CMAKE_C_STANDARD_LIBRARIES_INIT
 set(CMAKE_CXX_STANDARD_LIBRARIES_INIT "${CMAKE_C_STANDARD_LIBRARIES_INIT}")
 
 # What the static program links beside the product.
-set(VANTORIG_LEAN ${CMAKE_CURRENT_LIST_DIR}/musl/lean.cpp)
+set(VANTORIG_LEAN ${CMAKE_CURRENT_LIST_DIR}/musl/lean.cpp
+  ${CMAKE_CURRENT_LIST_DIR}/musl/stream_calls.cpp)

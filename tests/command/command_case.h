@@ -58,19 +58,6 @@ inline Lines operator+(Lines first, const Lines& second) {
   return first;
 }
 
-// Reads that follow one another as one read: in how many the buffer of a stream
-// fills is up to the C library that the program was built with.
-inline Lines reads_joined(const Lines& trace, const std::string& read) {
-  Lines joined;
-  for (const std::string& line : trace) {
-    if (!joined.empty() && joined.back().starts_with(read) && line.starts_with(read))
-      joined.back() += line.substr(read.size());
-    else
-      joined.push_back(line);
-  }
-  return joined;
-}
-
 // Traffic between opening and closing a device.
 inline Lines on_bus(const Lines& traffic) {
   return Lines{"open /dev/i2c-1"} + traffic + Lines{"close /dev/i2c-1"};

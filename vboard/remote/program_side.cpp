@@ -31,12 +31,9 @@ using namespace vboard::remote;  // NOLINT(google-build-using-namespace): overri
 #ifdef REMOTE_PRELOADED
 #define OVERRIDE(name) name
 #define REAL(name) reinterpret_cast<decltype(&(name))>(dlsym(RTLD_NEXT, #name))
-// What glibc wants of a cookie stream that could not write.
-static constexpr ssize_t kWriteFailed = 0;
 #else
 #define OVERRIDE(name) __wrap_##name
 #define REAL(name) __real_##name
-static constexpr ssize_t kWriteFailed = -1;
 extern "C" {
 int __real_open(const char* path, int flags, ...);
 int __real_close(int fd);
@@ -45,7 +42,7 @@ int __real_ioctl(int fd, int request, ...);
 ssize_t __real_read(int fd, void* data, std::size_t size);
 ssize_t __real_write(int fd, const void* data, std::size_t size);
 FILE* __real_fopen(const char* path, const char* mode);
-int __real_fileno(FILE* stream);
+int __real_fclose(FILE* stream);
 int __real___select_time64(int count, fd_set* read, fd_set* write, fd_set* except,
                            timeval* timeout);
 int __real_shmget(key_t key, std::size_t size, int flags);
@@ -121,7 +118,9 @@ enum class Kind : unsigned char { kNone, kFpga, kI2c, kVideo, kOther };
 struct Handle {
   Kind kind;
   int there;
+#ifdef REMOTE_PRELOADED
   FILE* stream;
+#endif
 };
 constexpr int kHandles = kFirstChannel;
 Handle handles[kHandles];
@@ -149,7 +148,9 @@ int take_place(Kind kind, std::int64_t descriptor) {
   if (descriptor < 0) return -1;
   const int fd = REAL(open)("/dev/null", O_RDWR | O_CLOEXEC);
   if (fd < 0 || fd >= kHandles) return -1;
-  handles[fd] = {kind, static_cast<int>(descriptor), nullptr};
+  handles[fd] = {};
+  handles[fd].kind = kind;
+  handles[fd].there = static_cast<int>(descriptor);
   return fd;
 }
 
@@ -175,25 +176,22 @@ ssize_t write_there(int fd, const void* data, std::size_t size) {
 
 // ---- streams -------------------------------------------------------------------
 
+// Device streams make their transfers through `read` and `write`, as on the board.
+// The static program's do so by name; glibc's hand them to a cookie.
+#ifdef REMOTE_PRELOADED
 int cookie_fd(void* cookie) { return static_cast<int>(reinterpret_cast<std::intptr_t>(cookie)); }
 
 ssize_t cookie_read(void* cookie, char* data, std::size_t size) {
   return read_there(cookie_fd(cookie), data, size);
 }
-// Nothing, in front of what there is or behind it, makes no call on a device.
+// A stream of glibc wants 0 of a write that failed.
 ssize_t cookie_write(void* cookie, const char* data, std::size_t size) {
-  if (size == 0) return 0;
   const ssize_t written = write_there(cookie_fd(cookie), data, size);
-  return written < 0 ? kWriteFailed : written;
+  return written < 0 ? 0 : written;
 }
 int cookie_close(void* cookie) { return give_back(cookie_fd(cookie)); }
 
-FILE* open_stream(const char* path, const char* mode) {
-  const Kind kind = kind_of(path);
-  if (kind == Kind::kNone)
-    return ask_path(Call::kTouch, path, 0, mode) < 0 ? nullptr : REAL(fopen)(path, mode);
-  const int fd = take_place(kind, ask_path(Call::kOpenStream, path, 0, mode));
-  if (fd < 0) return nullptr;
+FILE* stream_on(int fd, const char* mode) {
   cookie_io_functions_t calls = {};
   calls.read = cookie_read;
   calls.write = cookie_write;
@@ -207,6 +205,27 @@ int stream_fd(FILE* stream) {
   for (int fd = 0; fd < kHandles; ++fd)
     if (handles[fd].kind != Kind::kNone && handles[fd].stream == stream) return fd;
   return REAL(fileno)(stream);
+}
+#else
+FILE* stream_on(int fd, const char* mode) { return fdopen(fd, mode); }
+
+int close_stream(FILE* stream) {
+  const int fd = fileno(stream);
+  if (handle_of(fd) == nullptr) return REAL(fclose)(stream);
+  const int flushed = fflush(stream);
+  const auto closed = static_cast<int>(ask(Call::kClose, there(fd), 0));
+  handles[fd] = {};
+  REAL(fclose)(stream);
+  return flushed == 0 ? closed : EOF;
+}
+#endif
+
+FILE* open_stream(const char* path, const char* mode) {
+  const Kind kind = kind_of(path);
+  if (kind == Kind::kNone)
+    return ask_path(Call::kTouch, path, 0, mode) < 0 ? nullptr : REAL(fopen)(path, mode);
+  const int fd = take_place(kind, ask_path(Call::kOpenStream, path, 0, mode));
+  return fd < 0 ? nullptr : stream_on(fd, mode);
 }
 
 int open_file(const char* path, int flags, unsigned mode) {
@@ -458,7 +477,7 @@ int __wrap_ioctl(int fd, int request, ...) {
   va_end(list);
   return request_there(fd, static_cast<unsigned>(request), argument);
 }
-int __wrap_fileno(FILE* stream) { return stream_fd(stream); }
+int __wrap_fclose(FILE* stream) { return close_stream(stream); }
 int __wrap___select_time64(int count, fd_set* read_set, fd_set* write_set, fd_set* except_set,
                            timeval* limit) {
   const int fd = device_in(count, read_set);
