@@ -231,6 +231,16 @@ TEST_P(Fault, leaves_nothing_behind_in_the_world) {
   EXPECT_EQ(memcmp(before->data(), &bench.board().world, sizeof(World)), 0);
 }
 
+TEST_P(Fault, is_told_as_it_was_said_until_it_is_mended) {
+  const std::string said = GetParam().fault;
+  Bench bench;
+  bench.world("fault " + said);
+  const std::string told = said == "ac3-frame-code" ? "ac3-frame-code 38" : said;
+  EXPECT_EQ(faults_on(bench.board()), std::vector<std::string>{told});
+  bench.world("faults clear");
+  EXPECT_TRUE(faults_on(bench.board()).empty());
+}
+
 INSTANTIATE_TEST_SUITE_P(each, Fault, testing::ValuesIn(kFaultCases),
                          [](const auto& one) { return std::string(one.param.name); });
 
@@ -258,11 +268,31 @@ TEST(Faults, encode_crash_ends_the_process) {
   }
 }
 
+TEST(Faults, several_are_told_in_the_order_of_the_table) {
+  Bench bench;
+  for (const char* one : {"missing i2c", "missing fpga2", "stuck 70 13 0", "ghost-standard 63",
+                          "ghost-standard 3", "fpga-fail 83", "fpga-fail", "stall"})
+    bench.world(std::string("fault ") + one);
+  const std::vector<std::string> told = {
+      "stall",     "stuck 70 13 00", "ghost-standard 3", "ghost-standard 63",
+      "fpga-fail", "fpga-fail 83",   "missing fpga2",    "missing i2c"};
+  EXPECT_EQ(faults_on(bench.board()), told);
+}
+
+TEST(Faults, firmware_that_was_loaded_again_is_not_told_as_lost) {
+  Bench bench;
+  bench.world("fault dsp-no-firmware");
+  bench.board().dsp.has_firmware = true;  // as the end of a download leaves it
+  EXPECT_TRUE(faults_on(bench.board()).empty());
+}
+
 TEST(Faults, i2c_fail_counts_transfers) {
   Bench bench;
   bench.world("fault i2c-fail 5c 2");
   EXPECT_EQ(chip_register(kTvp7002, 0x14), 0xDA);
+  EXPECT_EQ(faults_on(bench.board()), std::vector<std::string>{"i2c-fail 5c 1"});
   EXPECT_EQ(chip_register(kTvp7002, 0x14), -1);
+  EXPECT_TRUE(faults_on(bench.board()).empty());
   EXPECT_EQ(chip_register(kTvp7002, 0x14), 0xDA);
 }
 

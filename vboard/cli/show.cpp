@@ -79,6 +79,7 @@ ordered_json json_of(const Board& board) {
   out["dsp"] = {{"firmware", board.dsp.has_firmware}, {"running", board.dsp.running}};
   out["link"] = {{"bytes_from_host", board.link.to_board.head},
                  {"bytes_to_host", board.link.to_host.head}};
+  out["faults"] = faults_on(board);
   out["violations"] = {{"count", board.violations.count}, {"first", board.violations.first}};
   return out;
 }
@@ -127,6 +128,9 @@ int show_board(const Board& board, bool as_json) {
          board.dsp.running ? "running" : "stopped");
   printf("link      %u bytes from the host, %u to it\n", board.link.to_board.head,
          board.link.to_host.head);
+  std::string faults;
+  for (const std::string& one : faults_on(board)) faults += (faults.empty() ? "" : ", ") + one;
+  printf("faults    %s\n", faults.empty() ? "none" : faults.c_str());
   if (board.violations.count > 0)
     printf("faulty    %u violations, first: %s\n", board.violations.count, board.violations.first);
   return 0;

@@ -4,6 +4,7 @@
 #include <algorithm>
 #include <charconv>
 #include <cmath>
+#include <cstdio>
 #include <iterator>
 #include <optional>
 
@@ -248,6 +249,17 @@ bool encode(Board& board, const Words& arguments, std::string& error) {
 
 // ---- faults ----------------------------------------------------------------------
 
+using Told = std::vector<std::string>;
+
+// A fault without arguments tells an empty text while it is on.
+Told told_if(bool on) { return on ? Told{""} : Told{}; }
+
+std::string hexadecimal(int value) {
+  char text[8];
+  snprintf(text, sizeof text, "%02x", static_cast<unsigned>(value));
+  return text;
+}
+
 // A fault that is one flag.
 template <bool Faults::*flag>
 bool raise(Board& board, const Words& arguments, std::string& error) {
@@ -261,6 +273,10 @@ bool lower(Board& board, const Words& arguments, std::string& error) {
   board.world.faults.*flag = false;
   return true;
 }
+template <bool Faults::*flag>
+Told tell(const Board& board) {
+  return told_if(board.world.faults.*flag);
+}
 
 template <bool FpgaState::*flag>
 bool raise(Board& board, const Words& arguments, std::string& error) {
@@ -273,6 +289,10 @@ bool lower(Board& board, const Words& arguments, std::string& error) {
   if (!expect(error, arguments, 0, 0)) return false;
   board.fpga.*flag = false;
   return true;
+}
+template <bool FpgaState::*flag>
+Told tell(const Board& board) {
+  return told_if(board.fpga.*flag);
 }
 
 bool lose_video(Board& board, const Words& arguments, std::string& error) {
@@ -288,6 +308,9 @@ bool return_video(Board& board, const Words& arguments, std::string& error) {
   if (faults.lost_video != VideoSource::kNone) board.world.video = faults.lost_video;
   faults.lost_video = VideoSource::kNone;
   return true;
+}
+Told tell_video(const Board& board) {
+  return told_if(board.world.faults.lost_video != VideoSource::kNone);
 }
 
 bool lose_audio(Board& board, const Words& arguments, std::string& error) {
@@ -307,6 +330,9 @@ bool return_audio(Board& board, const Words& arguments, std::string& error) {
   faults.lost_audio = AudioSource::kNone;
   return true;
 }
+Told tell_audio(const Board& board) {
+  return told_if(board.world.faults.lost_audio != AudioSource::kNone);
+}
 
 constexpr int kFirstCodeBeyondTable = 38;  // rows 0 to 37 are the table of frame sizes
 constexpr int kHighestFrameCode = 63;
@@ -324,6 +350,10 @@ bool mend_frame_code(Board& board, const Words& arguments, std::string& error) {
   board.world.faults.ac3_frame_code = -1;
   return true;
 }
+Told tell_frame_code(const Board& board) {
+  const std::int32_t code = board.world.faults.ac3_frame_code;
+  return code < 0 ? Told{} : Told{std::to_string(code)};
+}
 
 bool lose_firmware(Board& board, const Words& arguments, std::string& error) {
   if (!expect(error, arguments, 0, 0)) return false;
@@ -339,6 +369,10 @@ bool return_firmware(Board& board, const Words& arguments, std::string& error) {
   if (faults.lost_firmware) board.dsp.has_firmware = true;
   faults.lost_firmware = false;
   return true;
+}
+// Firmware that was loaded since is no loss any more.
+Told tell_firmware(const Board& board) {
+  return told_if(board.world.faults.lost_firmware && !board.dsp.has_firmware);
 }
 
 bool fail_i2c(Board& board, const Words& arguments, std::string& error) {
@@ -364,6 +398,15 @@ bool mend_i2c(Board& board, const Words& arguments, std::string& error) {
   if (!chip) return fail(error, quoted(arguments[0]) + " is no 7-bit address");
   faults.i2c_fail[*chip] = 0;
   return true;
+}
+Told tell_i2c(const Board& board) {
+  Told all;
+  for (int chip = 0; chip < kI2cAddresses; ++chip) {
+    const std::int32_t countdown = board.world.faults.i2c_fail[chip];
+    if (countdown == 0) continue;
+    all.push_back(hexadecimal(chip) + (countdown > 0 ? " " + std::to_string(countdown) : ""));
+  }
+  return all;
 }
 
 // Two hexadecimal digits, with or without "0x".
@@ -396,6 +439,16 @@ bool free_registers(Board& board, const Words& arguments, std::string& error) {
   board.world.faults.stuck_count = 0;
   return true;
 }
+Told tell_registers(const Board& board) {
+  const Faults& faults = board.world.faults;
+  Told all;
+  for (std::uint32_t i = 0; i < faults.stuck_count; ++i) {
+    const StuckRegister& one = faults.stuck[i];
+    all.push_back(hexadecimal(one.address) + " " + hexadecimal(one.reg) + " " +
+                  hexadecimal(one.value));
+  }
+  return all;
+}
 
 constexpr int kHighestStandardBit = 63;
 
@@ -411,6 +464,12 @@ bool drop_ghost_standards(Board& board, const Words& arguments, std::string& err
   if (!expect(error, arguments, 0, 0)) return false;
   board.world.faults.ghost_standards = 0;
   return true;
+}
+Told tell_ghost_standards(const Board& board) {
+  Told all;
+  for (int bit = 0; bit <= kHighestStandardBit; ++bit)
+    if ((board.world.faults.ghost_standards >> bit & 1) != 0) all.push_back(std::to_string(bit));
+  return all;
 }
 
 bool fail_fpga(Board& board, const Words& arguments, std::string& error) {
@@ -430,6 +489,12 @@ bool mend_fpga(Board& board, const Words& arguments, std::string& error) {
   board.world.faults.fpga_fail = false;
   board.world.faults.fpga_fail_request = -1;
   return true;
+}
+Told tell_fpga(const Board& board) {
+  const Faults& faults = board.world.faults;
+  Told all = told_if(faults.fpga_fail);
+  if (faults.fpga_fail_request >= 0) all.push_back(std::to_string(faults.fpga_fail_request));
+  return all;
 }
 
 constexpr Named<Device> kDevices[] = {
@@ -456,6 +521,13 @@ bool return_device(Board& board, const Words& arguments, std::string& error) {
   missing &= ~(1u << static_cast<unsigned>(device->value));
   return true;
 }
+Told tell_devices(const Board& board) {
+  Told all;
+  for (const auto& device : kDevices)
+    if ((board.world.faults.missing_devices >> static_cast<unsigned>(device.value) & 1) != 0)
+      all.emplace_back(device.name);
+  return all;
+}
 
 bool delay_nstatus(Board& board, const Words& arguments, std::string& error) {
   if (!expect(error, arguments, 1, 1)) return false;
@@ -470,60 +542,70 @@ bool restore_nstatus(Board& board, const Words& arguments, std::string& error) {
   board.fpga.nstatus_delay = 0;
   return true;
 }
+Told tell_nstatus(const Board& board) {
+  const int delay = board.fpga.nstatus_delay;
+  if (delay == 0) return {};
+  return {delay < 0 ? "never" : std::to_string(delay)};
+}
 
 // A new process comes with the next launch; there is nothing to take back.
 bool nothing_to_undo(Board&, const Words& arguments, std::string& error) {
   return expect(error, arguments, 0, 0);
 }
+Told nothing_to_tell(const Board&) { return {}; }
 
 using F = Faults;
 
 constexpr WorldFault kFaults[] = {
-    {"video-loss", "", "the video plug is pulled", lose_video, return_video},
+    {"video-loss", "", "the video plug is pulled", lose_video, return_video, tell_video},
     {"video-freeze", "", "sync is gone and the picture readings stand still",
-     raise<&F::video_freeze>, lower<&F::video_freeze>},
+     raise<&F::video_freeze>, lower<&F::video_freeze>, tell<&F::video_freeze>},
     {"video-overflow", "", "the video buffer level is beyond its limit", raise<&F::video_overflow>,
-     lower<&F::video_overflow>},
-    {"audio-loss", "", "the audio plug is pulled", lose_audio, return_audio},
+     lower<&F::video_overflow>, tell<&F::video_overflow>},
+    {"audio-loss", "", "the audio plug is pulled", lose_audio, return_audio, tell_audio},
     {"audio-overflow", "", "the audio buffer level is beyond its limit", raise<&F::audio_overflow>,
-     lower<&F::audio_overflow>},
-    {"stall", "", "the video buffer stops moving at its level", raise<&F::stall>, lower<&F::stall>},
-    {"low-buffer", "", "the video buffer never fills", raise<&F::low_buffer>,
-     lower<&F::low_buffer>},
+     lower<&F::audio_overflow>, tell<&F::audio_overflow>},
+    {"stall", "", "the video buffer stops moving at its level", raise<&F::stall>, lower<&F::stall>,
+     tell<&F::stall>},
+    {"low-buffer", "", "the video buffer never fills", raise<&F::low_buffer>, lower<&F::low_buffer>,
+     tell<&F::low_buffer>},
     {"level-jump", "", "the video buffer settles at another level", raise<&F::level_jump>,
-     lower<&F::level_jump>},
-    {"encode-crash", "", "encode dies at once", crash_encode, nothing_to_undo},
+     lower<&F::level_jump>, tell<&F::level_jump>},
+    {"encode-crash", "", "encode dies at once", crash_encode, nothing_to_undo, nothing_to_tell},
     {"encode-hang", "", "encode lives and does nothing", raise<&F::encode_hang>,
-     lower<&F::encode_hang>},
+     lower<&F::encode_hang>, tell<&F::encode_hang>},
     {"encode-never-alive", "", "encode starts and never reports itself alive",
-     raise<&F::encode_never_alive>, lower<&F::encode_never_alive>},
+     raise<&F::encode_never_alive>, lower<&F::encode_never_alive>, tell<&F::encode_never_alive>},
     {"no-ac3-sync", "", "the FPGA never captures an AC-3 frame", raise<&F::no_ac3_sync>,
-     lower<&F::no_ac3_sync>},
+     lower<&F::no_ac3_sync>, tell<&F::no_ac3_sync>},
     {"wrong-ac3-sync", "", "captured AC-3 frames lack the sync word", raise<&F::wrong_ac3_sync>,
-     lower<&F::wrong_ac3_sync>},
+     lower<&F::wrong_ac3_sync>, tell<&F::wrong_ac3_sync>},
     {"ac3-frame-code", "[CODE]", "captured AC-3 frames carry this frame-size code: 38, or CODE",
-     break_frame_code, mend_frame_code},
+     break_frame_code, mend_frame_code, tell_frame_code},
     {"dsp-dead", "", "the DSP answers nothing and takes no firmware", raise<&F::dsp_dead>,
-     lower<&F::dsp_dead>},
-    {"dsp-no-firmware", "", "the DSP has lost its firmware", lose_firmware, return_firmware},
+     lower<&F::dsp_dead>, tell<&F::dsp_dead>},
+    {"dsp-no-firmware", "", "the DSP has lost its firmware", lose_firmware, return_firmware,
+     tell_firmware},
     {"dsp-fifo-stuck", "", "the firmware FIFO never drains", raise<&F::dsp_fifo_stuck>,
-     lower<&F::dsp_fifo_stuck>},
+     lower<&F::dsp_fifo_stuck>, tell<&F::dsp_fifo_stuck>},
     {"i2c-fail", "ADDR [N]", "transfers to the chip at ADDR fail: all, or the N-th from now",
-     fail_i2c, mend_i2c},
+     fail_i2c, mend_i2c, tell_i2c},
     {"stuck", "ADDR REG VALUE", "register REG of the chip at ADDR answers VALUE for ever",
-     stick_register, free_registers},
+     stick_register, free_registers, tell_registers},
     {"ghost-standard", "BIT", "the capture driver reports one standard bit too many",
-     add_ghost_standard, drop_ghost_standards},
+     add_ghost_standard, drop_ghost_standards, tell_ghost_standards},
     {"fpga-fail", "[REQUEST]", "requests of the FPGA driver fail: all, or this number", fail_fpga,
-     mend_fpga},
+     mend_fpga, tell_fpga},
     {"missing", "DEVICE", "the device node is gone: fpga fpga2 spislave i2c video0 gpio",
-     remove_device, return_device},
+     remove_device, return_device, tell_devices},
     {"nstatus", "DELAY|never", "the configuration port shows nSTATUS after DELAY polls",
-     delay_nstatus, restore_nstatus},
+     delay_nstatus, restore_nstatus, tell_nstatus},
     {"config-broken", "", "loading a bitstream never reaches done",
-     raise<&FpgaState::config_broken>, lower<&FpgaState::config_broken>},
+     raise<&FpgaState::config_broken>, lower<&FpgaState::config_broken>,
+     tell<&FpgaState::config_broken>},
     {"short-write", "", "the configuration port takes one byte less",
-     raise<&FpgaState::config_short_write>, lower<&FpgaState::config_short_write>},
+     raise<&FpgaState::config_short_write>, lower<&FpgaState::config_short_write>,
+     tell<&FpgaState::config_short_write>},
 };
 
 bool fault(Board& board, const Words& arguments, std::string& error) {
@@ -563,6 +645,14 @@ constexpr WorldCommand kCommands[] = {
 std::span<const WorldCommand> world_commands() { return kCommands; }
 std::span<const WorldFault> world_faults() { return kFaults; }
 std::span<const WorldStandard> world_standards() { return kStandards; }
+
+std::vector<std::string> faults_on(const Board& board) {
+  std::vector<std::string> all;
+  for (const WorldFault& one : kFaults)
+    for (const std::string& arguments : one.tell(board))
+      all.push_back(arguments.empty() ? one.name : one.name + (" " + arguments));
+  return all;
+}
 
 const char* source_name(VideoSource source) { return name_of(kVideoSources, source); }
 const char* source_name(AudioSource source) { return name_of(kAudioSources, source); }

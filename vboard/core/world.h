@@ -31,6 +31,8 @@ struct WorldFault {
   const char* meaning;
   bool (*set)(Board& board, const Words& arguments, std::string& error);
   bool (*clear)(Board& board, const Words& arguments, std::string& error);
+  // The arguments with which it is on, once for each time; none while it is off.
+  std::vector<std::string> (*tell)(const Board& board);
 };
 
 struct WorldStandard {
@@ -42,6 +44,9 @@ struct WorldStandard {
 std::span<const WorldCommand> world_commands();
 std::span<const WorldFault> world_faults();
 std::span<const WorldStandard> world_standards();
+
+// What is broken, as it would be said behind `fault`: "stall", "missing i2c".
+std::vector<std::string> faults_on(const Board& board);
 
 // A source's word in an operation.
 const char* source_name(VideoSource source);
