@@ -165,6 +165,8 @@ static void hold_service() {
 }
 
 // Reads the directory line of the stored file into `line`, zero-filled before.
+// The shell leaves the listing in the working directory, which on the board is
+// the home directory that the reading names.
 static void list_stored_file(char* line) {
   run_shell("ls -l /home/tovin/hd.ini > check_hd_size.txt");
   FILE* list = fopen("/home/tovin/check_hd_size.txt", "r");

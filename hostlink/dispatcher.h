@@ -16,6 +16,7 @@ struct HostCommand {
 const HostCommand* find_host_command(std::uint8_t code);
 
 // Thread entry; the argument is not used. Opens the FPGA, empties hd.ini, opens
-// the link and the LED device, then serves commands. Ends with 0 when a device
-// does not open or a wait fails, with 2 when the LED request fails.
+// the link and the LED device, then serves commands. An FPGA that does not open
+// is reported and lived without. Ends with 0 when the link or the LED device does
+// not open or a wait fails, with 2 when the LED request fails.
 void* spi_slave_polling_thread(void* argument);

@@ -7,7 +7,8 @@
 inline constexpr std::int32_t kMaxUpdateSize = 5'000'000;  // bytes of an update archive
 
 // Receives size bytes from the link into hd.ini. A wait error leaves the file
-// open and empty.
+// open and empty. Without a buffer or the file nothing is taken from the link;
+// without a buffer the stored file stays as it is.
 void get_file(FILE* link, std::int32_t size);
 
 // Receives an update archive of size bytes from the link, stores it and runs

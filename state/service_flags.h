@@ -22,12 +22,12 @@ inline constexpr std::uint8_t kStatusHealthy = 0x91;          // healthy, or not
 inline constexpr std::uint8_t kStatusVantorigCleared = 0x80;  // no restart cause held
 
 // --- host status bytes ---------------------------------------------------
-extern Relaxed<std::uint8_t> global_status;         // writer: service, link   reader: link
-extern Relaxed<std::uint8_t> status_vantorig;       // writer: service, link   reader: link
-extern Relaxed<std::uint8_t> status_vantorig1;      // writer: service         reader: none
+extern Relaxed<std::uint8_t> global_status;         // writer: service, link   reader: service, link
+extern Relaxed<std::uint8_t> status_vantorig;       // writer: service, link   reader: service, link
+extern Relaxed<std::uint8_t> status_vantorig1;      // writer: service         reader: service
 extern Relaxed<std::uint8_t> fpga_monitor_flags;    // writer: service         reader: link
 extern Relaxed<std::uint8_t> monitor_state;         // writer: service, link   reader: service
-extern Relaxed<std::uint8_t> global_monitor_state;  // writer: service         reader: link
+extern Relaxed<std::uint8_t> global_monitor_state;  // writer: service         reader: service, link
 extern Relaxed<std::uint8_t> wrong_size_flag;       // writer: link            reader: link
 
 // --- what the service is doing -------------------------------------------
@@ -53,11 +53,11 @@ extern Relaxed<char>
 
 // --- inputs and audio ----------------------------------------------------
 extern Relaxed<std::int32_t>
-    SetInputMuxCH;  // active video channel  writer: apply  reader: service, link
+    SetInputMuxCH;  // active video channel  writer: apply  reader: apply, service, link
 extern Relaxed<std::int32_t> enable_audio;        // writer: apply, link   reader: none
 extern Relaxed<std::int32_t> audio_at_beginning;  // writer: apply         reader: service
 extern Relaxed<std::uint8_t> start_bf_st;         // AC-3 DSP running  writer: service  reader: link
-extern Relaxed<std::uint8_t> i2c_error_flag;      // writer, reader: service
+extern Relaxed<std::uint8_t> i2c_error_flag;      // cleared, never raised  writer, reader: service
 
 // AC-3 descriptor values, in the order they are kept and sent.
 enum Ac3Descriptor : int {
@@ -70,4 +70,4 @@ enum Ac3Descriptor : int {
   kAc3DescriptorSize
 };
 extern Relaxed<std::uint8_t>
-    hd_ac3_desc_parameters[kAc3DescriptorSize];  // writer: apply  reader: link
+    hd_ac3_desc_parameters[kAc3DescriptorSize];  // writer: apply  reader: apply, link

@@ -11,8 +11,7 @@
 
 static constexpr unsigned kVideoOverflowLevel = 34'899;
 static constexpr unsigned kAudioOverflowLevel = 1'989;
-static constexpr int kTvp7002Running = 1;         // mode of its monitor: watching, not waiting
-static constexpr std::int32_t kReceiverMode = 8;  // what the digital receiver is asked with
+static constexpr int kTvp7002Running = 1;  // mode of its monitor: watching, not waiting
 
 static std::uint16_t read_word(int address) {
   return static_cast<std::uint16_t>(GetValue(address));
@@ -40,7 +39,7 @@ int monitor_input() {
 
 int read_audio_flag() {
   if (fpgaregs.inAudioEnable == 1) return 0;
-  return fpgaregs.AudioInput == 1 ? audio_monitor_4192(kReceiverMode) : 1;
+  return fpgaregs.AudioInput == 1 ? audio_monitor_4192(kDix4192ReceiverControl) : 1;
 }
 
 std::uint32_t read_frame_period() { return GetValue32(kRegVsRateLow, kRegVsRateHigh); }
