@@ -94,7 +94,7 @@ static int wait_ready(FILE* device) {
 }
 
 // Sends the file in chunks, reading each chunk back as the device wants it
-// before the next one.
+// before the next one. What comes back does not matter.
 static void send_bitstream(FILE* device, FILE* file) {
   std::uint8_t chunk[kChunk];
   std::size_t total = 0;
@@ -110,6 +110,7 @@ static void send_bitstream(FILE* device, FILE* file) {
       break;
     }
     std::ignore = fread(chunk, 1, length, device);
+    clearerr(device);  // or a port that gave nothing back once were never read again
   }
   printf("Wrote %d configuration bytes to the FPGA\n", static_cast<int>(total));
 }

@@ -347,7 +347,7 @@ long gpio_write(Board& board, const Handle& handle, const std::uint8_t* data, st
 }
 
 long device_read(const Handle& handle, std::uint8_t* data, std::size_t size) {
-  if (call_fails("read", handle.path, &size)) return -1;
+  if (call_fails("read", handle.path, &size)) return errno == 0 ? 0 : -1;
   if (size == 0) return 0;
   if (handle.device == Device::kSpiSlave && !handle.nonblocking)
     board_wait(WaitFor::kHostBytes, kForever);

@@ -31,7 +31,8 @@ void stop();
 SharedBlock* shared_block();
 
 // Makes `call` fail on a subject (path, command, …) containing `match`: skip the
-// first `skip` of them, then fail `times` (-1: for ever) with `error`.
+// first `skip` of them, then fail `times` (-1: for ever) with `error`. With error 0 a
+// `read` of a device finds the end.
 // Calls: fopen open fclose close read write fread fwrite fgets select ioctl
 // system shmget shmat semget semop pthread_create, and those of should_fail.
 void fail_call(const std::string& call, const std::string& match, int skip, int times, int error);

@@ -296,6 +296,16 @@ TEST(FpgaLoadBitstream, read_back_that_fails_is_ignored) {
   EXPECT_EQ(bench.board().fpga.config_hash, hash_on_device(pattern(20)));
 }
 
+TEST(FpgaLoadBitstream, port_that_gives_nothing_back_is_asked_after_each_chunk) {
+  Bench bench;
+  bench.put_file("a.rbf", pattern(40));
+  seam::fail_call("read", "/dev/fpga", 0, -1, 0);
+  EXPECT_EQ(fpgaLoadBitstream("a.rbf"), 0);
+  EXPECT_EQ(bench.board().fpga.config_hash, hash_on_device(pattern(40)));
+  // 40 bytes are chunks of 16, 16 and 8.
+  EXPECT_EQ(bench.trace({"read /dev/fpga"}).size(), 3u);
+}
+
 // ---- WriteFileToFpga ------------------------------------------------------------------------
 
 TEST(WriteFileToFpga, bytes_go_as_they_are_after_the_address) {
