@@ -31,33 +31,41 @@ extern Relaxed<std::uint8_t> global_monitor_state;  // writer: service         r
 extern Relaxed<std::uint8_t> wrong_size_flag;       // writer: link            reader: link
 
 // --- what the service is doing -------------------------------------------
-extern Relaxed<std::uint8_t> SystemOnUpdate;  // 1 during a download   writer: link  reader: service
-extern Relaxed<std::int32_t>
-    config_sys;  // 1 once configured     writer: start, link  reader: service
-extern Relaxed<std::int32_t> start_monitoring;  // word "getmon"       writer: start  reader: start
-extern Relaxed<std::int32_t> dbg_encode;        // word "dbg"          writer: start  reader: apply
-extern Relaxed<std::int32_t> SystemMonitorStatus;  // status thread started  writer, reader: start
+// 1 during a download   writer: link   reader: service
+extern Relaxed<std::uint8_t> SystemOnUpdate;
+// 1 once configured   writer: start, link   reader: service
+extern Relaxed<std::int32_t> config_sys;
+// 1 after the word "getmon"   writer, reader: start
+extern Relaxed<std::int32_t> start_monitoring;
+// 1 after the word "dbg"   writer: start   reader: apply
+extern Relaxed<std::int32_t> dbg_encode;
+// 1 once the status thread was started   writer, reader: start
+extern Relaxed<std::int32_t> SystemMonitorStatus;
 
 // --- levels and versions -------------------------------------------------
-extern Relaxed<std::uint8_t>
-    status_init_flag;  // 0 video, 1 audio capture, 2 done  writer, reader: service
-extern Relaxed<std::uint16_t>
-    vid_buf_init;  // captured steady level  writer: service  reader: service, link
-extern Relaxed<std::uint16_t>
-    aud_buf_init;  // captured steady level  writer: service  reader: service, link
-extern Relaxed<std::uint16_t> fpga_hw_version;  // register 0x000  writer: start  reader: link
+// The level capture is at video (0), at audio (1), done (2)   writer, reader: service
+extern Relaxed<std::uint8_t> status_init_flag;
+// Captured steady levels   writer: service   reader: service, link
+extern Relaxed<std::uint16_t> vid_buf_init;
+extern Relaxed<std::uint16_t> aud_buf_init;
+// Register 0x000   writer: start   reader: link
+extern Relaxed<std::uint16_t> fpga_hw_version;
 
+// First line of version.ini   writer: start   reader: link
 inline constexpr int kVersionTextSize = 20;  // 19 characters and the terminator
-extern Relaxed<char>
-    ver[kVersionTextSize];  // first line of version.ini  writer: start  reader: link
+extern Relaxed<char> ver[kVersionTextSize];
 
 // --- inputs and audio ----------------------------------------------------
-extern Relaxed<std::int32_t>
-    SetInputMuxCH;  // active video channel  writer: apply  reader: apply, service, link
-extern Relaxed<std::int32_t> enable_audio;        // writer: apply, link   reader: none
-extern Relaxed<std::int32_t> audio_at_beginning;  // writer: apply         reader: service
-extern Relaxed<std::uint8_t> start_bf_st;         // AC-3 DSP running  writer: service  reader: link
-extern Relaxed<std::uint8_t> i2c_error_flag;      // cleared, never raised  writer, reader: service
+// Active video channel   writer: apply   reader: apply, service, link
+extern Relaxed<std::int32_t> SetInputMuxCH;
+// Audio byte of the last launch, 1 after stop-audio   writer: apply, link   reader: none
+extern Relaxed<std::int32_t> enable_audio;
+// 0 when the set-up saw no audio   writer: apply   reader: apply, service
+extern Relaxed<std::int32_t> audio_at_beginning;
+// 1 once the AC-3 DSP was started   writer: service   reader: link
+extern Relaxed<std::uint8_t> start_bf_st;
+// Cleared, never raised   writer, reader: service
+extern Relaxed<std::uint8_t> i2c_error_flag;
 
 // AC-3 descriptor values, in the order they are kept and sent.
 enum Ac3Descriptor : int {
@@ -69,5 +77,5 @@ enum Ac3Descriptor : int {
   kAc3BitRateCode,
   kAc3DescriptorSize
 };
-extern Relaxed<std::uint8_t>
-    hd_ac3_desc_parameters[kAc3DescriptorSize];  // writer: apply  reader: apply, link
+// writer: apply   reader: apply, link
+extern Relaxed<std::uint8_t> hd_ac3_desc_parameters[kAc3DescriptorSize];
