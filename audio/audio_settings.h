@@ -33,7 +33,7 @@ extern Relaxed<std::int32_t> SampleRate;  // audio frame period: 2880 or 4320
 // applies stay.
 extern Relaxed<std::uint16_t> enable_capture_mask_reg;
 
-int SetinAudioEnable(const std::int32_t* value, std::int32_t context);
+int SetinAudioEnable(const std::int32_t* value, std::int32_t context);      // low byte
 int setAudRate(const std::int32_t* value, std::int32_t context);            // kbit/s
 int SetinAudioVolume(const std::int32_t* value, std::int32_t context);      // 1.5 dB steps
 int SetFiberCoax(const std::int32_t* value, std::int32_t context);          // does nothing

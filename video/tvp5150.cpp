@@ -159,7 +159,7 @@ void tvp5150_reset(int fd) {
   usleep(kResetPulse_us);
   write_chip(fd, kTvp5150ResetRegister, 0x00);
   usleep(kResetPulse_us);
-  write_chip(fd, kTvp5150InterruptMask, 0xFF);
+  write_chip(fd, kTvp5150InterruptReset, 0xFF);
 }
 
 void tvp5150_load_defaults(int fd) {
@@ -167,7 +167,7 @@ void tvp5150_load_defaults(int fd) {
 }
 
 void tvp5150_clear_ram(int fd) {
-  write_chip(fd, kTvp5150LineMode, 0x00);
+  write_chip(fd, kTvp5150FullFieldEnable, 0x00);
   for (int reg = kTvp5150LineModeFirst; reg <= kTvp5150LineModeLast; ++reg) {
     write_chip(fd, reg, 0xFF);
   }

@@ -12,13 +12,11 @@
 inline constexpr int kTvp5150Address = 0x5D;  // 7-bit, on the board's I2C bus
 
 enum Tvp5150Register : int {
-  kTvp5150AnalogControls = 0x03,
   kTvp5150ResetRegister = 0x05,
   kTvp5150Brightness = 0x09,
   kTvp5150Saturation = 0x0A,
   kTvp5150Contrast = 0x0C,
-  kTvp5150Outputs = 0x0D,
-  kTvp5150InterruptMask = 0x1C,
+  kTvp5150InterruptReset = 0x1C,
   kTvp5150VideoStd = 0x28,
   kTvp5150LineCountMsb = 0x84,
   kTvp5150LineCountLsb = 0x85,
@@ -34,7 +32,7 @@ enum Tvp5150Register : int {
   kTvp5150RamAddressLow = 0xC4,
   kTvp5150RamAddressHigh = 0xC5,
   kTvp5150CaptionStatus = 0xC6,
-  kTvp5150LineMode = 0xCF,
+  kTvp5150FullFieldEnable = 0xCF,
   kTvp5150LineModeFirst = 0xD0,
   kTvp5150LineModeLast = 0xFB,
 };
@@ -98,7 +96,8 @@ int GetCCStatus();
 // 1, or -1 without a bus.
 int GetFild(int field);
 
-// Bench: reads and prints, or writes, one register. Returns 0.
+// Bench: reads and prints (read not 0), or writes, one register. Returns 0, also
+// without a bus.
 int TVP5150_RW(int read, int reg, int value);
 
 // Writes the low byte of value to reg through the RAM-access registers.

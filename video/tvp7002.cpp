@@ -25,10 +25,10 @@ enum Register : int {
   kPllControl = 0x03,
   kPhase = 0x04,
   kClampStart = 0x05,
-  kSync1 = 0x12,
-  kSync2 = 0x13,
+  kPllPreCoast = 0x12,
+  kPllPostCoast = 0x13,
   kSyncStatus = kTvp7002SyncStatus,
-  kSync3 = 0x15,
+  kOutputFormat = 0x15,
   kInputMux1 = 0x19,
   kInputMux2 = 0x1A,
   kAlcStatus1 = 0x24,
@@ -173,7 +173,7 @@ void select_input(int fd, int mux1, int mux2) {
 void init_component(int fd) {
   select_input(fd, kMux1Component, kMux2Component);
   printf("-- reg 14 %x \n", read_chip(fd, kSyncStatus));
-  printf("-- reg 15 %x \n", read_chip(fd, kSync3));
+  printf("-- reg 15 %x \n", read_chip(fd, kOutputFormat));
 }
 
 void write_rgb_standard(int fd, int video_std) {
@@ -189,8 +189,8 @@ void print_rgb_readback(int fd) {
   printf("reg 02 %x \n", read_chip(fd, kPllDivideLsb));
   printf("reg 03 %x \n", read_chip(fd, kPllControl));
   printf("reg 04 %x \n", read_chip(fd, kPhase));
-  printf("reg 012 %x \n", read_chip(fd, kSync1));
-  printf("reg 013 %x \n", read_chip(fd, kSync2));
+  printf("reg 012 %x \n", read_chip(fd, kPllPreCoast));
+  printf("reg 013 %x \n", read_chip(fd, kPllPostCoast));
   printf("reg 34 %x \n", read_chip(fd, kRgbControl));
 }
 

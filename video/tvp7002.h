@@ -1,14 +1,14 @@
 // TVP7002: the digitizer of the component and RGB/VGA inputs.
 //
-// Results: -1 when the bus cannot be opened, -2 when a read fails; otherwise as
-// each line says.
+// Results: -1 when the bus cannot be opened, -2 when a read that is checked
+// fails; otherwise as each line says.
 #pragma once
 
 #include <cstdint>
 
 inline constexpr int kTvp7002Address = 0x5C;  // 7-bit, on the board's I2C bus
 
-// Registers that others read or decode.
+// Register that the bench reads too.
 inline constexpr int kTvp7002SyncStatus = 0x14;
 
 // Channels of SetInputMuxCH.
@@ -42,10 +42,11 @@ int video_monitor_7002(int mode);
 int check_alc_green();
 
 // Bench: writes the blanking and sync-output registers of mode 1, 2 or 3.
-// Returns 0.
+// Returns 0, also without a bus.
 int SetVBLK_F0(int mode);
 
-// Bench: reads and prints, or writes, one register. Returns 0.
+// Bench: reads and prints (read not 0), or writes, one register. Returns 0, also
+// without a bus; a read that fails prints 0.
 int VBLK_RW(int read, int reg, int value);
 
 // Bench: prints what the sync status register says. Returns 0.
@@ -56,5 +57,6 @@ int Print_Hsync();
 int SetBrightness(const std::int32_t* value, std::int32_t context);
 int SetContrast(const std::int32_t* value, std::int32_t context);
 
-// Low four bits of the integer part of x; values beyond 32 bits saturate.
+// Low four bits of x in whole numbers. x is cut to 256ths first, so that a
+// negative one goes down: -0.5 gives 15. Values beyond 32 bits saturate.
 float expr_to_ipipe_float16(float x);
