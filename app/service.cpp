@@ -46,7 +46,7 @@ static void set_front_panel_led() {
   FILE* leds = open_fpga_stream(kSecondHandleNotOpened);
   if (leds == nullptr) return;
   std::int32_t zero = 0;
-  const int result = ioctl(fileno(leds), kFpgaLedOff, &zero);
+  const int result = ioctl(fileno(leds), kFpgaLedStart, &zero);
   if (result != 0) printf("Error %d in IOCTL - LED\n", result);
 }
 

@@ -21,7 +21,7 @@ enum FpgaRequest : unsigned long {
   kFpgaReadReg = 16,     // FpgaSingle
   kFpgaWriteBlock = 17,  // FpgaBlock
   kFpgaReadBlock = 18,   // FpgaBlock
-  kFpgaLedOff = 87,      // pointer to a word holding 0: front-panel LED at service start
+  kFpgaLedStart = 87,    // pointer to a word holding 0: front-panel LED at service start
 };
 
 // Record of requests 15 and 16.
