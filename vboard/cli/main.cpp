@@ -209,7 +209,7 @@ void declare_runs(CLI::App& app, Arguments& arguments) {
 
 void declare_views(CLI::App& app, Arguments& arguments) {
   CLI::App* show =
-      declare(app, "show", "the board as it stands: world, chips, encode", "show --json");
+      declare(app, "show", "the board as it stands: world, chips, encode, faults", "show --json");
   CLI::App* registers =
       declare(app, "registers", "FPGA registers by name", "registers | grep VIDEO");
   registers->add_flag("--markdown", arguments.markdown,
@@ -329,6 +329,7 @@ int run_vboard(int argc, char** argv) {
   CLI::App app{"A virtual encoder board: runs the unmodified control program on any Linux PC."};
   app.fallthrough();  // --board may stand behind the sub-command too
   app.footer(kOverview);
+  app.set_version_flag("--version", "vboard " VBOARD_VERSION);
   Arguments arguments;
   const char* default_board = getenv("VBOARD_BOARD");
   arguments.board = default_board != nullptr ? default_board : "board";
