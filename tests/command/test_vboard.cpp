@@ -39,6 +39,17 @@ TEST(VboardState, world_lasts_until_it_is_changed) {
   EXPECT_EQ(board.vantorig("-blk").out, "Y prog_blk\nrc = 0\n");
 }
 
+TEST(VboardState, faults_that_are_on_are_shown) {
+  BoardRun board;
+  board.vboard("faults clear");
+  EXPECT_THAT(board.vboard("show").out, testing::HasSubstr("\nfaults    none\n"));
+  board.vboard("fault missing i2c");
+  board.vboard("fault stall");
+  EXPECT_THAT(board.vboard("show").out, testing::HasSubstr("\nfaults    stall, missing i2c\n"));
+  EXPECT_THAT(board.vboard("show --json").out,
+              testing::ContainsRegex("\"faults\": \\[\n +\"stall\",\n +\"missing i2c\"\n"));
+}
+
 TEST(VboardState, clock_goes_on_from_run_to_run) {
   BoardRun board;
   board.vantorig("-blk");  // a second
@@ -314,6 +325,13 @@ INSTANTIATE_TEST_SUITE_P(
         Complaint{"argument_unknown", "show all", 2, "was not expected: all"}),
     [](const auto& one) { return std::string(one.param.name); });
 
+TEST(VboardHelp, version_is_told_as_the_host_client_tells_it) {
+  const Result result = shell(vboard_program() + " --version");
+  EXPECT_EQ(result.status, 0);
+  const Result host = shell(std::string(BUILD_DIRECTORY) + "/melk --version");
+  EXPECT_EQ(result.out, "vboard " + host.out.substr(strlen("melk ")));
+}
+
 TEST(VboardErrors, board_of_another_version_is_refused) {
   BoardRun board;
   const std::string state = board.path("../board.state");
@@ -346,7 +364,9 @@ TEST(VboardErrors, second_program_on_a_board_is_refused) {
   const Result result = shell(vboard + " run -- sleep 2 & sleep 0.5; " + vboard +
                               " run --virtual -- true; status=$?; wait; exit $status");
   EXPECT_EQ(result.status, 125);
-  EXPECT_EQ(result.err, "vboard: a program runs on this board already\n");
+  EXPECT_EQ(
+      result.err,
+      "vboard: a program runs on this board already; end it, or name another board with --board\n");
 }
 
 // ---- scripts that are none ---------------------------------------------------------------

@@ -398,7 +398,7 @@ int make_record(const BoardDirectory& directory, RunOptions options,
                 const std::vector<std::string>& words, std::string* problem, int stdout_fd) {
   options.record = true;
   if (board_in_use(directory.path().c_str())) {
-    *problem = "a program runs on this board already";
+    *problem = "a program runs on this board already; end it, or name another board with --board";
     return kOwnFailure;
   }
   if (!write_head(directory, options, words, problem)) return kOwnFailure;

@@ -226,7 +226,7 @@ Run::Run(const BoardDirectory& directory, const RunOptions& options,
   if (board_ == nullptr) return;
   lock_fd_ = open((directory.path() / "lock").c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0666);
   if (lock_fd_ < 0 || flock(lock_fd_, LOCK_EX | LOCK_NB) != 0) {
-    problem_ = "a program runs on this board already";
+    problem_ = "a program runs on this board already; end it, or name another board with --board";
     return;
   }
   clock_attach(board_);
