@@ -150,7 +150,7 @@ TEST(VboardSandbox, blanks_and_colons_in_the_path_of_the_programs_do_no_harm) {
   BoardRun board;
   const std::string place = board.path("two words:one colon");
   std::filesystem::create_directories(place);
-  for (const char* program : {"vboard", "libvboard.so", "vantorig", "vboard-encode"})
+  for (const char* program : {"vboard", "libvboard.so", "vantorig", "vboard-encode", "update.sh"})
     std::filesystem::copy(std::string(BUILD_DIRECTORY) + "/" + program, place);
   const std::string run = "'" + place + "/vboard' --board '" + place +
                           "/board' run --virtual -- '" + place + "/vantorig' ";
