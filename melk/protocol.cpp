@@ -131,6 +131,8 @@ constexpr int kQuietPolls = 3;                  // the same byte so often is the
 constexpr std::int64_t kAskAgainUs = 5000000;   // a question may fall on a board that starts
 constexpr std::int64_t kSlowestAskUs = 500000;  // between two polls of a busy board
 constexpr std::int64_t kAnnouncedUs = 500000;   // between a size and its data
+constexpr std::int64_t kEarlyAnswerUs = 50000;  // of a board that wants no parameters
+constexpr std::uint8_t kNoBus = 0xFF;           // READ_REG
 constexpr std::int64_t kSlowAnswerUs = 300000;  // a shell command, a chip, a file
 
 std::string seconds(std::int64_t us) {
@@ -329,13 +331,18 @@ std::size_t put_all(Link& link, std::span<const std::uint8_t> bytes) {
   return bytes.size();
 }
 
-Reply<Nothing> send_parameters(Link& link, Code code, std::span<const std::uint8_t> bytes) {
-  if (Failure failure = begin(link, code); failure.trouble != Trouble::kNone) return {{}, failure};
+// What belongs to a command that has begun.
+Reply<Nothing> put_parameters(Link& link, Code code, std::span<const std::uint8_t> bytes) {
   for (std::size_t i = 0; i < bytes.size(); ++i)
     if (!put(link, bytes[i]))
       return {{}, cut_short(link, "parameters of " + name_of(code), i, bytes.size())};
   link.in_touch = false;  // how long the board works on it is not known
   return {Nothing{}, {}};
+}
+
+Reply<Nothing> send_parameters(Link& link, Code code, std::span<const std::uint8_t> bytes) {
+  if (Failure failure = begin(link, code); failure.trouble != Trouble::kNone) return {{}, failure};
+  return put_parameters(link, code, bytes);
 }
 
 Reply<Nothing> send_sized(Link& link, Code code, std::span<const std::uint8_t> data) {
@@ -435,9 +442,20 @@ Reply<Nothing> send_rtc(Link& link, const std::string& text) {
   return send_parameters(link, Code::kSendRtc, bytes);
 }
 
+// A board that lacks its bus or a handle answers at once, before the parameters,
+// which it would then take as commands.
 Reply<std::uint8_t> read_reg(Link& link, std::uint8_t device, std::uint8_t reg) {
+  if (Failure failure = begin(link, Code::kReadReg); failure.trouble != Trouble::kNone)
+    return {{}, failure};
+  if (link.transport.sees_queues() && link.transport.wait_answer(kEarlyAnswerUs)) {
+    const std::uint8_t answer = collect(link).value_or(kNoBus);
+    link.transport.wait_taken(link.timeout_us);
+    return {{},
+            {Trouble::kNoDevice, answer == kNoBus ? "the board cannot open its I2C bus"
+                                                  : "the board cannot open its link again"}};
+  }
   const std::uint8_t parameters[] = {device, reg};
-  const Reply<Nothing> sent = send_parameters(link, Code::kReadReg, parameters);
+  const Reply<Nothing> sent = put_parameters(link, Code::kReadReg, parameters);
   if (!sent.ok()) return {{}, sent.failure};
   leave_time(link, kSlowAnswerUs);
   const std::optional<std::uint8_t> answer = collect(link);

@@ -84,6 +84,7 @@ enum class Trouble {
   kNoFile,      // the board announced that it has no such file
   kOutOfStep,   // the board answered something that belongs elsewhere
   kRefused,     // not sent: the board could only misread it
+  kNoDevice,    // the board lacks a device of its own, and says so
 };
 
 struct Failure {
@@ -141,7 +142,8 @@ inline constexpr std::size_t kRtcLength = 12;
 
 // SEND_RTC; the text has kRtcLength characters.
 Reply<Nothing> send_rtc(Link& link, const std::string& text);
-// READ_REG; the device address is in 8-bit form.
+// READ_REG; the device address is in 8-bit form. A board without bus or handle
+// gets no parameters; on a wire that cannot be seen in time.
 Reply<std::uint8_t> read_reg(Link& link, std::uint8_t device, std::uint8_t reg);
 
 // GET_LOG_FILE1, GET_LOG_FILE2 or GET_MONITOR_FILE.

@@ -25,6 +25,10 @@ const char* hint_of(Trouble trouble) {
       return "leave the board alone for 15 s and ask again";
     case Trouble::kRefused:
       return "nothing was sent; look at what you gave";
+    case Trouble::kNoDevice:
+      return "look for the device node on the board; if it is there the service has no handles "
+             "left "
+             "and is to be restarted";
     case Trouble::kNone:
       break;
   }
@@ -109,6 +113,7 @@ int exit_code_of(Trouble trouble) {
       return kIncompleteTransfer;
     case Trouble::kNoFile:
     case Trouble::kOutOfStep:
+    case Trouble::kNoDevice:
       return kBoardSaysNo;
     case Trouble::kRefused:
       return kLocalFile;

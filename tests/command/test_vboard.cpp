@@ -419,6 +419,14 @@ TEST(VboardScriptSteps, run_at_their_times_and_are_logged) {
   EXPECT_EQ(shown.substr(0, 15), "time      2.000") << shown;
 }
 
+TEST(VboardScriptSteps, register_of_a_board_without_a_bus_is_no_configuration) {
+  BoardRun board;
+  board.vboard("fault missing i2c");
+  board.service("-602", "at 3s melk read-reg 0x38 2\nmelk monitor-state\nend\n", 60);
+  EXPECT_THAT(board.host_log(), testing::HasSubstr("read-reg: the board cannot open its I2C bus"));
+  EXPECT_THAT(board.host_log(), testing::HasSubstr("0 (0x00)  watching"));
+}
+
 TEST(VboardScriptSteps, link_shows_what_comes_back) {
   BoardRun board;
   // 0x03 asks for a status byte; its answer comes with a later transfer. Before

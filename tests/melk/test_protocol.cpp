@@ -300,6 +300,23 @@ TEST(ReadReg, failed_chip_is_hinted) {
   EXPECT_TRUE(contains(run(board, {"read-reg", "144", "0"}).out, "did not answer"));
 }
 
+// The parameters behind such an answer would be commands of their own.
+TEST(ReadReg, answer_before_the_parameters_keeps_them_back) {
+  struct Case {
+    std::uint8_t answer;
+    const char* text;
+  };
+  for (const Case& one : {Case{0xFF, "cannot open its I2C bus"}, Case{0xFE, "its link again"}}) {
+    ScriptedBoard board;
+    board.add({{5, {one.answer}}, {0xA5}});
+    const Outcome outcome = run(board, {"read-reg", "0x38", "2"});
+    EXPECT_EQ(outcome.code, 1);
+    EXPECT_TRUE(contains(outcome.err, one.text)) << outcome.err;
+    EXPECT_TRUE(contains(outcome.err, "no handles left")) << outcome.err;
+    EXPECT_TRUE(board.finished());
+  }
+}
+
 // ---- versions and frame rate ------------------------------------------------------------
 TEST(SwVersion, three_questions) {
   ScriptedBoard board;
