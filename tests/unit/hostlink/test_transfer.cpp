@@ -446,7 +446,8 @@ TEST_F(Fifo, level_without_waiting_bits_is_waited_on_for_ever) {
   one.bench.board().fpga.held = true;
   one.bench.set_fpga(kRegUpdateStatus, 0xFF00);
   vboard::set_trace_sink(nullptr);
-  EXPECT_TRUE(one.still_runs_after(1, [this] { new_get_upgrate_file(one.link, 2); }));
+  // Beyond the second that stands behind the last word.
+  EXPECT_TRUE(one.still_runs_after(2, [this] { new_get_upgrate_file(one.link, 2); }));
   EXPECT_EQ(one.bench.get_file(kArchive), "");
 }
 

@@ -477,6 +477,12 @@ TEST_F(SuperviseRestart, ends_watching_with_a_new_alive_wait) {
   EXPECT_THAT(bench.output(), StartsWith("encode is alive\n"));
 }
 
+TEST_F(SuperviseRestart, takes_encode_off_hold_before_it_applies) {
+  block.do_fpga_restart = 1;
+  cycle(3);  // within the 5 s behind the kills
+  EXPECT_EQ(block.do_fpga_restart, 0);
+}
+
 TEST_F(SuperviseRestart, forced_from_outside_records_no_cause) {
   restart_cycle();
   EXPECT_EQ(status_vantorig, 0x80);
@@ -681,6 +687,15 @@ TEST_F(Supervise, tenth_cycle_without_moving_video_asks_with_83) {
                                        "tvp is o.k. , and There is no video_buf\n"));
   EXPECT_EQ(monitor_state, 2);
   EXPECT_EQ(status_vantorig, 0x83);
+}
+
+TEST_F(Supervise, stall_counts_anew_in_the_cycle_that_restarts) {
+  cycle();
+  stall_video();
+  cycles(10);  // the tenth asks and clears the count
+  bench.output();
+  restart_cycle();
+  EXPECT_THAT(bench.output(), StartsWith("video_buf is not o.k., cnt=1\n"));
 }
 
 TEST_F(Supervise, stall_raises_the_restart_counter_by_4) {
