@@ -80,8 +80,9 @@ INSTANTIATE_TEST_SUITE_P(
         LinkCase{"05_read_reg", "link 05 b8 14\nafter 1s collect 1\n",
                  "link 05>-- b8>-- 14>--\nlink a5>55\n",
                  "\n\nget READ_REG command\nAfter write ver,rc = 1,hd_reg = 55\n"},
-        LinkCase{"05_read_reg_without_a_chip",  // -3
-                 "link 05 90 1f\nafter 1s collect 1\n", "link 05>-- 90>-- 1f>--\nlink a5>fd\n",
+        // 0xf6 is 0x7b, reserved by the bus; the result is -3.
+        LinkCase{"05_read_reg_without_a_chip", "link 05 f6 1f\nafter 1s collect 1\n",
+                 "link 05>-- f6>-- 1f>--\nlink a5>fd\n",
                  "Error i2c_readbyte2\n\n\nget READ_REG command\n"},
         LinkCase{"06_stop_encode", "link 06\nafter 1ms collect 1\n", "link 06>--\nlink a5>--\n",
                  "\n\nget STOP_ENCODE command\n"},

@@ -298,10 +298,11 @@ TEST_F(ReadReg, lowest_bit_of_the_address_does_not_count) {
   EXPECT_EQ(read_reg(), 0x5A);
 }
 
-TEST_F(ReadReg, device_0x90_register_0x1f_goes_to_address_0x48) {
-  one.gulp({0x90, 0x1F});
-  EXPECT_EQ(read_reg(), -3);  // nobody there
-  EXPECT_THAT(one.bench.trace({"i2c"}), ElementsAre("i2c 48 rd 1f = EREMOTEIO"));
+// The bus reserves 0x78 to 0x7F: no chip is ever there.
+TEST_F(ReadReg, device_0xf6_register_0x1f_goes_to_address_0x7b) {
+  one.gulp({0xF6, 0x1F});
+  EXPECT_EQ(read_reg(), -3);
+  EXPECT_THAT(one.bench.trace({"i2c"}), ElementsAre("i2c 7b rd 1f = EREMOTEIO"));
   EXPECT_EQ(one.bench.output(), "Error i2c_readbyte2\n");
   EXPECT_THAT(handles(), testing::HasSubstr("/dev/i2c-1"));  // the bus stays open too
 }
