@@ -292,12 +292,14 @@ std::string picture_of(const std::string& record, const std::string& svg) {
 TEST_F(VboardRecord, is_drawn_with_host_world_states_and_the_cause_of_a_restart) {
   record_service();
   const std::string svg = picture_of(record, board.path("../run.svg"));
+  const std::string sent = std::to_string(text_of(SOURCE_DIRECTORY "/packaging/hd.ini").size());
+  EXPECT_THAT(svg, HasSubstr(">send-config " + sent + " bytes<"));
   for (const char* text :
        {">vantorig -602<", ">120 s of board time, recorded in virtual time; 1 restart of encode<",
-        ">send-config 735 bytes<", ">status 91 80 00<", ">source none<", ">source component<",
-        ">component<", ">digital<", ">applies<", ">watches<", ">restarts<", ">streams<",
-        "input came back after a loss (85)<", "polyline class=\"video-level\"",
-        "polyline class=\"audio-level\"", "prefers-color-scheme: dark"})
+        ">status 91 80 00<", ">source none<", ">source component<", ">component<", ">digital<",
+        ">applies<", ">watches<", ">restarts<", ">streams<", "input came back after a loss (85)<",
+        "polyline class=\"video-level\"", "polyline class=\"audio-level\"",
+        "prefers-color-scheme: dark"})
     EXPECT_THAT(svg, HasSubstr(text));
 }
 
