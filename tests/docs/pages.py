@@ -133,7 +133,9 @@ def key_findings():
     handlers = dict((handler, name) for handler, name in re.findall(
         r"^int (\w+)\(const std::int32_t\* value[^{]*\{[^}]*?limited\((\w+), \*value\)", source, re.M))
     ranged = {key: ranges[handlers[handler]] for key, handler in table(
-        "config/hd_params.cpp", r'^    \{"([A-Za-z_]+)",.* (\w+)\},$') if handler in handlers}
+        "config/hd_params.cpp", r'^    \{"([A-Za-z_]+)",.* (\w+)\},$') if handlers.get(handler) in ranges}
+    for name in sorted(set(handlers.values()) - set(ranges)):
+        yield f"config/transport_stream.cpp: {name}: write the three numbers of the range in figures"
     if len(ranged) != len(ranges):
         yield f"config/transport_stream.cpp: {len(ranges)} ranges, but {len(ranged)} were found in use"
     for key, (low, high, other) in ranged.items():
