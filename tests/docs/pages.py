@@ -1,4 +1,4 @@
-"""The pages say what the programs have, and no more: options, commands, keys, ranges, messages.
+"""The pages say what the programs have, and no more: options, commands, keys, ranges, messages, links.
 
 coverage.sh asks for each row of a table whether a page has it; here it goes the
 other way too, and the options of melk and vboard are those of their --help.
@@ -144,6 +144,19 @@ def key_findings():
             yield f"hd-ini.md, {key}: the program has {low}…{high} and else {other}"
 
 
+def example_findings():
+    known = set(table("config/hd_params.cpp", r'^    \{"([A-Za-z_]+)", +"%d"'))
+    examples = ["packaging/hd.ini"] + sorted(f"packaging/examples/{path.name}" for path in (ROOT / "packaging/examples").iterdir())
+    tested = read("tests/service/test_examples.cpp")
+    page = read("docs/hd-ini.md")
+    for name in examples:
+        yield from differ(name, set(re.findall(r"^([^;#=\s]+)=", read(name), re.M)), known)
+        if f'"{name.removeprefix("packaging/")}"' not in tested:
+            yield f"{name}: no test sends it"
+        if f"(../{name})" not in page:
+            yield f"{name}: hd-ini.md does not name it"
+
+
 # ---- symptoms ------------------------------------------------------------------------
 
 
@@ -167,13 +180,37 @@ def symptom_findings(melk, vboard):
             yield f"symptoms.md: melk has no command {name}"
 
 
+# ---- links ---------------------------------------------------------------------------
+
+
+def anchors(page):
+    """Headings of a page as links name them."""
+    return {re.sub(r"[^\w\- ]", "", heading.lower()).strip().replace(" ", "-")
+            for heading in re.findall(r"^#+ (.*)", page.read_text(encoding="utf-8"), re.M)}
+
+
+def link_findings():
+    for page in [ROOT / "README.md"] + sorted((ROOT / "docs").glob("*.md")):
+        for target in re.findall(r"\]\(([^)\s]+)\)", page.read_text(encoding="utf-8")):
+            if "://" in target:
+                continue
+            name, _, anchor = target.partition("#")
+            linked = page.parent / name if name else page
+            if not linked.exists():
+                yield f"{page.name}: there is no {target}"
+            elif anchor and anchor not in anchors(linked):
+                yield f"{page.name}: no heading for {target}"
+
+
 def findings(melk, vboard):
     yield from tool_findings(melk, "packaging/man/melk.1")
     yield from tool_findings(vboard, "packaging/man/vboard.1")
     yield from option_findings()
     yield from command_findings()
     yield from key_findings()
+    yield from example_findings()
     yield from symptom_findings(melk, vboard)
+    yield from link_findings()
 
 
 if __name__ == "__main__":
