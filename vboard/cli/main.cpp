@@ -246,6 +246,8 @@ void declare_operations(CLI::App& app, Arguments& arguments) {
     one->footer(std::string("Operation:\n  vboard ") + operation.name + " " + operation.usage +
                 "\n\n" + one->get_footer());
     one->add_option("words", arguments.world_words, operation.usage);
+    if (one->get_name() == "fault" || one->get_name() == "set-standard")
+      one->footer(one->get_footer() + "\n\nNames: vboard operations");
     if (one->get_name() == "audio")
       one->add_option("--ac3", arguments.ac3_list, "the source's AC-3 stream, as name=value,...");
   }
