@@ -76,7 +76,7 @@ const Row kRows[] = {
 };
 
 TEST(HdParams, rows_stand_in_order_with_their_handlers) {
-  ASSERT_EQ(std::size(kRows), 37u);
+  ASSERT_EQ(std::size(kRows) + 1, std::size(hd_params));
   for (std::size_t i = 0; i < std::size(kRows); ++i) {
     ASSERT_NE(hd_params[i].key, nullptr) << "row " << i + 1;
     SCOPED_TRACE("row " + std::to_string(i + 1) + " " + kRows[i].key);
@@ -87,7 +87,7 @@ TEST(HdParams, rows_stand_in_order_with_their_handlers) {
     EXPECT_EQ(hd_params[i].audio_input, kRows[i].audio);
     EXPECT_EQ(hd_params[i].fpga, kRows[i].fpga);
   }
-  EXPECT_EQ(hd_params[37].key, nullptr);
+  EXPECT_EQ(hd_params[std::size(kRows)].key, nullptr);
 }
 
 TEST(HdParams, file_lies_in_the_home_of_the_board) {
@@ -390,16 +390,17 @@ TEST(GetVideoStdFromHDini, file_missing_prints_and_gives_minus_one) {
   EXPECT_EQ(bench.output(), "can not open hd.ini file\n");
 }
 
-TEST(GetVideoStdFromHDini, key_is_read_once_for_each_of_37_rows) {
+TEST(GetVideoStdFromHDini, key_is_read_once_for_each_row) {
+  constexpr int kReads = static_cast<int>(std::size(kRows));
   Bench bench;
   bench.put_file("hd.ini", "mpgVidRes=25\n");  // one line, one read a lookup
-  seam::fail_call("fgets", "", 36, 1, EIO);
+  seam::fail_call("fgets", "", kReads - 1, 1, EIO);
   GetVideoStdFromHDini();
-  EXPECT_THAT(bench.trace(), Contains("fgets  = EIO"));  // there is a 37th read
+  EXPECT_THAT(bench.trace(), Contains("fgets  = EIO"));  // the last row reads
   seam::clear_call_faults();
-  seam::fail_call("fgets", "", 37, 1, EIO);
+  seam::fail_call("fgets", "", kReads, 1, EIO);
   GetVideoStdFromHDini();
-  EXPECT_THAT(bench.trace(), Not(Contains("fgets  = EIO")));  // and no 38th
+  EXPECT_THAT(bench.trace(), Not(Contains("fgets  = EIO")));  // and nothing after it
 }
 
 }  // namespace
