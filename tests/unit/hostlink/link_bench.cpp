@@ -6,6 +6,8 @@
 #include <unistd.h>
 
 #include <cerrno>
+#include <filesystem>
+#include <iterator>
 #include <memory>
 #include <utility>
 
@@ -72,6 +74,11 @@ std::vector<int> LinkBench::written() {
 }
 
 void LinkBench::fail_select(int skip) { seam::fail_call("select", "", skip, 1, EBADF); }
+
+int open_files() {
+  const std::filesystem::directory_iterator all("/proc/self/fd");
+  return static_cast<int>(std::distance(begin(all), end(all)));
+}
 
 DescriptorsUsedUp::DescriptorsUsedUp() {
   int fd = -1;

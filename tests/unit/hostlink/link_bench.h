@@ -39,6 +39,9 @@ class LinkBench {
   void fail_select(int skip);
 };
 
+// How many files the process has open.
+int open_files();
+
 // Occupies every descriptor that fits into a descriptor set, so that the next
 // one opened does not.
 class DescriptorsUsedUp {

@@ -112,7 +112,9 @@ TEST(GetFile, select_error_leaves_an_empty_file_at_once) {
   one.bench.put_file("hd.ini", "old");
   one.gulp({'a', 'b', 'c'});
   one.fail_select(2);
+  const int before = open_files();
   get_file(one.link, 3);
+  EXPECT_EQ(open_files(), before + 1);  // the file stays open
   EXPECT_EQ(one.bench.get_file("hd.ini"), "");
   EXPECT_EQ(one.bench.output(), "start get file hd.ini\nSPI: select error\n");
   EXPECT_THAT(one.bench.trace({"wait"}), IsEmpty());
@@ -310,7 +312,9 @@ TEST(GetUpgrateFile, select_error_writes_nothing_and_runs_nothing) {
   put_update_script(one.bench);
   one.gulp({'a', 'b', 'c'});
   one.fail_select(1);
+  const int before = open_files();
   get_upgrate_file(one.link, 3);
+  EXPECT_EQ(open_files(), before + 1);  // the archive stays open
   EXPECT_EQ(one.bench.output(), kSelectError);
   EXPECT_EQ(one.bench.get_file(kArchive), "");
   EXPECT_FALSE(one.bench.has_file("installed"));
@@ -472,7 +476,9 @@ TEST_F(Fifo, slow_host_is_polled_for) {
 TEST(GetSuccessFileUpdate, marker_is_told_once_and_deleted) {
   Bench bench;
   bench.put_file("tmp/success.txt", "");
+  const int before = open_files();
   EXPECT_EQ(GetSuccessFileUpdate(), 1);
+  EXPECT_EQ(open_files(), before);
   EXPECT_THAT(bench.trace(), ElementsAre("file /home/tovin/tmp/success.txt r+",
                                          "shell rm /home/tovin/tmp/success.txt"));
   EXPECT_FALSE(bench.has_file("tmp/success.txt"));

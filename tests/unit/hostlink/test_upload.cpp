@@ -206,9 +206,24 @@ TEST_F(SendLogFile, dump_begins_a_line_before_every_20th_byte) {
   EXPECT_EQ(one.bench.output(), "FIN FIN\n" + row + row + "\n1a ");
 }
 
+TEST_F(SendLogFile, byte_of_16_and_more_has_two_digits_in_the_dump) {
+  one.host_polls(3);
+  EXPECT_EQ(send(3, "\x0F\x10\xA0"), 0);
+  EXPECT_EQ(one.bench.output(), "FIN FIN\n\nf 10 a0 ");
+}
+
+TEST_F(SendLogFile, whole_file_is_closed) {
+  one.host_polls(1);
+  const int before = open_files();
+  EXPECT_EQ(send(1, "a"), 0);
+  EXPECT_EQ(open_files(), before);
+}
+
 TEST_F(SendLogFile, silent_host_ends_it) {
   one.host_polls(2);
+  const int before = open_files();
   EXPECT_EQ(send(5, "abcde"), -1);
+  EXPECT_EQ(open_files(), before);
   EXPECT_THAT(one.written(), ElementsAre('a', 'b'));
   EXPECT_EQ(one.bench.output(),
             std::string(kSilentByte) + "error send_log_file,log_file_size = 5\n");
@@ -218,7 +233,9 @@ TEST_F(SendLogFile, read_error_ends_it) {
   // A directory opens for reading and then cannot be read.
   std::filesystem::create_directory(one.bench.path("temp_log1.tar.gz"));
   one.gulp({0xA5});
+  const int before = open_files();
   EXPECT_EQ(send_log_file(1, one.link, kLogFile1), -1);
+  EXPECT_EQ(open_files(), before + 1);  // the file stays open
   EXPECT_EQ(one.bench.output(), "error fread (send_log_file)\n");
   EXPECT_THAT(one.written(), IsEmpty());
 }

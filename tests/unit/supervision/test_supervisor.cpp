@@ -873,6 +873,20 @@ TEST_F(Supervise, input_in_between_begins_the_count_anew) {
   EXPECT_EQ(status_vantorig, 0x86);
 }
 
+TEST_F(Supervise, green_level_that_moves_once_begins_the_count_anew) {
+  bench.world("source none");
+  bench.world("fault video-freeze");
+  monitor_state = 9;
+  cycles(9);
+  bench.world("fault video-freeze off");
+  cycle();  // another level, from now on the one to compare with
+  bench.world("fault video-freeze");
+  cycles(9);
+  EXPECT_EQ(status_vantorig, 0x80);
+  restart_cycle();
+  EXPECT_EQ(status_vantorig, 0x86);
+}
+
 TEST_F(Supervise, green_level_that_cannot_be_read_counts_as_frozen) {
   bench.world("fault i2c-fail 5c");
   cycles(9);
