@@ -600,7 +600,8 @@ std::string describe_status(std::uint8_t status) {
     return "configuration arrived with the wrong size, or 7 restarts in a row";
   std::string text = status_healthy(status) ? "healthy" : "not healthy";
   const int restarts = status_restarts(status);
-  if (restarts > 0) text += ", " + std::to_string(restarts) + " restarts";
+  if (restarts > 0)
+    text += ", " + std::to_string(restarts) + (restarts == 1 ? " restart" : " restarts");
   return text;
 }
 

@@ -317,6 +317,11 @@ TEST(ReadReg, answer_before_the_parameters_keeps_them_back) {
   }
 }
 
+TEST(Status, one_restart_is_no_plural) {
+  EXPECT_EQ(melk::describe_status(0x92), "not healthy, 1 restart");
+  EXPECT_EQ(melk::describe_status(0x94), "not healthy, 2 restarts");
+}
+
 // ---- versions and frame rate ------------------------------------------------------------
 TEST(SwVersion, three_questions) {
   ScriptedBoard board;
