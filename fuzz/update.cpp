@@ -130,11 +130,9 @@ void check_archive(const vboard::Bench& bench, const Plan& plan) {
 void update_from(Host& host, vboard::Bench& bench, Plan& plan, Reader& script) {
   Board& board = bench.board();
   host.wait(2);
-  const auto size = static_cast<std::uint32_t>(plan.size);
-  std::vector<int> announced = {plan.fifo ? kThroughFpga : kOverLink};
-  for (int shift = 24; shift >= 0; shift -= 8)
-    announced.push_back(static_cast<int>(size >> shift & 0xFF));
-  for (const int byte : announced) through_link(board, std::string(1, static_cast<char>(byte)));
+  for (const int byte : command_with_number(plan.fifo ? kThroughFpga : kOverLink,
+                                            static_cast<std::uint32_t>(plan.size)))
+    through_link(board, std::string(1, static_cast<char>(byte)));
   host.wait(0.01);
   for (int steps = 0; steps < kMostSteps && !script.empty(); ++steps) {
     if (missing(plan) > 0) check_archive(bench, plan);

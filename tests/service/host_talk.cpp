@@ -64,13 +64,6 @@ void Talk::pour(const std::string& bytes) {
   }
 }
 
-std::vector<int> command_with_number(int code, std::uint32_t number) {
-  std::vector<int> bytes = {code};
-  for (int shift = 24; shift >= 0; shift -= 8)
-    bytes.push_back(static_cast<int>(number >> shift & 0xFF));
-  return bytes;
-}
-
 void restore_start_values() {
   global_status = kStatusInitial;
   status_vantorig = kStatusVantorigCleared;

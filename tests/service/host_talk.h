@@ -37,9 +37,6 @@ class Talk {
   vboard::Bench& bench;
 };
 
-// A command byte with a 32-bit number behind it.
-std::vector<int> command_with_number(int code, std::uint32_t number);
-
 // Starts a service, lets it come up, runs the script beside it and checks that
 // the script came to its end. `prepare` runs before the service starts.
 void talk(const std::function<void(Talk&)>& script, double seconds = 600,

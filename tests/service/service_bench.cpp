@@ -1,6 +1,7 @@
 // The whole service in the test's process; see the header.
 #include "tests/service/service_bench.h"
 
+#include <dirent.h>
 #include <sys/stat.h>
 
 #include <gtest/gtest.h>
@@ -10,6 +11,7 @@
 #include <iterator>
 
 #include "app/service.h"
+#include "state/service_flags.h"
 #include "vboard/models/bus.h"
 
 using namespace vboard;
@@ -35,6 +37,13 @@ ServiceBench::ServiceBench() {
   bench.put_file("bin/date", kDate);
   for (const char* command : {"bin/ls", "bin/date"}) chmod(bench.path(command).c_str(), 0755);
   setenv("PATH", (bench.path("bin") + ":" + usual).c_str(), 1);
+}
+
+std::vector<int> command_with_number(int code, std::uint32_t number) {
+  std::vector<int> bytes = {code};
+  for (int shift = 24; shift >= 0; shift -= 8)
+    bytes.push_back(static_cast<int>(number >> shift & 0xFF));
+  return bytes;
 }
 
 void Host::send(const std::vector<int>& bytes) {
@@ -72,10 +81,8 @@ void Host::world(const std::string& operation) {
 }
 
 void Host::send_config(const std::string& text) {
-  const auto size = static_cast<std::uint32_t>(text.size());
-  std::vector<int> bytes = {kSendHdConfiguration};
-  for (int shift = 24; shift >= 0; shift -= 8)
-    bytes.push_back(static_cast<int>(size >> shift & 0xFF));
+  std::vector<int> bytes =
+      command_with_number(kSendHdConfiguration, static_cast<std::uint32_t>(text.size()));
   for (const char c : text) bytes.push_back(static_cast<unsigned char>(c));
   send(bytes);
 }
@@ -88,6 +95,25 @@ bool ServiceBench::run(double seconds, const std::function<void(Host&)>& host,
   });
   return bench.run_for(static_cast<std::int64_t>(seconds * 1e6),
                        [monitor_disabled] { prog602(monitor_disabled); });
+}
+
+bool serves(const Board& board) {
+  return config_sys == 1 && SystemOnUpdate == 0 && global_status == kStatusHealthy &&
+         board.encoder.streaming;
+}
+
+bool watches() { return monitor_state == kMonitorWatching && status_init_flag == 2; }
+
+bool keeps_its_value(const FpgaRegister& one) {
+  return one.access == RegAccess::kWrite || one.access == RegAccess::kReadWrite;
+}
+
+long open_files() {
+  long count = 0;
+  DIR* directory = opendir("/proc/self/fd");
+  while (directory != nullptr && readdir(directory) != nullptr) ++count;
+  if (directory != nullptr) closedir(directory);
+  return count;
 }
 
 std::string example_config() {

@@ -13,9 +13,13 @@
 #include <string>
 #include <vector>
 
+#include "hw/fpga_registers.h"
 #include "melk/board_transport.h"
 #include "melk/protocol.h"
 #include "vboard/testing/bench.h"
+
+// A command byte with a 32-bit number behind it.
+std::vector<int> command_with_number(int code, std::uint32_t number);
 
 // The host's end, in words.
 class Host {
@@ -58,6 +62,17 @@ class ServiceBench {
   // service itself ended before.
   bool run(double seconds, const std::function<void(Host&)>& host, int monitor_disabled = 0);
 };
+
+// The board of this process launched `encode`, holds nothing back and is healthy.
+bool serves(const vboard::Board& board);
+// And the service looks after it.
+bool watches();
+
+// Registers that keep what is written to them.
+bool keeps_its_value(const FpgaRegister& one);
+
+// Descriptors of this process.
+long open_files();
 
 // The example configuration, and the same with some keys changed or added.
 std::string example_config();

@@ -57,11 +57,7 @@ const Setting& dsp_setting() {
   return one;
 }
 
-bool healthy(Bench& bench) {
-  return config_sys == 1 && SystemOnUpdate == 0 && global_status == kStatusHealthy &&
-         monitor_state == kMonitorWatching && status_init_flag == 2 &&
-         bench.board().encoder.streaming;
-}
+bool healthy(Bench& bench) { return serves(bench.board()) && watches(); }
 
 namespace {
 
@@ -69,7 +65,7 @@ namespace {
 // the firmware push has its own.
 bool is_setting(const FpgaRegister& one) {
   if (one.address == kRegDspSpiData || one.address == kRegDspSpiControl) return false;
-  return one.access == RegAccess::kWrite || one.access == RegAccess::kReadWrite;
+  return keeps_its_value(one);
 }
 
 // What `encode` reports, and what the host sets beside the configuration.

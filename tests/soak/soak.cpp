@@ -25,8 +25,9 @@ bool run_apart(const Course& course, const std::vector<Reference>& references,
   fflush(course.report);
   const pid_t child = fork();
   if (child == 0) {
-    std::uint64_t mine = 0;
-    const bool good = run_storm(course, references, &mine);
+    Storm storm(course, references);
+    const bool good = storm.run();
+    const std::uint64_t mine = storm.digest();
     const bool said = write(channel[1], &mine, sizeof mine) == sizeof mine;
     fflush(course.report);
     _exit(good && said ? 0 : 1);

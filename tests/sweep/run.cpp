@@ -2,7 +2,6 @@
 // shares with its parent, so that an end of its own loses nothing.
 #include "tests/sweep/run.h"
 
-#include <dirent.h>
 #include <fcntl.h>
 #include <sched.h>
 #include <sys/mman.h>
@@ -47,14 +46,6 @@ Shared*& shared() {
   return place;
 }
 
-int open_files() {
-  int count = 0;
-  DIR* directory = opendir("/proc/self/fd");
-  while (directory != nullptr && readdir(directory) != nullptr) ++count;
-  if (directory != nullptr) closedir(directory);
-  return count;
-}
-
 int occurrences(const std::string& text, const std::string& word) {
   int count = 0;
   for (std::size_t at = 0; (at = text.find(word, at)) != std::string::npos; at += word.size())
@@ -72,8 +63,7 @@ GoodState state_of(const vboard::Board& board) {
   GoodState state = {};
   for (std::size_t i = 0; i < kRegisters; ++i) {
     const FpgaRegister& row = kFpgaRegisters[i];
-    const bool kept = row.access == RegAccess::kWrite || row.access == RegAccess::kReadWrite;
-    if (kept) state.fpga[i] = board.fpga.reg[row.address / 2];
+    if (keeps_its_value(row)) state.fpga[i] = board.fpga.reg[row.address / 2];
   }
   memcpy(state.digitizer, board.tvp7002.reg, sizeof state.digitizer);
   return state;
@@ -143,8 +133,8 @@ class PointRun {
 
   void begin_failing() const { seam::start_sweep(point_.call, point_.how); }
 
-  void count_handles(int files_before) {
-    outcome().handles = open_files() - files_before - handles_kept();
+  void count_handles(long files_before) {
+    outcome().handles = static_cast<int>(open_files() - files_before) - handles_kept();
   }
   int spare_handles() {
     if (unharmed_ == nullptr) return 0;
@@ -156,7 +146,7 @@ class PointRun {
   }
 
   // What is known when no call fails any more.
-  void end_failing(int files_before) {
+  void end_failing(long files_before) {
     seam::stop_sweep();
     count_handles(files_before);
     say(outcome().failed, sizeof outcome().failed, seam::sweep_failed_call());
@@ -201,10 +191,10 @@ void PointRun::run_command() {
   bench_ = &bench;
   vboard::set_trace_sink(nullptr);
   if (scenario().prepare) scenario().prepare(bench);
-  const int before = open_files();
+  const long before = open_files();
   // A program that ends itself does so from here on as well.
   static PointRun* running = nullptr;
-  static int files = 0;
+  static long files = 0;
   running = this;
   files = before;
   std::atexit([] { running->end_failing(files); });
@@ -218,10 +208,7 @@ void PointRun::run_command() {
 }
 
 bool PointRun::good(const vboard::Board& board) const {
-  const bool serves = global_status == kStatusHealthy && config_sys == 1 && SystemOnUpdate == 0 &&
-                      board.encoder.streaming;
-  const bool watched = monitor_state == kMonitorWatching && status_init_flag == 2;
-  if (!serves || watched != scenario().watched || !well_configured(board)) return false;
+  if (!serves(board) || watches() != scenario().watched || !well_configured(board)) return false;
   return unharmed_ == nullptr || difference(unharmed_->state, state_of(board)).empty();
 }
 
@@ -280,7 +267,7 @@ void PointRun::run_service() {
   vboard::set_trace_sink(nullptr);
   if (scenario().prepare) scenario().prepare(service.bench);
   bool done = false;
-  const int before = open_files();
+  const long before = open_files();
   service.bench.beside("host", [&] {
     Host host(vboard::board_of_process());
     if (scenario().before) scenario().before(host);

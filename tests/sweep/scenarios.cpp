@@ -175,11 +175,7 @@ std::string compact(const std::string& text) {
 }
 
 std::vector<int> config_head(const std::string& text) {
-  const auto size = static_cast<std::uint32_t>(text.size());
-  std::vector<int> bytes = {kSendHdConfiguration};
-  for (int shift = 24; shift >= 0; shift -= 8)
-    bytes.push_back(static_cast<int>(size >> shift & 0xFF));
-  return bytes;
+  return command_with_number(kSendHdConfiguration, static_cast<std::uint32_t>(text.size()));
 }
 
 // The file in one piece, which takes less time where nothing fails.
