@@ -49,6 +49,11 @@ if(VANTORIG_HOST_TOOLS)
     FILE_PERMISSIONS ${readable})
   install(FILES ${package_texts}/tools/copyright README.md packaging/hd.ini DESTINATION ${share}
     COMPONENT tools)
+  # bash looks for a program's completion under the program's name.
+  foreach(program melk vboard)
+    install(FILES packaging/completion/melk-vboard.bash RENAME ${program} COMPONENT tools
+      DESTINATION share/bash-completion/completions)
+  endforeach()
   file(GLOB man_pages CONFIGURE_DEPENDS packaging/man/*.[15])
   foreach(page ${man_pages})
     get_filename_component(name ${page} NAME)

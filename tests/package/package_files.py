@@ -18,6 +18,7 @@ TOOLS = ["bin/melk", "bin/vboard"] + [
     f"lib/vboard/{name}"
     for name in ("demo.ini", "libvboard.so", "update.sh", "vantorig", "vboard-encode")
 ]
+TOOLS += [f"share/bash-completion/completions/{name}" for name in ("melk", "vboard")]
 MAN_PAGES = ["man1/melk.1.gz", "man1/vantorig.1.gz", "man1/vboard.1.gz", "man5/hd.ini.5.gz"]
 
 
