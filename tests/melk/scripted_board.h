@@ -16,6 +16,7 @@
 
 #include "melk/commands.h"
 #include "melk/protocol.h"
+#include "tests/melk/outcome.h"
 
 using melk::Bytes;
 using melk::Code;
@@ -76,29 +77,6 @@ class ScriptedBoard : public melk::Transport {
   }
   bool taken_ = true;
 };
-
-struct Outcome {
-  int code;
-  std::string out;
-  std::string err;
-};
-
-inline Outcome run(ScriptedBoard& board, const std::vector<std::string>& words,
-                   const melk::Options& options = {}) {
-  char* out_text = nullptr;
-  char* err_text = nullptr;
-  std::size_t out_size = 0;
-  std::size_t err_size = 0;
-  FILE* out = open_memstream(&out_text, &out_size);
-  FILE* err = open_memstream(&err_text, &err_size);
-  const int code = melk::melk_command(board, words, out, err, options);
-  fclose(out);
-  fclose(err);
-  Outcome outcome = {code, std::string(out_text, out_size), std::string(err_text, err_size)};
-  free(out_text);
-  free(err_text);
-  return outcome;
-}
 
 // A file of the host that goes away with the test.
 class HostFile {

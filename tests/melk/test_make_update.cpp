@@ -17,6 +17,7 @@
 
 #include "melk/commands.h"
 #include "melk/make_update.h"
+#include "tests/melk/outcome.h"
 
 namespace {
 
@@ -193,25 +194,9 @@ class NoBoard : public melk::Transport {
   }
 };
 
-struct Outcome {
-  int code;
-  std::string out;
-  std::string err;
-};
-
 Outcome run(const std::vector<std::string>& words, const melk::Options& options) {
   NoBoard nobody;
-  char* text[2] = {};
-  std::size_t size[2] = {};
-  FILE* out = open_memstream(&text[0], &size[0]);
-  FILE* err = open_memstream(&text[1], &size[1]);
-  const int code = melk::melk_command(nobody, words, out, err, options);
-  fclose(out);
-  fclose(err);
-  Outcome outcome = {code, {text[0], size[0]}, {text[1], size[1]}};
-  free(text[0]);
-  free(text[1]);
-  return outcome;
+  return ::run(nobody, words, options);
 }
 
 melk::Options packing() {

@@ -5,11 +5,11 @@
 
 #include <cerrno>
 #include <cstdio>
-#include <cstdlib>
 
 #include "melk/commands.h"
 #include "melk/spidev_transport.h"
 #include "tests/melk/fake_spidev.h"
+#include "tests/melk/outcome.h"
 #include "tests/service/service_bench.h"
 
 namespace {
@@ -18,28 +18,6 @@ using melk::SpidevOptions;
 using melk::SpidevTransport;
 using testing::HasSubstr;
 using testing::Not;
-
-struct Outcome {
-  int code;
-  std::string out;
-  std::string err;
-};
-
-Outcome melk_over(melk::Transport& transport, const std::vector<std::string>& words) {
-  char* out_text = nullptr;
-  char* err_text = nullptr;
-  std::size_t out_size = 0;
-  std::size_t err_size = 0;
-  FILE* out = open_memstream(&out_text, &out_size);
-  FILE* err = open_memstream(&err_text, &err_size);
-  const int code = melk::melk_command(transport, words, out, err, {});
-  fclose(out);
-  fclose(err);
-  Outcome outcome = {code, std::string(out_text, out_size), std::string(err_text, err_size)};
-  free(out_text);
-  free(err_text);
-  return outcome;
-}
 
 SpidevOptions at_usual_speed() {
   SpidevOptions options;
@@ -79,11 +57,11 @@ INSTANTIATE_TEST_SUITE_P(Idle, Wire,
 
 TEST_P(Wire, status_of_a_fresh_board) {
   talk([](melk::Transport& wire, Host&) {
-    const Outcome outcome = melk_over(wire, {"status"});
+    const Outcome outcome = run(wire, {"status"});
     EXPECT_EQ(outcome.code, 0) << outcome.err;
     EXPECT_THAT(outcome.out, HasSubstr("status 0x90  not healthy\ncause  0x80  no restart\n"));
     EXPECT_EQ(outcome.err, "");
-    EXPECT_EQ(melk_over(wire, {"hd-version"}).out, "45 (0x2d)  version 2.13\n");
+    EXPECT_EQ(run(wire, {"hd-version"}).out, "45 (0x2d)  version 2.13\n");
   });
 }
 
@@ -92,7 +70,7 @@ TEST_P(Wire, transfers_are_single_bytes_of_8_bits_with_a_gap) {
     EXPECT_EQ(spidev.mode, 0);
     EXPECT_EQ(spidev.bits, 8);
     EXPECT_EQ(spidev.speed_hz, 1000000u);
-    melk_over(wire, {"status"});
+    run(wire, {"status"});
     ASSERT_GT(spidev.transfers.size(), 10u);
     for (std::size_t i = 0; i < spidev.transfers.size(); ++i) {
       const FakeSpidev::Transfer& one = spidev.transfers[i];
@@ -111,11 +89,11 @@ TEST_P(Wire, transfers_are_single_bytes_of_8_bits_with_a_gap) {
 TEST_P(Wire, configuration_is_downloaded_and_applied) {
   talk([this](melk::Transport& wire, Host&) {
     const Outcome outcome =
-        melk_over(wire, {"send-config", "--wait", SOURCE_DIRECTORY "/packaging/hd.ini"});
+        run(wire, {"send-config", "--wait", SOURCE_DIRECTORY "/packaging/hd.ini"});
     EXPECT_EQ(outcome.code, 0) << outcome.err;
     EXPECT_THAT(outcome.out, HasSubstr("status 0x91  healthy\n")) << outcome.err;
     EXPECT_EQ(service.bench.get_file("hd.ini"), example_config());
-    EXPECT_EQ(melk_over(wire, {"input-mux"}).out, "0 (0x00)  component\n");
+    EXPECT_EQ(run(wire, {"input-mux"}).out, "0 (0x00)  component\n");
   });
 }
 
@@ -125,7 +103,7 @@ TEST_P(Wire, file_data_is_sent_a_millisecond_apart) {
   service.bench.put_file("send.ini", text);
   talk([&](melk::Transport& wire, Host&) {
     const std::size_t from = spidev.transfers.size();
-    EXPECT_EQ(melk_over(wire, {"send-config", service.bench.path("send.ini")}).code, 0);
+    EXPECT_EQ(run(wire, {"send-config", service.bench.path("send.ini")}).code, 0);
     std::size_t data = 0;
     for (std::size_t i = from + 1; i < spidev.transfers.size(); ++i)
       if (spidev.transfers[i].out == ';' && spidev.transfers[i - 1].out == ';') {
@@ -142,14 +120,14 @@ TEST_P(Wire, file_data_is_sent_a_millisecond_apart) {
 TEST_P(Wire, busy_board_is_waited_for_and_answers_in_step) {
   service.bench.put_file("send.ini", std::string(40, ';'));
   talk([&](melk::Transport& wire, Host&) {
-    melk_over(wire, {"send-config", service.bench.path("send.ini")});
+    run(wire, {"send-config", service.bench.path("send.ini")});
     // 3, 1, 1 and 15 s of waits in the board.
-    EXPECT_EQ(melk_over(wire, {"--timeout", "3", "status"}).code, 3);
-    const Outcome outcome = melk_over(wire, {"--timeout", "60", "status"});
+    EXPECT_EQ(run(wire, {"--timeout", "3", "status"}).code, 3);
+    const Outcome outcome = run(wire, {"--timeout", "60", "status"});
     EXPECT_EQ(outcome.code, 0) << outcome.err;
     EXPECT_THAT(outcome.out, HasSubstr("status 0x9"));
-    EXPECT_EQ(melk_over(wire, {"hd-version"}).out, "45 (0x2d)  version 2.13\n");
-    EXPECT_EQ(melk_over(wire, {"input-mux"}).out, "0 (0x00)  component\n");
+    EXPECT_EQ(run(wire, {"hd-version"}).out, "45 (0x2d)  version 2.13\n");
+    EXPECT_EQ(run(wire, {"input-mux"}).out, "0 (0x00)  component\n");
   });
 }
 
@@ -160,11 +138,11 @@ TEST_P(Wire, upload_brings_every_byte) {
   service.bench.put_file("temp_log1.tar.gz", archive);
   talk([&](melk::Transport& wire, Host&) {
     const std::string target = service.bench.path("fetched");
-    const Outcome outcome = melk_over(wire, {"log", "1", "-o", target});
+    const Outcome outcome = run(wire, {"log", "1", "-o", target});
     EXPECT_EQ(outcome.code, 0) << outcome.err;
     EXPECT_EQ(service.bench.get_file("fetched"), archive);
-    EXPECT_EQ(melk_over(wire, {"log", "2", "-o", target}).code, 1);  // there is none
-    EXPECT_EQ(melk_over(wire, {"hd-version"}).code, 0);
+    EXPECT_EQ(run(wire, {"log", "2", "-o", target}).code, 1);  // there is none
+    EXPECT_EQ(run(wire, {"hd-version"}).code, 0);
   });
 }
 
@@ -175,30 +153,30 @@ TEST_P(Wire, update_is_stored_installed_and_its_result_told) {
   for (int i = 0; i < 1001; ++i) package += static_cast<char>(i * 7);
   service.bench.put_file("package", package);
   talk([&](melk::Transport& wire, Host&) {
-    const Outcome outcome = melk_over(wire, {"update", "--wait", service.bench.path("package")});
+    const Outcome outcome = run(wire, {"update", "--wait", service.bench.path("package")});
     EXPECT_EQ(outcome.code, 0) << outcome.out << outcome.err;
     EXPECT_THAT(outcome.out, HasSubstr("the update succeeded"));
     EXPECT_EQ(service.bench.get_file("tmp/new_hd_version.tar.gz"), package);
-    EXPECT_EQ(melk_over(wire, {"update-result"}).code, 1);  // told once
+    EXPECT_EQ(run(wire, {"update-result"}).code, 1);  // told once
   });
 }
 
 TEST_P(Wire, whole_record_and_register_of_a_chip) {
   talk([](melk::Transport& wire, Host& host) {
-    const Outcome record = melk_over(wire, {"registers", "--full", "--json"});
+    const Outcome record = run(wire, {"registers", "--full", "--json"});
     EXPECT_EQ(record.code, 0) << record.err;
     EXPECT_THAT(record.out,
                 HasSubstr("\"encode_ver\":0,\"hd_version\":45,\"fpga_hw_version\":279,"));
     const auto known = melk::read_reg(host.link, 0xB8, 0x14);
     char value[8];
     snprintf(value, sizeof value, "= 0x%02x", *known.value);
-    EXPECT_THAT(melk_over(wire, {"read-reg", "0xb8", "0x14"}).out, HasSubstr(value));
+    EXPECT_THAT(run(wire, {"read-reg", "0xb8", "0x14"}).out, HasSubstr(value));
   });
 }
 
 TEST_P(Wire, watch_reads_again_and_again) {
   talk([](melk::Transport& wire, Host&) {
-    const Outcome outcome = melk_over(wire, {"watch", "--count", "3", "--json"});
+    const Outcome outcome = run(wire, {"watch", "--count", "3", "--json"});
     EXPECT_EQ(outcome.code, 0) << outcome.err;
     EXPECT_EQ(std::count(outcome.out.begin(), outcome.out.end(), '\n'), 3);
   });
@@ -207,8 +185,7 @@ TEST_P(Wire, watch_reads_again_and_again) {
 TEST_P(Wire, fifo_of_the_fpga_is_out_of_reach_and_nothing_is_sent) {
   service.bench.put_file("package", "abcd");
   talk([&](melk::Transport& wire, Host&) {
-    const Outcome outcome =
-        melk_over(wire, {"update", "--via-fpga", service.bench.path("package")});
+    const Outcome outcome = run(wire, {"update", "--via-fpga", service.bench.path("package")});
     EXPECT_EQ(outcome.code, 2);
     EXPECT_THAT(outcome.err, HasSubstr("not on this wire"));
     EXPECT_TRUE(spidev.transfers.empty());
@@ -223,11 +200,11 @@ TEST_P(Wire, upload_of_another_host_is_recognised) {
   talk([](melk::Transport& wire, Host& host) {
     for (const int byte : {8, 0xA5, 0xA5, 0xA5, 0xA5, 0xA5}) host.send({byte});
     host.take();
-    const Outcome outcome = melk_over(wire, {"status"});
+    const Outcome outcome = run(wire, {"status"});
     EXPECT_EQ(outcome.code, 1) << outcome.out;
     EXPECT_THAT(outcome.err, HasSubstr("in the middle of an upload"));
     wire.pause(16000000);  // a silence of 15 s ends it
-    EXPECT_EQ(melk_over(wire, {"status"}).code, 0);
+    EXPECT_EQ(run(wire, {"status"}).code, 0);
   });
 }
 
@@ -239,7 +216,7 @@ TEST_P(Wire, version_in_an_upload_deceives_nobody) {
   talk([](melk::Transport& wire, Host& host) {
     for (const int byte : {8, 0xA5, 0xA5, 0xA5, 0xA5, 0xA5}) host.send({byte});
     host.take();
-    EXPECT_EQ(melk_over(wire, {"status"}).code, 1);
+    EXPECT_EQ(run(wire, {"status"}).code, 1);
   });
 }
 
@@ -249,7 +226,7 @@ TEST_P(Wire, without_a_board_it_is_silent) {
     const auto wire = SpidevTransport::open(at_usual_speed(), &refusal);
     ASSERT_NE(wire, nullptr);
     const std::int64_t start_us = wire->now_us();
-    const Outcome outcome = melk_over(*wire, {"hd-version"});
+    const Outcome outcome = run(*wire, {"hd-version"});
     EXPECT_EQ(outcome.code, 3);
     EXPECT_THAT(outcome.err, HasSubstr("for 20 s nobody answered GET_HD_VERSION on the wire"));
     EXPECT_NEAR(static_cast<double>(wire->now_us() - start_us) / 1e6, 20, 1);
@@ -260,7 +237,7 @@ TEST_P(Wire, without_a_board_it_is_silent) {
 TEST_P(Wire, broken_transfer_is_told_as_such) {
   talk([this](melk::Transport& wire, Host&) {
     spidev.transfer_error = EIO;
-    const Outcome outcome = melk_over(wire, {"status"});
+    const Outcome outcome = run(wire, {"status"});
     EXPECT_EQ(outcome.code, 3);
     EXPECT_THAT(outcome.err, HasSubstr("melk: status: /dev/spidev0.0: a transfer at 1000000 Hz "
                                        "failed: Input/output error\nmelk: hint: "));
