@@ -39,8 +39,8 @@ int misused(const std::string& problem) {
   return kUsage;
 }
 
-// "90", "90s", "5min", "2h", "3d" of board time.
-bool seconds_of(const std::string& text, std::int64_t* us) {
+// The board time that "90", "90s", "5min", "2h" or "3d" means.
+bool microseconds_of(const std::string& text, std::int64_t* us) {
   char* unit = nullptr;
   const double number = strtod(text.c_str(), &unit);
   const std::string name = unit;
@@ -257,7 +257,7 @@ void declare_operations(CLI::App& app, Arguments& arguments) {
 
 int run_or_record(Arguments& arguments, bool record) {
   RunOptions& run = arguments.run;
-  if (!arguments.for_text.empty() && !seconds_of(arguments.for_text, &run.for_us))
+  if (!arguments.for_text.empty() && !microseconds_of(arguments.for_text, &run.for_us))
     return complain("--for wants a time such as 90, 5min or 2h");
   if (!run.virtual_time && (run.for_us >= 0 || !run.script.empty()))
     return complain("--for and --script need --virtual");
