@@ -27,8 +27,7 @@ const char* hint_of(Trouble trouble) {
       return "nothing was sent; look at what you gave";
     case Trouble::kNoDevice:
       return "look for the device node on the board; if it is there the service has no handles "
-             "left "
-             "and is to be restarted";
+             "left and is to be restarted";
     case Trouble::kNone:
       break;
   }
