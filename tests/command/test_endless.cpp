@@ -1,4 +1,8 @@
 // Commands that only the operator ends, watched for some rounds.
+#include <gmock/gmock.h>
+
+#include <string>
+
 #include "tests/command/command_case.h"
 
 namespace {

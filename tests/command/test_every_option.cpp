@@ -1,7 +1,10 @@
 // Every option against every device that may be missing, and against operands of
 // every wrong kind. What each prints and does in detail is in test_options.cpp;
 // here no pair of option and condition is left out.
+#include <gmock/gmock.h>
+
 #include <set>
+#include <string>
 
 #include "tests/command/command_case.h"
 

@@ -1,6 +1,9 @@
 // The help text, byte for byte, and how often it comes.
+#include <gmock/gmock.h>
+
 #include <fstream>
 #include <iterator>
+#include <string>
 
 #include "tests/command/command_case.h"
 

@@ -1,5 +1,10 @@
 // Every command of the host against the program itself on the virtual board: the
 // bytes on the link, transfer by transfer, and the words that melk has for them.
+#include <gmock/gmock.h>
+
+#include <string>
+#include <vector>
+
 #include "tests/command/command_case.h"
 
 namespace {

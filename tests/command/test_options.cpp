@@ -1,7 +1,10 @@
 // Every option: with its operands, without them, with operands that are no
 // numbers, and with its device gone. A missing operand and one that is no number
 // count as 0.
+#include <gmock/gmock.h>
+
 #include <filesystem>
+#include <string>
 
 #include "tests/command/command_case.h"
 

@@ -1,6 +1,10 @@
 // Several options on one line: what the scan makes of them, and the fixed order
 // in which they act. Operands stand at fixed positions, so an option word read as
 // an operand counts as 0.
+#include <gmock/gmock.h>
+
+#include <string>
+
 #include "tests/command/command_case.h"
 
 namespace {

@@ -1,8 +1,12 @@
 // Recording a run, playing it again, drawing it; and the launcher's answers in JSON.
+#include <gmock/gmock.h>
+
 #include <filesystem>
 #include <fstream>
 #include <map>
 #include <nlohmann/json.hpp>
+#include <string>
+#include <vector>
 
 #include "tests/command/command_case.h"
 #include "vboard/core/record.h"

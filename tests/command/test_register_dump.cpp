@@ -1,4 +1,6 @@
 // vboard save and load: registers of one board on another.
+#include <string>
+
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 

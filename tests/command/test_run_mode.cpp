@@ -1,4 +1,8 @@
 // Run mode "-602": its words, in every position, and what they switch.
+#include <gmock/gmock.h>
+
+#include <string>
+
 #include "tests/command/command_case.h"
 
 namespace {

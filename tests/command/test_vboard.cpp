@@ -1,8 +1,11 @@
 // The launcher with real processes: what lasts between them, runs that repeat to
 // the byte, and what it says to a command it cannot follow.
+#include <gmock/gmock.h>
+
 #include <cstring>
 #include <filesystem>
 #include <fstream>
+#include <string>
 
 #include "tests/command/command_case.h"
 

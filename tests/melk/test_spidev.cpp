@@ -1,10 +1,14 @@
 // The client over a spidev master, with the real service at the other end of the
 // wire: in virtual time, with the gaps that a wire needs, on wires that are low,
 // high or keep their last byte while the board has nothing to say.
+#include <gmock/gmock.h>
+
 #include <sys/stat.h>
 
 #include <cerrno>
 #include <cstdio>
+#include <functional>
+#include <string>
 
 #include "melk/commands.h"
 #include "melk/spidev_transport.h"

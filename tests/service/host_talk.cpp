@@ -1,4 +1,8 @@
 // A scripted host's talk with a running service; see the header.
+#include <functional>
+#include <string>
+#include <vector>
+
 #include "tests/service/host_talk.h"
 
 #include <gtest/gtest.h>

@@ -6,6 +6,9 @@
 
 #include <gtest/gtest.h>
 #include <cstdlib>
+#include <functional>
+#include <string>
+#include <vector>
 
 #include <fstream>
 #include <iterator>

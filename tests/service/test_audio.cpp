@@ -1,6 +1,10 @@
 // Audio through the whole service: the DSP path with its firmware, the digital
 // path after it, and the loss of audio on each.
+#include <gmock/gmock.h>
+
 #include <algorithm>
+#include <string>
+#include <vector>
 
 #include "audio/audio_settings.h"
 #include "audio/blkfn.h"

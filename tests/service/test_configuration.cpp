@@ -1,4 +1,8 @@
 // A configuration download, from the host's first byte to a streaming encoder.
+#include <gmock/gmock.h>
+
+#include <vector>
+
 #include "hw/shared_memory_davinci.h"
 #include "state/service_flags.h"
 #include "tests/service/service_bench.h"

@@ -1,7 +1,11 @@
 // The example configurations: each is sent to a board with the sources that it is
 // for, and what its comments promise stands in the FPGA, the chips and the block.
+#include <gmock/gmock.h>
+
 #include <fstream>
 #include <iterator>
+#include <string>
+#include <vector>
 
 #include "hw/shared_memory_davinci.h"
 #include "state/service_flags.h"

@@ -1,5 +1,10 @@
 // Every command code, on the link of a running service: bytes, output, actions.
+#include <gmock/gmock.h>
+
 #include <cstring>
+#include <functional>
+#include <string>
+#include <vector>
 
 #include "hw/fpga_registers.h"
 #include "hw/shared_memory_davinci.h"

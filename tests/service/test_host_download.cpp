@@ -1,6 +1,10 @@
 // SEND_HD_CONFIGURATION, from its size to the configured board.
+#include <gmock/gmock.h>
+
 #include <cerrno>
 #include <cstring>
+#include <string>
+#include <vector>
 
 #include "hw/shared_memory_davinci.h"
 #include "state/service_flags.h"

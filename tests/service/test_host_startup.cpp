@@ -1,5 +1,8 @@
 // What the service and its host-link thread do until the host says something.
+#include <gmock/gmock.h>
+
 #include <cerrno>
+#include <vector>
 
 #include "hw/shared_memory_davinci.h"
 #include "state/service_flags.h"

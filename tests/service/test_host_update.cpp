@@ -1,7 +1,10 @@
 // Software updates from the host: over the link and through the FPGA.
+#include <gmock/gmock.h>
+
 #include <sys/stat.h>
 
 #include <cerrno>
+#include <string>
 
 #include "hw/shared_memory_davinci.h"
 #include "state/service_flags.h"

@@ -1,10 +1,14 @@
 // Log and status files on their way to the host, and the status record.
+#include <gmock/gmock.h>
+
 #include <sys/select.h>
 #include <unistd.h>
 
 #include <cerrno>
 #include <cstring>
 #include <filesystem>
+#include <string>
+#include <vector>
 
 #include "hw/fpga_registers.h"
 #include "hw/shared_memory_davinci.h"

@@ -1,4 +1,9 @@
 // Every cause of a restart, provoked from outside the board, and the way back.
+#include <gmock/gmock.h>
+
+#include <string>
+#include <vector>
+
 #include "tests/service/supervision_case.h"
 #include "video/tvp5150.h"
 

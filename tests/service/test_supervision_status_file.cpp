@@ -1,5 +1,9 @@
 // The status file of a service started with "getmon".
+#include <gmock/gmock.h>
+
 #include <cstdio>
+#include <string>
+#include <vector>
 
 #include "tests/service/supervision_case.h"
 

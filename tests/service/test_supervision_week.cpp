@@ -1,7 +1,10 @@
 // A week of supervised operation: something breaks every hour and is mended.
+#include <gmock/gmock.h>
+
 #include <sched.h>
 
 #include <iterator>
+#include <vector>
 
 #include "tests/service/supervision_case.h"
 #include "vboard/core/trace.h"

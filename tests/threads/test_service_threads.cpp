@@ -1,6 +1,10 @@
 // The three threads of the service and a host, really side by side: what virtual
 // time, which runs one thread at a time, cannot show. Meant for the thread
 // sanitizer.
+#include <gmock/gmock.h>
+
+#include <functional>
+
 #include <pthread.h>
 #include <unistd.h>
 

@@ -1,4 +1,9 @@
 // The AC-3 stream behind the capture FIFO: whole frames that a decoder would take.
+#include <gmock/gmock.h>
+
+#include <string>
+#include <vector>
+
 #include <unistd.h>
 
 #include "hw/fpga.h"

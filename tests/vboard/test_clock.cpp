@@ -1,8 +1,12 @@
 // Board time: waits that cost nothing, the order of threads, and the end of a run.
+#include <gmock/gmock.h>
+
 #include <sys/time.h>
 #include <unistd.h>
 
 #include <ctime>
+#include <string>
+#include <vector>
 
 #include "hw/fpga.h"
 #include "hw/fpga_registers.h"

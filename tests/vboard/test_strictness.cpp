@@ -1,5 +1,10 @@
 // What the models take note of: registers that nobody documents, transfers of a
 // wrong length, requests that no driver has. And the trace lines they write.
+#include <gmock/gmock.h>
+
+#include <string>
+#include <vector>
+
 #include <fcntl.h>
 #include <linux/i2c-dev.h>
 #include <linux/i2c.h>

@@ -1,4 +1,6 @@
 // What a trace file adds to a clean line for its reader.
+#include <gmock/gmock.h>
+
 #include "vboard/core/trace.h"
 
 namespace {

@@ -1,5 +1,7 @@
 // The world's operations: what each changes on the board, that each fault can be
 // taken back, and what is said about one that makes no sense.
+#include <gmock/gmock.h>
+
 #include <fcntl.h>
 #include <linux/videodev2.h>
 #include <sys/ioctl.h>
@@ -8,6 +10,8 @@
 #include <cstring>
 #include <memory>
 #include <set>
+#include <string>
+#include <vector>
 
 #include "hw/fpga.h"
 #include "hw/fpga_registers.h"

@@ -1,8 +1,12 @@
 // The bench capture of the AC-3 stream.
 #include "app/ac3_test.h"
 
+#include <gmock/gmock.h>
+
 #include <cerrno>
 #include <cstdlib>
+#include <string>
+#include <vector>
 
 #include "hw/fpga.h"
 #include "hw/shared_memory_davinci.h"

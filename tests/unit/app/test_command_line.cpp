@@ -2,6 +2,11 @@
 // and are tested with the program itself.
 #include "app/command_line.h"
 
+#include <gmock/gmock.h>
+
+#include <string>
+#include <vector>
+
 #include "hw/shared_memory_davinci.h"
 #include "state/service_flags.h"
 #include "vboard/testing/bench.h"

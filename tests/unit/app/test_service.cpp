@@ -1,7 +1,10 @@
 // The start of the encoder service, step by step.
 #include "app/service.h"
 
+#include <gmock/gmock.h>
+
 #include <cerrno>
+#include <string>
 
 #include "hw/fpga.h"
 #include "hw/shared_memory_davinci.h"

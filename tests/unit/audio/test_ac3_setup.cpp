@@ -1,7 +1,11 @@
 // The AC-3 set-up step by step, its timing, and the codes it decodes.
 #include "audio/ac3_setup.h"
 
+#include <gmock/gmock.h>
+
 #include <climits>
+#include <string>
+#include <vector>
 
 #include "tests/unit/audio/audio_bench.h"
 

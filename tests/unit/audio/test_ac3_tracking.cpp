@@ -1,6 +1,8 @@
 // The three stand-alone looks at the AC-3 stream.
 #include "audio/ac3_tracking.h"
 
+#include <gmock/gmock.h>
+
 #include "tests/unit/audio/audio_bench.h"
 
 namespace {

@@ -1,6 +1,8 @@
 // The handlers of the audio keys, and the bench write of the control register.
 #include "audio/audio_settings.h"
 
+#include <gmock/gmock.h>
+
 #include <climits>
 
 #include "tests/unit/audio/audio_bench.h"

@@ -1,11 +1,15 @@
 // The AC-3 DSP: its commands over I2C and the push of its firmware.
 #include "audio/blkfn.h"
 
+#include <gmock/gmock.h>
+
 #include <sys/stat.h>
 #include <unistd.h>
 
 #include <algorithm>
 #include <cerrno>
+#include <string>
+#include <vector>
 
 #include "tests/unit/audio/audio_bench.h"
 

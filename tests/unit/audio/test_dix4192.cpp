@@ -1,7 +1,10 @@
 // The digital audio receiver: the lock check and the bench programming.
 #include "audio/dix4192.h"
 
+#include <gmock/gmock.h>
+
 #include <map>
+#include <string>
 
 #include "tests/unit/audio/audio_bench.h"
 

@@ -3,6 +3,8 @@
 // bits, in words of 16.
 #include "audio/table_5_18.h"
 
+#include <gmock/gmock.h>
+
 #include "tests/unit/audio/audio_bench.h"
 
 namespace {

@@ -1,7 +1,11 @@
 // The reader of "key=value" files: syntax, sections, results.
 #include "config/cfg_reader.h"
 
+#include <gmock/gmock.h>
+
 #include <cstdint>
+#include <string>
+#include <vector>
 
 namespace {
 

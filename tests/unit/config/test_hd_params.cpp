@@ -1,8 +1,12 @@
 // The table of configuration keys row by row, and the apply of a whole file.
 #include "config/hd_params.h"
 
+#include <gmock/gmock.h>
+
 #include <cerrno>
 #include <cstring>
+#include <string>
+#include <vector>
 
 #include "audio/ac3_setup.h"
 #include "audio/audio_settings.h"

@@ -1,6 +1,8 @@
 // The launch of `encode`.
 #include "config/start_hd.h"
 
+#include <gmock/gmock.h>
+
 #include <cerrno>
 
 #include "hw/shared_memory_davinci.h"

@@ -1,8 +1,12 @@
 // PIDs, A/V sync, output rate, captions, offsets and the rate-control words.
 #include "config/transport_stream.h"
 
+#include <gmock/gmock.h>
+
 #include <climits>
 #include <cstring>
+#include <string>
+#include <vector>
 
 #include "config/video_format.h"
 #include "hw/fpga.h"

@@ -1,10 +1,14 @@
 // Resolution, frame rate, codec and output rate, and the two probes.
 #include "config/video_format.h"
 
+#include <gmock/gmock.h>
+
 #include <linux/videodev2.h>
 
 #include <cerrno>
 #include <climits>
+#include <string>
+#include <vector>
 
 #include "hw/fpga.h"
 #include "hw/shared_memory_davinci.h"

@@ -1,6 +1,8 @@
 // Registers behind the capture driver's private requests.
 #include "diag/capture_regs.h"
 
+#include <gmock/gmock.h>
+
 #include "vboard/testing/bench.h"
 
 namespace {

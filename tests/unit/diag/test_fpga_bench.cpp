@@ -2,10 +2,14 @@
 // arithmetic.
 #include "diag/fpga_bench.h"
 
+#include <gmock/gmock.h>
+
 #include <sys/types.h>
 
 #include <cerrno>
 #include <csignal>
+#include <string>
+#include <vector>
 
 #include "vboard/core/trace.h"
 #include "vboard/testing/bench.h"

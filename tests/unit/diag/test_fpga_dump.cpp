@@ -1,7 +1,10 @@
 // The register dump: which registers, in which order, and the arithmetic on them.
 #include "diag/fpga_dump.h"
 
+#include <gmock/gmock.h>
+
 #include <cstdio>
+#include <string>
 
 #include "hw/fpga.h"
 #include "hw/fpga_registers.h"

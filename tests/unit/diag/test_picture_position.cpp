@@ -1,7 +1,11 @@
 // The position of the VGA picture.
 #include "diag/picture_position.h"
 
+#include <gmock/gmock.h>
+
 #include <limits>
+#include <string>
+#include <vector>
 
 #include "tests/support/i2c_lines.h"
 #include "vboard/testing/bench.h"

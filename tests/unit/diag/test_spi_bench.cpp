@@ -1,9 +1,12 @@
 // Bench readers of the SPI slave device.
 #include "diag/spi_bench.h"
 
+#include <gmock/gmock.h>
+
 #include <cerrno>
 #include <cstdio>
 #include <initializer_list>
+#include <string>
 
 #include "vboard/models/bus.h"
 #include "vboard/testing/bench.h"

@@ -1,6 +1,10 @@
 // The decoder's stand-alone initialisation and its endless report.
 #include "diag/tvp5150_bench.h"
 
+#include <gmock/gmock.h>
+
+#include <string>
+
 #include "hw/i2capi.h"
 #include "tests/support/i2c_lines.h"
 #include "tests/support/tvp5150_texts.h"

@@ -7,9 +7,11 @@
 
 #include <cerrno>
 #include <filesystem>
+#include <functional>
 #include <iterator>
 #include <memory>
 #include <utility>
+#include <vector>
 
 #include "hostlink/link.h"
 #include "vboard/core/clock.h"

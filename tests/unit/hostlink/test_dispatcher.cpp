@@ -2,9 +2,13 @@
 // makes of the directory line of a stored configuration.
 #include "hostlink/dispatcher.h"
 
+#include <gmock/gmock.h>
+
 #include <cerrno>
 #include <filesystem>
 #include <set>
+#include <string>
+#include <vector>
 
 #include "hw/shared_memory_davinci.h"
 #include "state/service_flags.h"

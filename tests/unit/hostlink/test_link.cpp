@@ -1,8 +1,12 @@
 // The link's primitives: opening, waits, bytes, integers and paced answers.
 #include "hostlink/link.h"
 
+#include <gmock/gmock.h>
+
 #include <cerrno>
 #include <climits>
+#include <string>
+#include <vector>
 
 #include "tests/unit/hostlink/link_bench.h"
 

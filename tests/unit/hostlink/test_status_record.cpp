@@ -1,7 +1,11 @@
 // The status record byte by byte, and the version bytes.
 #include "hostlink/status_record.h"
 
+#include <gmock/gmock.h>
+
 #include <cstring>
+#include <string>
+#include <vector>
 
 #include "hw/fpga.h"
 #include "hw/fpga_registers.h"

@@ -1,11 +1,15 @@
 // Receiving hd.ini and updates, the update's result, the factory restore.
 #include "hostlink/transfer.h"
 
+#include <gmock/gmock.h>
+
 #include <sys/stat.h>
 
 #include <cerrno>
 #include <cstdlib>
 #include <filesystem>
+#include <string>
+#include <vector>
 
 #include "hw/fpga.h"
 #include "hw/fpga_registers.h"

@@ -1,10 +1,14 @@
 // Uploads: sizes, files, chip registers, the AC-3 descriptor.
 #include "hostlink/upload.h"
 
+#include <gmock/gmock.h>
+
 #include <cerrno>
 #include <cstring>
 #include <filesystem>
+#include <string>
 #include <utility>
+#include <vector>
 
 #include "hw/shared_memory_davinci.h"
 #include "state/service_flags.h"

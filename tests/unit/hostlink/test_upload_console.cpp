@@ -1,4 +1,6 @@
 // The console dump of an upload: its last line has no end and is shown all the same.
+#include <gmock/gmock.h>
+
 #include <stdio_ext.h>
 
 #include "hostlink/upload.h"

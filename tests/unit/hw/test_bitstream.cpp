@@ -1,7 +1,11 @@
 // The FPGA bitstream load, bit reversal, and the data file push.
 #include "hw/bitstream.h"
 
+#include <gmock/gmock.h>
+
 #include <cerrno>
+#include <string>
+#include <vector>
 
 #include "vboard/testing/bench.h"
 

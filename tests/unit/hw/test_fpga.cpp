@@ -1,8 +1,12 @@
 // FPGA register access, the reset sequence and the line reader.
 #include "hw/fpga.h"
 
+#include <gmock/gmock.h>
+
 #include <cerrno>
 #include <cstring>
+#include <string>
+#include <vector>
 
 #include "hw/fpga_registers.h"
 #include "hw/shared_memory_davinci.h"

@@ -1,8 +1,11 @@
 // The register map: every register by hand, and the map's own rules.
 #include "hw/fpga_registers.h"
 
+#include <gmock/gmock.h>
+
 #include <iterator>
 #include <set>
+#include <string>
 
 namespace {
 

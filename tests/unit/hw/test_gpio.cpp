@@ -1,6 +1,8 @@
 // Line actions of the FPGA device and lines of the kernel's sysfs GPIO.
 #include "hw/gpio.h"
 
+#include <gmock/gmock.h>
+
 #include <cerrno>
 #include <climits>
 

@@ -1,12 +1,16 @@
 // I2C transactions message by message, and the semaphore set.
 #include "hw/i2capi.h"
 
+#include <gmock/gmock.h>
+
 #include <linux/i2c-dev.h>
 #include <sys/ipc.h>
 #include <sys/sem.h>
 #include <unistd.h>
 
 #include <cerrno>
+#include <string>
+#include <vector>
 
 #include "vboard/testing/bench.h"
 

@@ -1,8 +1,13 @@
 // The shared block: every field at its offset, and the two ways to attach it.
 #include "hw/shared_memory_davinci.h"
 
+#include <gmock/gmock.h>
+
 #include <cerrno>
 #include <cstring>
+#include <functional>
+#include <string>
+#include <vector>
 
 #include "vboard/testing/bench.h"
 

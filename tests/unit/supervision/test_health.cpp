@@ -1,6 +1,11 @@
 // The single readings that supervision judges by.
 #include "supervision/health.h"
 
+#include <gmock/gmock.h>
+
+#include <string>
+#include <vector>
+
 #include "tests/unit/supervision/supervision_bench.h"
 
 namespace {

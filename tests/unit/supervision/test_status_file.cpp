@@ -1,9 +1,13 @@
 // The periodic status file and its thread.
 #include "supervision/status_file.h"
 
+#include <gmock/gmock.h>
+
 #include <pthread.h>
 
 #include <cerrno>
+#include <functional>
+#include <string>
 
 #include "hw/shared_memory_davinci.h"
 #include "state/service_flags.h"

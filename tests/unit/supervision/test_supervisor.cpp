@@ -1,7 +1,11 @@
 // The supervision loop: checks, decisions, causes, level capture and the restart.
 #include "supervision/supervisor.h"
 
+#include <gmock/gmock.h>
+
 #include <cerrno>
+#include <string>
+#include <vector>
 
 #include "tests/unit/supervision/supervision_bench.h"
 

@@ -1,9 +1,12 @@
 // The PLL port, the clock blocks, the generic read and the 7353.
 #include "video/board_clocks.h"
 
+#include <gmock/gmock.h>
+
 #include <algorithm>
 #include <cerrno>
 #include <iterator>
+#include <string>
 
 #include "tests/support/i2c_lines.h"
 #include "vboard/testing/bench.h"

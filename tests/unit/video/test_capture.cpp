@@ -1,6 +1,8 @@
 // The capture device: input, detected standard, image-pipe registers.
 #include "video/capture.h"
 
+#include <gmock/gmock.h>
+
 #include <bit>
 #include <cerrno>
 

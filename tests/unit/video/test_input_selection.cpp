@@ -1,6 +1,10 @@
 // Switching between the front ends, and the digitizer's register dump.
 #include "video/input_selection.h"
 
+#include <gmock/gmock.h>
+
+#include <string>
+
 #include "hw/fpga.h"
 #include "hw/shared_memory_davinci.h"
 #include "state/service_flags.h"

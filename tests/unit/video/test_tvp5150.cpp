@@ -2,7 +2,10 @@
 // bench access.
 #include "video/tvp5150.h"
 
+#include <gmock/gmock.h>
+
 #include <set>
+#include <string>
 
 #include "hw/i2capi.h"
 #include "tests/support/i2c_lines.h"

@@ -2,7 +2,10 @@
 // and bench operations.
 #include "video/tvp7002.h"
 
+#include <gmock/gmock.h>
+
 #include <limits>
+#include <string>
 
 #include "hw/shared_memory_davinci.h"
 #include "state/service_flags.h"
