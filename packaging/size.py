@@ -1,4 +1,4 @@
-"""The size of the board's programs, against the limit and against bench/size.txt.
+"""The size of the board's programs, against the limit and against tests/bench/size.txt.
 
 usage: size.py PROGRAM...
 
@@ -8,7 +8,7 @@ A program is known by its place: build-arm/vantorig is "arm" there.
 import pathlib
 import sys
 
-RECORD = pathlib.Path(__file__).resolve().parents[1] / "bench/size.txt"
+RECORD = pathlib.Path(__file__).resolve().parents[1] / "tests/bench/size.txt"
 LIMIT = 128 * 1024
 ROOM = 2048  # what a program may grow by before the record wants a look
 
@@ -24,9 +24,9 @@ def problem(name, size, recorded):
     if size > LIMIT:
         return f"{name}: {size} bytes are more than the board's {LIMIT}"
     if name not in recorded:
-        return f"{name}: not in bench/size.txt"
+        return f"{name}: not in tests/bench/size.txt"
     if abs(size - recorded[name]) > ROOM:
-        return f"{name}: {size} bytes, but {recorded[name]} in bench/size.txt; record it if that is meant"
+        return f"{name}: {size} bytes, but {recorded[name]} in tests/bench/size.txt; record it if that is meant"
     return None
 
 

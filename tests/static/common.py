@@ -7,7 +7,7 @@ ROOT = pathlib.Path(__file__).resolve().parents[2]
 
 # Highest first: a file includes from its own folder and the ones behind it.
 HEIGHTS = ["app", "supervision", "hostlink", "diag", "config", "audio", "video", "hw", "state"]
-TOOLS = ["vboard", "melk", "tests", "bench", "fuzz"]
+TOOLS = ["vboard", "melk", "tests"]
 OTHERS = ["docs", "packaging", "cmake"]
 
 BINARY = {".png", ".gif", ".gz", ".bin", ".pdf", ".pyc"}

@@ -18,7 +18,7 @@ def named(text):
 def problem(suite, test, case, defined, sources):
     """What is wrong with one name; None if nothing."""
     if suite == "Fuzz":
-        stored = common.ROOT / "fuzz/corpus" / FUZZED.sub(r"\1", test)
+        stored = common.ROOT / "tests/fuzz/corpus" / FUZZED.sub(r"\1", test)
         missing = not stored.is_dir() or (case and not (stored / case).is_file())
         return f"no stored input {test} {case}" if missing else None
     if (suite, test) not in defined:

@@ -12,7 +12,7 @@
 #include <cstdlib>
 #include <cstring>
 
-#include "fuzz/fuzz.h"
+#include "tests/fuzz/fuzz.h"
 
 // Edge counters of the instrumented code; absent in a build without them.
 extern "C" {

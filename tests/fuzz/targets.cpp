@@ -1,5 +1,5 @@
 // The table of fuzz targets.
-#include "fuzz/targets.h"
+#include "tests/fuzz/targets.h"
 
 namespace fuzz {
 

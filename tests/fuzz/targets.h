@@ -1,7 +1,7 @@
 // The targets by name; the form of their inputs stands at the head of each file.
 #pragma once
 
-#include "fuzz/fuzz.h"
+#include "tests/fuzz/fuzz.h"
 
 namespace fuzz {
 

@@ -12,10 +12,10 @@
 #include <memory>
 #include <set>
 
-#include "bench/seam.h"
-#include "bench/workload.h"
 #include "config/cfg_reader.h"
 #include "config/hd_params.h"
+#include "tests/bench/seam.h"
+#include "tests/bench/workload.h"
 
 namespace bench {
 

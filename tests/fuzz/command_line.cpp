@@ -6,7 +6,7 @@
 #include <algorithm>
 #include <vector>
 
-#include "fuzz/targets.h"
+#include "tests/fuzz/targets.h"
 #include "vboard/core/trace.h"
 #include "vboard/testing/bench.h"
 

@@ -2,7 +2,7 @@
 #include <cstdio>
 #include <cstdlib>
 
-#include "fuzz/fuzz.h"
+#include "tests/fuzz/fuzz.h"
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
   static const fuzz::Target& target = *fuzz::find_target(FUZZ_TARGET);

@@ -9,8 +9,8 @@
 #include <vector>
 
 #include "config/cfg_reader.h"
-#include "fuzz/targets.h"
 #include "hw/fpga.h"
+#include "tests/fuzz/targets.h"
 #include "vboard/core/trace.h"
 #include "vboard/testing/bench.h"
 

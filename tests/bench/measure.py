@@ -22,7 +22,7 @@ import sys
 import tempfile
 import time
 
-ROOT = pathlib.Path(__file__).resolve().parents[1]
+ROOT = pathlib.Path(__file__).resolve().parents[2]
 DAY = 86400
 STARTING_TRIES = 100
 PR_SET_CHILD_SUBREAPER = 36

@@ -1,6 +1,6 @@
 // The numbered operations on the world. None of them takes away what the host's
 // thread needs to go on, or an answer that the program waits for without limit.
-#include "fuzz/worlds.h"
+#include "tests/fuzz/worlds.h"
 
 namespace fuzz {
 

@@ -8,7 +8,7 @@
 #include <iterator>
 #include <vector>
 
-#include "fuzz/fuzz.h"
+#include "tests/fuzz/fuzz.h"
 
 namespace {
 

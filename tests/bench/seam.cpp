@@ -1,5 +1,5 @@
 // Placeholders, recorded answers and the C library's names; see the header.
-#include "bench/seam.h"
+#include "tests/bench/seam.h"
 
 #include <fcntl.h>
 #include <linux/i2c-dev.h>

@@ -7,8 +7,8 @@
 #include <array>
 #include <cerrno>
 
-#include "fuzz/targets.h"
 #include "state/service_flags.h"
+#include "tests/fuzz/targets.h"
 #include "tests/service/service_bench.h"
 #include "vboard/core/trace.h"
 #include "vboard/interpose/seam.h"

@@ -12,11 +12,11 @@
 #include <cstdio>
 #include <fstream>
 
-#include "bench/seam.h"
-#include "bench/workload.h"
 #include "hostlink/link.h"
 #include "hostlink/upload.h"
 #include "hw/bitstream.h"
+#include "tests/bench/seam.h"
+#include "tests/bench/workload.h"
 #include "vboard/core/real.h"
 
 namespace bench {

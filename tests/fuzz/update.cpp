@@ -12,8 +12,8 @@
 #include <algorithm>
 #include <cerrno>
 
-#include "fuzz/targets.h"
 #include "state/service_flags.h"
+#include "tests/fuzz/targets.h"
 #include "tests/service/service_bench.h"
 #include "vboard/core/trace.h"
 #include "vboard/interpose/seam.h"

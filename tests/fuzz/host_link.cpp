@@ -11,9 +11,9 @@
 // Whatever that was, the service lives on and takes bytes from the host.
 #include <algorithm>
 
-#include "fuzz/targets.h"
-#include "fuzz/worlds.h"
 #include "hw/fpga_registers.h"
+#include "tests/fuzz/targets.h"
+#include "tests/fuzz/worlds.h"
 #include "tests/service/service_bench.h"
 #include "vboard/core/trace.h"
 #include "vboard/models/bus.h"

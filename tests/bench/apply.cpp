@@ -12,11 +12,11 @@
 #include <map>
 #include <memory>
 
-#include "bench/seam.h"
-#include "bench/workload.h"
 #include "config/hd_params.h"
 #include "hw/fpga.h"
 #include "hw/shared_memory_davinci.h"
+#include "tests/bench/seam.h"
+#include "tests/bench/workload.h"
 #include "vboard/core/clock.h"
 #include "vboard/core/real.h"
 

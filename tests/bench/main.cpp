@@ -14,8 +14,8 @@
 #include <cstring>
 #include <filesystem>
 
-#include "bench/seam.h"
-#include "bench/workload.h"
+#include "tests/bench/seam.h"
+#include "tests/bench/workload.h"
 #include "vboard/core/real.h"
 
 namespace bench {
