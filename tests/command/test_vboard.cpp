@@ -398,6 +398,33 @@ INSTANTIATE_TEST_SUITE_P(
         ScriptCase{"no_time", "at\n", "script:1: a time such as 2s, 500ms or 3min is wanted\n"},
         ScriptCase{"time_without_a_unit", "at 5 print x\n",
                    "script:1: a time such as 2s, 500ms or 3min is wanted\n"},
+        ScriptCase{"time_before_the_start", "at -5s print x\n",
+                   "script:1: a time such as 2s, 500ms or 3min is wanted\n"},
+        ScriptCase{"time_without_end", "at infs print x\n",
+                   "script:1: a time such as 2s, 500ms or 3min is wanted\n"},
+        ScriptCase{"link_with_no_byte", "print x\nlink 0g zz\n",
+                   "script:2: link: bytes of one or two hexadecimal digits are wanted\n"},
+        ScriptCase{"link_with_a_byte_too_long", "link 02 100\n",
+                   "script:1: link: bytes of one or two hexadecimal digits are wanted\n"},
+        ScriptCase{"link_without_bytes", "at 3s link\n",
+                   "script:1: link: bytes of one or two hexadecimal digits are wanted\n"},
+        ScriptCase{"collect_less_than_nothing", "collect -1\n",
+                   "script:1: collect: a number of bytes from 1 to 65536 is wanted\n"},
+        ScriptCase{"collect_nothing", "collect 0\n",
+                   "script:1: collect: a number of bytes from 1 to 65536 is wanted\n"},
+        ScriptCase{"collect_no_number", "collect abc\n",
+                   "script:1: collect: a number of bytes from 1 to 65536 is wanted\n"},
+        ScriptCase{"collect_number_with_a_tail", "collect 3x\n",
+                   "script:1: collect: a number of bytes from 1 to 65536 is wanted\n"},
+        ScriptCase{"collect_more_than_any_answer", "collect 99999999999\n",
+                   "script:1: collect: a number of bytes from 1 to 65536 is wanted\n"},
+        ScriptCase{"collect_two_numbers", "collect 1 2\n",
+                   "script:1: collect: a number of bytes from 1 to 65536 is wanted\n"},
+        ScriptCase{"melk_without_command", "melk\n",
+                   "script:1: melk: a command of melk is wanted\n"},
+        ScriptCase{"world_without_operation", "world # source none\n",
+                   "script:1: world: an operation is wanted\n"},
+        ScriptCase{"end_with_a_time", "end 5s\n", "script:1: end: nothing is wanted behind it\n"},
         ScriptCase{"time_in_unknown_unit", "# a comment\n\nafter 5y print x\n",
                    "script:3: a time such as 2s, 500ms or 3min is wanted\n"}),
     [](const auto& one) { return std::string(one.param.name); });
@@ -420,6 +447,37 @@ TEST(VboardScriptSteps, run_at_their_times_and_are_logged) {
             "composite, none\n");
   const std::string shown = board.vboard("show").out;
   EXPECT_EQ(shown.substr(0, 15), "time      2.000") << shown;
+}
+
+TEST(VboardScriptSteps, that_fail_are_told_and_fail_the_run) {
+  BoardRun board;
+  const Result world = board.service("-602", "world source none\nworld source hdmi\n", 5);
+  EXPECT_EQ(world.status, 1);
+  EXPECT_THAT(world.err, testing::EndsWith("script:2: world source hdmi: source: source 'hdmi' is "
+                                           "none of component, vga, composite, none\n"));
+  const Result melk = board.service("-602", "at 3s melk status\nmelk dance\n", 10);
+  EXPECT_EQ(melk.status, 1);
+  EXPECT_THAT(melk.err, testing::EndsWith("script:2: melk dance: exit status 2\n"));
+  EXPECT_EQ(board.service("-602", "at 3s melk status\n", 10).status, 0);  // the next begins anew
+}
+
+TEST(VboardScriptSteps, leave_the_programs_own_failure_as_it_is) {
+  BoardRun board;
+  EXPECT_EQ(board.vboard("run --virtual --script /dev/null -- sh -c 'exit 7'").status, 7);
+  std::ofstream(board.path("../script")) << "world source hdmi\n";
+  const std::string script = board.path("../script");
+  EXPECT_EQ(
+      board.vboard("run --virtual --script " + script + " -- " + BUILD_DIRECTORY + "/vantorig -blk")
+          .status,
+      1);
+}
+
+TEST(VboardScriptSteps, may_be_longer_than_a_kilobyte) {
+  BoardRun board;
+  std::string script = "at 3s link";
+  for (int i = 0; i < 500; ++i) script += " a5";
+  EXPECT_EQ(board.service("-602", script + "\n", 60).status, 0);
+  EXPECT_EQ(lines_of(board.host_log()).size(), 1u);
 }
 
 TEST(VboardScriptSteps, register_of_a_board_without_a_bus_is_no_configuration) {

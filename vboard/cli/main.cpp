@@ -324,8 +324,8 @@ constexpr char kOverview[] =
     "  vboard source none                              # in another: pull the plug\n"
     "\n"
     "Each command explains itself with --help. Exit status: that of the program for run,\n"
-    "record and shell; 0 done, 1 demo failed or replay found a difference, 2 not understood,\n"
-    "125 vboard itself failed.";
+    "record and shell; 0 done, 1 demo or a step of a script failed, or replay found a\n"
+    "difference, 2 not understood, 125 vboard itself failed.";
 
 int run_vboard(int argc, char** argv) {
   CLI::App app{"A virtual encoder board: runs the unmodified control program on any Linux PC."};

@@ -25,6 +25,7 @@ namespace fs = std::filesystem;
 namespace {
 
 constexpr int kFirmwareSize = 60000;
+constexpr int kStepFailed = 1;
 constexpr int kNotFound = 127;  // the shell's status of a program that is not there
 
 void write_file(const fs::path& path, const std::string& content) {
@@ -247,6 +248,7 @@ Run::Run(const BoardDirectory& directory, const RunOptions& options,
   board_->link.settled = true;
   board_->encoder.pid = 0;  // processes do not outlive their run
   board_->encoder.streaming = false;
+  board_->failed_steps = 0;
   std::vector<std::string> words = sandbox_command(directory, library, options);
   if (options.shell) {
     words.insert(words.end(), {"--setenv", "VBOARD_LIBRARY", kLibrary});
@@ -315,6 +317,7 @@ int Run::wait() {
   if (!started && (status_of(status) == 1 || status_of(status) == kNotFound))
     problem_ = sandbox_problem();
   if (!problem_.empty()) return 125;
+  if (status == 0 && board_->failed_steps > 0) return kStepFailed;
   return status_of(status);
 }
 

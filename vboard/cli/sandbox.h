@@ -66,7 +66,8 @@ class Run {
   // True while the program has not ended.
   bool alive();
 
-  // Waits for the end and returns the exit status as a shell shows it.
+  // Waits for the end and returns the exit status as a shell shows it; 1 instead of
+  // 0 when a step of the script failed.
   int wait();
 
   // Stops the program.

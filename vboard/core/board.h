@@ -14,7 +14,7 @@
 namespace vboard {
 
 inline constexpr std::uint32_t kBoardMagic = 0x44524256;  // "VBRD"
-inline constexpr std::uint32_t kBoardVersion = 2;
+inline constexpr std::uint32_t kBoardVersion = 3;
 
 // ---- time -----------------------------------------------------------------
 enum class TimeMode : std::uint32_t { kReal, kScaled, kVirtual };
@@ -282,6 +282,7 @@ struct Board {
   Violations violations;
   std::uint64_t trace_sequence = 0;
   char record_file[kLongestPath] = {};  // the run is recorded there; "" when it is not
+  std::uint32_t failed_steps = 0;       // of this run's script
 };
 
 // Holds the board's lock, which is shared by processes and survives the death

@@ -10,7 +10,8 @@
 //   print TEXT   a line into the host's log
 //   end          the operator stops the program
 // `at` and `after` may stand before another step on the same line. Everything
-// from `#` on is a comment.
+// from `#` on is a comment. A `melk` or `world` step that fails is told on standard
+// error and counted in the board's failed_steps.
 #pragma once
 
 namespace vboard {

@@ -4,7 +4,10 @@
 #include <pthread.h>
 #include <unistd.h>
 
+#include <algorithm>
+#include <cctype>
 #include <cerrno>
+#include <cmath>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
@@ -25,6 +28,7 @@ namespace {
 
 constexpr std::uint8_t kPollByte = 0xA5;
 constexpr std::int64_t kTakenLimit_us = 60'000'000;
+constexpr std::size_t kMostPolls = 65536;
 
 struct Step {
   int line = 0;
@@ -36,6 +40,7 @@ struct Step {
 };
 
 struct Script {
+  const char* file = nullptr;
   std::vector<Step> steps;
   FILE* log = nullptr;
   int thread_id = 0;
@@ -56,7 +61,9 @@ bool parse_time(const std::string& text, std::int64_t* us) {
     double us;
   } kUnits[] = {{"us", 1}, {"ms", 1e3}, {"s", 1e6}, {"min", 6e7}, {"h", 3.6e9}, {"d", 8.64e10}};
   for (const auto& one : kUnits)
-    if (strcmp(unit, one.name) == 0 && unit != text.c_str()) {
+    if (strcmp(unit, one.name) == 0 && unit != text.c_str() && !std::signbit(number)) {
+      constexpr double kMost_us = 1e15;  // some thirty years
+      if (!(number * one.us <= kMost_us)) return false;
       *us = static_cast<std::int64_t>(number * one.us);
       return true;
     }
@@ -83,6 +90,39 @@ std::string join(const std::vector<std::string>& words) {
   return text;
 }
 
+bool is_byte(const std::string& word) {
+  return word.size() <= 2 && std::ranges::all_of(word, [](unsigned char c) { return isxdigit(c); });
+}
+
+// A count of poll bytes; 0 for anything else.
+std::size_t polls_of(const std::string& word) {
+  char* end = nullptr;
+  const unsigned long count = strtoul(word.c_str(), &end, 10);
+  const bool number = isdigit(static_cast<unsigned char>(word[0])) != 0 && *end == '\0';
+  return number && count <= kMostPolls ? count : 0;
+}
+
+using Words = std::vector<std::string>;
+
+// Every step, and what is wrong with operands that it cannot take.
+struct StepKind {
+  const char* name;
+  const char* wanted;
+  bool (*takes)(const Words& operands);
+};
+constexpr StepKind kStepKinds[] = {
+    {"melk", "a command of melk is wanted", [](const Words& words) { return !words.empty(); }},
+    {"link", "bytes of one or two hexadecimal digits are wanted",
+     [](const Words& words) { return !words.empty() && std::ranges::all_of(words, is_byte); }},
+    {"collect", "a number of bytes from 1 to 65536 is wanted",
+     [](const Words& words) {
+       return words.empty() || (words.size() == 1 && polls_of(words[0]) > 0);
+     }},
+    {"world", "an operation is wanted", [](const Words& words) { return !words.empty(); }},
+    {"print", "", [](const Words& /*words*/) { return true; }},
+    {"end", "nothing is wanted behind it", [](const Words& words) { return words.empty(); }},
+};
+
 Step parse_step(const char* file, int line, std::vector<std::string> words) {
   Step step;
   step.line = line;
@@ -97,9 +137,11 @@ Step parse_step(const char* file, int line, std::vector<std::string> words) {
   words.erase(words.begin());
   step.words = words;
   step.text = join(words);
-  static const char* const kKnown[] = {"melk", "link", "collect", "world", "print", "end"};
-  for (const char* known : kKnown)
-    if (step.what == known) return step;
+  for (const StepKind& kind : kStepKinds) {
+    if (step.what != kind.name) continue;
+    if (!kind.takes(words)) refuse(file, line, step.what + ": " + kind.wanted);
+    return step;
+  }
   refuse(file, line, "unknown step " + step.what);
 }
 
@@ -107,12 +149,14 @@ std::vector<Step> read_script(const char* file) {
   FILE* stream = real::fopen(file, "r");
   if (stream == nullptr) refuse(file, 0, strerror(errno));
   std::vector<Step> steps;
-  char text[1024];
-  for (int line = 1; real::fgets(text, sizeof text, stream) != nullptr; ++line) {
+  char* text = nullptr;
+  std::size_t room = 0;
+  for (int line = 1; getline(&text, &room, stream) >= 0; ++line) {
     if (char* comment = strchr(text, '#')) *comment = '\0';
     const std::vector<std::string> words = split(text);
     if (!words.empty()) steps.push_back(parse_step(file, line, words));
   }
+  free(text);
   real::fclose(stream);
   return steps;
 }
@@ -141,15 +185,41 @@ void do_link(const Step& step, FILE* log, Board& board) {
 }
 
 void do_collect(const Step& step, FILE* log, Board& board) {
+  char poll[4];
+  snprintf(poll, sizeof poll, "%02x", kPollByte);
   Step polls = step;
-  polls.words.assign(static_cast<std::size_t>(step.words.empty() ? 1 : atoi(step.words[0].c_str())),
-                     "");
-  for (std::string& word : polls.words) {
-    char text[4];
-    snprintf(text, sizeof text, "%02x", kPollByte);
-    word = text;
-  }
+  polls.words.assign(step.words.empty() ? 1 : polls_of(step.words[0]), poll);
   do_link(polls, log, board);
+}
+
+// The run goes on after a step that failed, and fails in the end.
+void fail(const Step& step, const Script& script, Board& board, const std::string& why) {
+  ++board.failed_steps;
+  fprintf(stderr, "vboard: %s:%d: %s %s: %s\n", script.file, step.line, step.what.c_str(),
+          step.text.c_str(), why.c_str());
+}
+
+void do_world(const Step& step, const Script& script, Board& board) {
+  std::string error;
+  bool done = false;
+  {
+    Locked hold(board);
+    done = world_command(board, step.text, error);
+  }
+  heartbeat();
+  fprintf(script.log, "[%.3f] world %s%s%s\n", static_cast<double>(board_now_us()) / 1e6,
+          step.text.c_str(), done ? "" : ": ", done ? "" : error.c_str());
+  if (!done) fail(step, script, board, error);
+}
+
+void do_melk(const Step& step, const Script& script, Board& board) {
+  FILE* log = script.log;
+  fprintf(log, "[%.3f] melk %s\n", static_cast<double>(board_now_us()) / 1e6, step.text.c_str());
+  melk::BoardTransport transport(board);
+  const int status = melk::melk_command(transport, step.words, log, log, melk::Options{});
+  if (status == 0) return;
+  fprintf(log, "melk: exit status %d\n", status);
+  fail(step, script, board, "exit status " + std::to_string(status));
 }
 
 void do_step(const Step& step, const Script& script, Board& board) {
@@ -158,20 +228,9 @@ void do_step(const Step& step, const Script& script, Board& board) {
   if (step.what == "print") {
     fprintf(log, "%s\n", step.text.c_str());
   } else if (step.what == "world") {
-    std::string error;
-    bool done = false;
-    {
-      Locked hold(board);
-      done = world_command(board, step.text, error);
-    }
-    heartbeat();
-    fprintf(log, "[%.3f] world %s%s%s\n", static_cast<double>(board_now_us()) / 1e6,
-            step.text.c_str(), done ? "" : ": ", done ? "" : error.c_str());
+    do_world(step, script, board);
   } else if (step.what == "melk") {
-    fprintf(log, "[%.3f] melk %s\n", static_cast<double>(board_now_us()) / 1e6, step.text.c_str());
-    melk::BoardTransport transport(board);
-    const int status = melk::melk_command(transport, step.words, log, log, melk::Options{});
-    if (status != 0) fprintf(log, "melk: exit status %d\n", status);
+    do_melk(step, script, board);
   } else if (step.what == "link") {
     do_link(step, log, board);
   } else if (step.what == "collect") {
@@ -200,6 +259,7 @@ void* run_script(void* given) {
 
 void start_script(const char* script_file, const char* log_file, void (*end)()) {
   auto* script = new Script;  // lives as long as its thread
+  script->file = script_file;
   script->steps = read_script(script_file);
   script->end = end;
   script->log = log_file != nullptr ? real::fopen(log_file, "w") : stdout;
