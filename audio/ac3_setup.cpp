@@ -21,7 +21,12 @@ namespace {
 
 constexpr unsigned kSecond_us = 1000000;
 constexpr unsigned kSettle_us = 10000;
+constexpr unsigned kAc3SyncFlipped = 0x770B;  // sync word 0x0B77 as it is captured
+constexpr int kAudioModeSetup = 22;           // kRegAudioMode at the start of a set-up
+constexpr unsigned kCaptureWait_us = 100000;  // after the capture is enabled
 constexpr int kSyncTries = 15;
+constexpr unsigned kPollWait_us = 10000;  // between looks of the polling
+constexpr unsigned kWordWait_us = 1000;
 
 // Descriptor of a stream that is not there; the DSP's stream has the same first
 // five values.
@@ -66,6 +71,71 @@ void store_bit_rate_code(int rate) {
 }
 
 unsigned frame_size_code(unsigned a) { return (a >> 8) & 0x3F; }
+
+// Captured header words 2 and 3, bytes in stream order; 0 without a sync frame.
+struct Ac3Header {
+  unsigned a = 0;
+  unsigned b = 0;
+};
+
+// Swaps the two bytes of a captured word.
+unsigned ac3_swap(unsigned word) { return ((word & 0xFF) << 8) | ((word >> 8) & 0xFF); }
+
+// Puts the FPGA into set-up mode and opens the DSP path when it is configured.
+void ac3_enter_setup() {
+  SetValue(kRegAudioMode, kAudioModeSetup);
+  if (audio_input_is(kAudioInputDsp)) SetValue(kRegDspAudioEnable, 1);
+}
+
+void add_to_mask(int bits) {
+  enable_capture_mask_reg = static_cast<std::uint16_t>(enable_capture_mask_reg | bits);
+}
+
+// ORs the capture bits into the mask and sets its path bit. Returns the mask.
+int ac3_capture_mask() {
+  const int path = audio_input_is(kAudioInputDigital) ? kAc3CtrlDigital : kAc3CtrlDsp;
+  add_to_mask(kAc3CtrlEnable | kAc3CtrlOutput);
+  enable_capture_mask_reg =
+      static_cast<std::uint16_t>((enable_capture_mask_reg & kAc3CtrlPathFree) | path);
+  return enable_capture_mask_reg;
+}
+
+// Decodes and prints the header, and stores the descriptor.
+void ac3_decode(const Ac3Header& header) {
+  const unsigned frmsizecod = frame_size_code(header.a);
+  const unsigned bsid = (header.a >> 3) & 0x1F;
+  const unsigned bsmod = header.a & 7;
+  const unsigned surround_mode = (header.b >> 11) & 3;
+  const unsigned acmod = header.b >> 13;
+  const unsigned langcode = (header.b & 1) != 0 ? (header.b >> 7) & 1 : (header.b >> 15) & 1;
+  printf("0 bsid = %x\n", bsid);
+  printf("1 bsmod = %x\n", bsmod);
+  printf("2 surround_mode = %x\n", surround_mode);
+  printf("3 num_channels - acmod = %x\n", acmod);
+  printf("4 langcode = %x\n", langcode);
+  printf("frmsizecod = %x (%i)\n", frmsizecod, static_cast<int>(frmsizecod));
+  printf("bit_rate = %i\n", nominal_rate(frmsizecod));
+  store_descriptor(kAc3Bsid, bsid);
+  store_descriptor(kAc3Bsmod, bsmod);
+  store_descriptor(kAc3SurroundMode, surround_mode);
+  store_descriptor(kAc3Acmod, acmod);
+  store_descriptor(kAc3Langcode, langcode);
+  store_bit_rate_code(nominal_rate(frmsizecod));
+}
+
+// The descriptor of a stream that is not there.
+void ac3_default_descriptor() {
+  for (int i = 0; i < kAc3DescriptorSize; ++i) hd_ac3_desc_parameters[i] = kDefaultDescriptor[i];
+}
+
+// Copies the descriptor into the shared block, last byte first.
+void ac3_publish_descriptor(bool print) {
+  for (int i = kAc3DescriptorSize - 1; i >= 0; --i) {
+    const std::uint8_t byte = hd_ac3_desc_parameters[i];
+    shared_set(&SharedBlock::hd_ac3_desc, static_cast<std::size_t>(i), byte);
+    if (print) printf("hd_ac3_desc_parameters[%d]=%d\n", i, byte);
+  }
+}
 
 // --- the eight steps of the set-up ---------------------------------------
 
@@ -160,10 +230,6 @@ void write_sample_period(int fscod) {
   if (fscod == kFscod32) SetValue(kRegSampleRate, kSamplePeriod32);
 }
 
-void add_to_mask(int bits) {
-  enable_capture_mask_reg = static_cast<std::uint16_t>(enable_capture_mask_reg | bits);
-}
-
 void write_dts_offsets() {
   const std::int64_t sync = fpgaregs.AVSync;  // 64 bits: the difference below cannot overflow
   if (sync > kDtsLimit) {
@@ -230,56 +296,33 @@ void write_control_digital(int fscod, int frmsizecod) {
   if (audio_is_disabled()) write_mask_without_output();
 }
 
-}  // namespace
+// --- stream tracking -----------------------------------------------------
 
-unsigned ac3_swap(unsigned word) { return ((word & 0xFF) << 8) | ((word >> 8) & 0xFF); }
-
-void ac3_enter_setup() {
-  SetValue(kRegAudioMode, kAudioModeSetup);
-  if (audio_input_is(kAudioInputDsp)) SetValue(kRegDspAudioEnable, 1);
-}
-
-int ac3_capture_mask() {
-  const int path = audio_input_is(kAudioInputDigital) ? kAc3CtrlDigital : kAc3CtrlDsp;
-  add_to_mask(kAc3CtrlEnable | kAc3CtrlOutput);
-  enable_capture_mask_reg =
-      static_cast<std::uint16_t>((enable_capture_mask_reg & kAc3CtrlPathFree) | path);
-  return enable_capture_mask_reg;
-}
-
-void ac3_decode(const Ac3Header& header) {
-  const unsigned frmsizecod = frame_size_code(header.a);
-  const unsigned bsid = (header.a >> 3) & 0x1F;
-  const unsigned bsmod = header.a & 7;
-  const unsigned surround_mode = (header.b >> 11) & 3;
-  const unsigned acmod = header.b >> 13;
-  const unsigned langcode = (header.b & 1) != 0 ? (header.b >> 7) & 1 : (header.b >> 15) & 1;
-  printf("0 bsid = %x\n", bsid);
-  printf("1 bsmod = %x\n", bsmod);
-  printf("2 surround_mode = %x\n", surround_mode);
-  printf("3 num_channels - acmod = %x\n", acmod);
-  printf("4 langcode = %x\n", langcode);
-  printf("frmsizecod = %x (%i)\n", frmsizecod, static_cast<int>(frmsizecod));
-  printf("bit_rate = %i\n", nominal_rate(frmsizecod));
-  store_descriptor(kAc3Bsid, bsid);
-  store_descriptor(kAc3Bsmod, bsmod);
-  store_descriptor(kAc3SurroundMode, surround_mode);
-  store_descriptor(kAc3Acmod, acmod);
-  store_descriptor(kAc3Langcode, langcode);
-  store_bit_rate_code(nominal_rate(frmsizecod));
-}
-
-void ac3_default_descriptor() {
-  for (int i = 0; i < kAc3DescriptorSize; ++i) hd_ac3_desc_parameters[i] = kDefaultDescriptor[i];
-}
-
-void ac3_publish_descriptor(bool print) {
-  for (int i = kAc3DescriptorSize - 1; i >= 0; --i) {
-    const std::uint8_t byte = hd_ac3_desc_parameters[i];
-    shared_set(&SharedBlock::hd_ac3_desc, static_cast<std::size_t>(i), byte);
-    if (print) printf("hd_ac3_desc_parameters[%d]=%d\n", i, byte);
+void wait_for_sync() {
+  for (;;) {
+    const unsigned sync = GetValue(kRegAc3Sync);
+    GetValue(kRegAc3Status);
+    if (sync == kAc3SyncFlipped) return;
+    usleep(kPollWait_us);
   }
 }
+
+// Reads the whole capture; words 2 and 3 make the header.
+Ac3Header read_captured_header() {
+  unsigned words[kAc3CaptureWords];
+  for (int i = 0; i < kAc3CaptureWords; ++i) {
+    words[i] = ac3_swap(GetValue(kRegAc3Sync + i * kAc3CaptureStride));
+  }
+  return {words[2], words[3]};
+}
+
+bool audio_is_present() {
+  const bool digital = fpgaregs.AudioInput == kAudioInputDigital;
+  audio_at_beginning = digital ? audio_monitor_4192(kDix4192ReceiverControl) : 1;
+  return audio_at_beginning != 0;
+}
+
+}  // namespace
 
 Ac3Codes ac3_codes(unsigned a) {
   Ac3Codes codes{static_cast<std::uint16_t>(a >> 14),
@@ -328,5 +371,32 @@ int SetAudCodecPram(std::uint16_t fscod, std::uint16_t frmsizecod) {
   } else {
     write_control_digital(fscod, frmsizecod);
   }
+  return 0;
+}
+
+void* AudioPolling_thread(void*) {
+  shared_set(&SharedBlock::audio_configured, 0);
+  puts(" AudioPolling_thread");
+  wait_for_sync();
+  const unsigned word2 = GetValue(kRegAc3Word2);
+  printf("get value reg 2 %x  \n", word2);
+  const unsigned a = ac3_swap(word2);
+  usleep(kWordWait_us);
+  ac3_capture_mask();  // the mask only; the register is left to the timing
+  const Ac3Codes codes = ac3_codes(a);
+  SetAudCodecPram(codes.fscod, codes.frmsizecod);
+  shared_set(&SharedBlock::audio_configured, 1);
+  return nullptr;
+}
+
+int get_hd_ac3_desc_parameters() {
+  ac3_enter_setup();
+  SetValue(kRegAc3Control, ac3_capture_mask());
+  usleep(kCaptureWait_us);
+  ac3_decode(read_captured_header());
+  printf("5 bit_rate_code = %i\n", hd_ac3_desc_parameters[kAc3BitRateCode].load());
+  if (!audio_is_present()) ac3_default_descriptor();
+  ac3_publish_descriptor(false);
+  reset_fpga_path();
   return 0;
 }

@@ -89,10 +89,3 @@ int SetAudCodec(const std::int32_t* value, std::int32_t) {
   fpgaregs.AudCodec = static_cast<std::uint8_t>(*value);
   return 0;
 }
-
-int SetAC3ctrl(int value) {
-  const int rc = SetValue(kRegAc3Control, value & 0xFFFF);
-  // The word address, as the register commands take it.
-  printf("read reg add 0x%x data 0x%x \n", kRegAc3Control / 2, value);
-  return rc;
-}

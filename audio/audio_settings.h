@@ -41,7 +41,3 @@ int SetAudioInput(const std::int32_t* value, std::int32_t context);         // l
 int SetAudCodec_bf(const std::int32_t* value, std::int32_t context);        // starts the DSP
 int SetinAudioSampleRate(const std::int32_t* value, std::int32_t context);  // kHz
 int SetAudCodec(const std::int32_t* value, std::int32_t context);           // low byte
-
-// Bench: writes the low 16 bits of value to the AC-3 control register. Returns
-// the write's result.
-int SetAC3ctrl(int value);

@@ -9,7 +9,3 @@ inline constexpr int kDix4192ReceiverControl = 8;  // value for audio_monitor_41
 // register and returns 0. -1 when the bus cannot be opened, -2 when a read
 // fails.
 int audio_monitor_4192(int value);
-
-// Bench: programs the receiver and dumps its registers. Returns 0, or -1 when the
-// bus cannot be opened.
-int prog4192();

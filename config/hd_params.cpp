@@ -11,14 +11,14 @@
 #include "audio/ac3_setup.h"
 #include "audio/audio_settings.h"
 #include "config/cfg_reader.h"
-#include "config/start_hd.h"
+#include "config/encoder.h"
+#include "config/output_rate.h"
 #include "config/transport_stream.h"
 #include "config/video_format.h"
 #include "hw/fpga.h"
 #include "hw/fpga_registers.h"
 #include "hw/shared_memory_davinci.h"
 #include "video/input_selection.h"
-#include "video/tvp7002.h"
 
 // clang-format off
 // Row order is part of the design: rates before resolution, the audio input

@@ -11,6 +11,7 @@
 #include <cstdlib>
 
 #include "hw/fpga.h"
+#include "hw/fpga_registers.h"
 
 static constexpr int kNotOpened = 1;  // result of every command here
 
@@ -63,6 +64,13 @@ int wr_fpga(int address, int data) {
            single.value, single.value >> 8, single.value & 0xFF);
   }
   return fclose(fpga);
+}
+
+int SetAC3ctrl(int value) {
+  const int rc = SetValue(kRegAc3Control, value & 0xFFFF);
+  // The word address, as the register commands take it.
+  printf("read reg add 0x%x data 0x%x \n", kRegAc3Control / 2, value);
+  return rc;
 }
 
 // --- register test -------------------------------------------------------

@@ -24,3 +24,7 @@ int FpgaPerf();
 // Register access with crossed requests: data other than 0 issues a read, data
 // 0 a write. Returns the close result.
 int wr_fpga(int address, int data);
+
+// Bench: writes the low 16 bits of value to the AC-3 control register. Returns
+// the write's result.
+int SetAC3ctrl(int value);

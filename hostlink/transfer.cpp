@@ -11,9 +11,9 @@
 
 #include "config/hd_params.h"
 #include "hostlink/link.h"
-#include "hostlink/shell.h"
 #include "hw/fpga.h"
 #include "hw/fpga_registers.h"
+#include "hw/shell.h"
 #include "hw/spi_slave.h"
 
 static constexpr char kUpdateArchive[] = "/home/tovin/tmp/new_hd_version.tar.gz";

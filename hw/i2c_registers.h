@@ -1,10 +1,11 @@
-// Small helpers of the chips on the I2C bus: register tables, a register read
-// that needs no check, and a close that bears a bus that did not open.
+// Small helpers of the chips on the I2C bus: the bus opened with its message and
+// closed, register tables, a register read that needs no check.
 #pragma once
 
 #include <unistd.h>
 
 #include <cstdint>
+#include <cstdio>
 #include <span>
 
 #include "hw/i2capi.h"
@@ -27,5 +28,12 @@ inline std::uint8_t read_register(int fd, int addr, int reg) {
   return byte;
 }
 
-// Closes a descriptor of init_i2c; -1 is left alone. Returns the close result.
+// Opens the board's bus. Returns its descriptor, or -1 after the message as a line.
+inline int open_i2c(const char* message) {
+  const int fd = init_i2c(kBoardI2cBus);
+  if (fd < 0) puts(message);
+  return fd;
+}
+
+// Closes a descriptor of the bus; -1 is left alone. Returns the close result.
 inline int close_i2c(int fd) { return fd < 0 ? -1 : close(fd); }

@@ -13,14 +13,14 @@
 #include <cstdio>
 
 #include "config/hd_params.h"
-#include "diag/fpga_dump.h"
-#include "hostlink/shell.h"
 #include "hw/fpga.h"
 #include "hw/fpga_registers.h"
 #include "hw/gpio.h"
 #include "hw/shared_memory_davinci.h"
+#include "hw/shell.h"
 #include "state/fpgaregs.h"
 #include "state/service_flags.h"
+#include "supervision/fpga_dump.h"
 #include "supervision/health.h"
 #include "video/capture.h"
 #include "video/tvp7002.h"
@@ -527,4 +527,12 @@ static void cycle(bool disabled) {
 
 void supervise(int monitor_disabled) {
   for (;;) cycle(monitor_disabled != 0);
+}
+
+int fpga_monitor() {
+  const int requested = shared_get(&SharedBlock::do_fpga_restart);
+  if (requested != 1) return 1;
+  printf("from vantorig: shared_memory->do_fpga_restart = %i\n", requested);
+  run_shell("killall encode");
+  return 0;
 }

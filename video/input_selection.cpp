@@ -1,5 +1,5 @@
 // Owns the choice of the video front end: lines, FPGA path, capture input and
-// chip set-up, in that order; and the register dump of the TVP7002.
+// chip set-up, in that order.
 #include "video/input_selection.h"
 
 #include <unistd.h>
@@ -10,8 +10,6 @@
 #include "hw/fpga.h"
 #include "hw/fpga_registers.h"
 #include "hw/gpio.h"
-#include "hw/i2c_registers.h"
-#include "hw/i2capi.h"
 #include "hw/shared_memory_davinci.h"
 #include "state/service_flags.h"
 #include "video/capture.h"
@@ -33,7 +31,6 @@ constexpr int kCaptureComposite577 = 5;
 constexpr int kVideoStd577 = 577;  // composite standard with a capture input of its own
 
 constexpr unsigned kSecond_us = 1000000;
-constexpr int kLastDumpRegister = 0x49;
 
 void select_tvp7002(int input) {
   prog_gpio(kSelectTvp7002);
@@ -84,33 +81,4 @@ int SetVideoInputSel(const std::int32_t* value, std::int32_t) {
       printf("==========  Set Video Input To %d =====================\n", SetInputMuxCH.load());
   shared_set(&SharedBlock::input_channel, SetInputMuxCH.load());
   return rc;
-}
-
-int prog7002(int reg, int value) {
-  puts("Start prog7002");
-  const int fd = init_i2c(kBoardI2cBus);
-  if (fd < 0) {
-    puts("Cannot access I2C device3 ");
-    return 1;
-  }
-  printf("input_data1 = %x\n", reg);
-  printf("input_data2 = %x\n", value);
-  usleep(kSecond_us);
-  if (reg != kDumpOnly) {
-    const int rc = i2c_writebyte(fd, kTvp7002Address, reg, value);
-    if (rc < 0) printf("rc=%d\n", rc);
-    puts("return");
-  }
-  usleep(kSecond_us);
-  for (int dumped = 0; dumped <= kLastDumpRegister; ++dumped) {
-    std::uint8_t byte = 0;
-    const int rc = i2c_readbyte(fd, kTvp7002Address, dumped, &byte);
-    if (rc < 0) {
-      printf("rc=%d\n", rc);
-    } else {
-      printf("#%x=0x%x\n", dumped, byte);
-    }
-  }
-  close_i2c(fd);
-  return 0;
 }

@@ -45,8 +45,6 @@ inline constexpr int kCaptionField1 = 0x10;
 inline constexpr int kCaptionField2 = 0x08;
 inline constexpr int kCaptionClearAll = 0xFF;
 
-inline constexpr int kWssBytes = 16;  // line data for the chip's VBI RAM
-
 // Start values, written in this order.
 inline constexpr RegisterValue TVP5150_default_reg_array[] = {
     {0x00, 0x00}, {0x01, 0x15}, {0x02, 0x00}, {0x03, 0x6F}, {0x04, 0x1C}, {0x06, 0x10},
@@ -72,7 +70,6 @@ extern Relaxed<std::int32_t> i2c_handle;    // bus of the set-up steps and sette
 extern Relaxed<std::uint32_t> count_st;     // calls of video_monitorTVP5150 since the last reading
 extern Relaxed<std::uint32_t> error_count;  // readings without lock
 extern Relaxed<std::uint8_t> old_data1;     // last status register #1 of the monitor
-extern Relaxed<std::uint8_t> Closed_caption_byte[2];
 
 // Modes of video_monitorTVP5150.
 inline constexpr int kTvp5150Running = 1;
@@ -85,20 +82,6 @@ int InitTVP5150();
 // Sync check; reads the chip on every fifth call only, whoever calls. Returns 0
 // when locked or not read this time, -1 without lock or without a bus.
 int video_monitorTVP5150(int mode);
-
-// Resets the chip and prints a full status report. Returns 0, or -1.
-int GetStatusTVP5150();
-
-// Reads and acknowledges the caption status. Returns it, or 255 without a bus.
-int GetCCStatus();
-
-// Reads the two caption bytes of field 1 or 2; no other field is read. Returns
-// 1, or -1 without a bus.
-int GetFild(int field);
-
-// Bench: reads and prints (read not 0), or writes, one register. Returns 0, also
-// without a bus.
-int TVP5150_RW(int read, int reg, int value);
 
 // Writes the low byte of value to reg through the RAM-access registers.
 void TVP5150ALoadProgramRAM(int fd, int value, int reg);
@@ -120,16 +103,7 @@ void LoadTVP_RAM_Data();
 void tvp5150_reset(int fd);
 void tvp5150_load_defaults(int fd);
 void tvp5150_clear_ram(int fd);
-void tvp5150_load_ram(int fd, const std::uint8_t (&line)[kWssBytes]);
+void tvp5150_load_ram(int fd);
 
-// Parts of a status report, shared with the bench report. Those with a
-// descriptor read their registers themselves.
-void tvp5150_print_interrupts(int fd);
-void tvp5150_print_fifo(int caption_status);
+// Prints the lock bits of status register #1.
 void tvp5150_print_locks(int status1);
-void tvp5150_print_status1(int status1);
-void tvp5150_print_field_bits(int status2);
-void tvp5150_print_macrovision(int status2);
-void tvp5150_print_status34(int fd);
-void tvp5150_print_mode(int status5);
-void tvp5150_print_standard(int status5);

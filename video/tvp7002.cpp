@@ -1,12 +1,10 @@
-// Owns the TVP7002: its set-up per input and standard, its sync status, and the
-// picture settings that follow from it.
+// Owns the TVP7002: its set-up per input and standard, and its sync status.
 #include "video/tvp7002.h"
 
 #include <unistd.h>
 
 #include <cstdint>
 #include <cstdio>
-#include <limits>
 #include <span>
 
 #include "hw/i2c_registers.h"
@@ -14,8 +12,6 @@
 #include "hw/shared_memory_davinci.h"
 #include "state/service_flags.h"
 #include "video/capture.h"
-
-std::int32_t TestVBLK_F0 = 0;
 
 namespace {
 
@@ -27,32 +23,24 @@ enum Register : int {
   kClampStart = 0x05,
   kPllPreCoast = 0x12,
   kPllPostCoast = 0x13,
-  kSyncStatus = kTvp7002SyncStatus,
   kOutputFormat = 0x15,
-  kInputMux1 = 0x19,
   kInputMux2 = 0x1A,
   kAlcStatus1 = 0x24,
   kAlcStatus2 = 0x27,
   kRgbControl = 0x34,
-  kBlankingFirst = 0x40,  // 0x40 to 0x47: blanking and sync output
-  kBlankingField0 = 0x46,
-  kBlankingField1 = 0x47,
 };
 
 // Input multiplexer settings.
-constexpr std::uint8_t kMux1Component = 0x00;
 constexpr std::uint8_t kMux2Component = 0x6F;
-constexpr std::uint8_t kMux1Rgb = 0xAA;
 constexpr std::uint8_t kMux2Rgb = 0x6A;
 constexpr std::uint8_t kRgbControlValue = 0x13;
 constexpr unsigned kMuxSettle_us = 100;
 
 // Bits of the sync status register.
-constexpr int kHsyncActive = 0x80;
-constexpr int kVsyncActive = 0x10;
-constexpr int kVsyncFromSeparator = 0x08;
 constexpr int kComponentSync = 0x42;  // both set: component sync is good
 constexpr int kRgbNoSync = 0x0D;      // all set: no RGB sync
+
+constexpr char kNoBus[] = "Cannot access I2C device 7002";  // of the monitors
 
 constexpr int kNotOpened = -1;
 constexpr int kReadFailed = -2;
@@ -129,50 +117,22 @@ constexpr RgbStandard kRgbStandards[] = {
     {40, nullptr, kStandard40},
 };
 
-// Bench settings of the blanking registers, 0x40 first.
-constexpr int kBlankingRegisters = 8;
-struct BlankingMode {
-  int mode;
-  bool prints;
-  std::uint8_t values[kBlankingRegisters];
-};
-
-constexpr BlankingMode kBlankingModes[] = {
-    {1, false, {0x47, 0x01, 0x4B, 0x06, 0x05, 0x05, 0x1E, 0x1E}},
-    {2, true, {0x95, 0x00, 0x0F, 0x00, 0x01, 0x01, 0x13, 0x13}},
-    {3, true, {0x00, 0x01, 0x8B, 0x08, 0x02, 0x02, 0x16, 0x17}},
-};
-
-// Bus for a bench or set-up operation. Returns its descriptor, or -1.
-int open_for_setup() {
-  const int fd = init_i2c(kBoardI2cBus);
-  if (fd < 0) puts("Cannot access I2C device - Brightness");
-  return fd;
-}
-
-// Bus for a monitor operation. Returns its descriptor, or -1.
-int open_for_monitor() {
-  const int fd = init_i2c(kBoardI2cBus);
-  if (fd < 0) puts("Cannot access I2C device 7002");
-  return fd;
-}
-
 int read_chip(int fd, int reg) { return read_register(fd, kTvp7002Address, reg); }
 
 void write_chip(int fd, int reg, int value) { i2c_writebyte(fd, kTvp7002Address, reg, value); }
 
 void select_input(int fd, int mux1, int mux2) {
-  write_chip(fd, kInputMux1, mux1);
+  write_chip(fd, kTvp7002InputMux1, mux1);
   usleep(kMuxSettle_us);
-  printf("read reg 19 %x \n", read_chip(fd, kInputMux1));
+  printf("read reg 19 %x \n", read_chip(fd, kTvp7002InputMux1));
   write_chip(fd, kInputMux2, mux2);
   usleep(kMuxSettle_us);
   printf("read reg 1A %x \n", read_chip(fd, kInputMux2));
 }
 
 void init_component(int fd) {
-  select_input(fd, kMux1Component, kMux2Component);
-  printf("-- reg 14 %x \n", read_chip(fd, kSyncStatus));
+  select_input(fd, kTvp7002Mux1Component, kMux2Component);
+  printf("-- reg 14 %x \n", read_chip(fd, kTvp7002SyncStatus));
   printf("-- reg 15 %x \n", read_chip(fd, kOutputFormat));
 }
 
@@ -201,7 +161,7 @@ void init_rgb(int fd) {
   write_chip(fd, kRgbControl, kRgbControlValue);
   print_rgb_readback(fd);
   puts("Set Video Input To all config CH 3 RGB Input");
-  select_input(fd, kMux1Rgb, kMux2Rgb);
+  select_input(fd, kTvp7002Mux1Rgb, kMux2Rgb);
   write_registers(fd, kTvp7002Address, kRgbCommon);
 }
 
@@ -221,7 +181,7 @@ int read_monitor_registers(int fd) {
     puts("Error i2c readbyte 7002 0x05");
     return kReadFailed;
   }
-  if (i2c_readbyte(fd, kTvp7002Address, kSyncStatus, &sync_status) < 0 ||
+  if (i2c_readbyte(fd, kTvp7002Address, kTvp7002SyncStatus, &sync_status) < 0 ||
       i2c_readbyte(fd, kTvp7002Address, kAlcStatus1, &byte) < 0 ||
       i2c_readbyte(fd, kTvp7002Address, kAlcStatus2, &byte) < 0) {
     puts("Error i2c_readbyte -7002");
@@ -234,7 +194,7 @@ int read_monitor_registers(int fd) {
 
 int Init7002(int channel) {
   SetInputMuxCH = channel == kChannelRgb ? kChannelRgb : kChannelComponent;
-  const int fd = open_for_setup();
+  const int fd = open_i2c("Cannot access I2C device - Brightness");
   if (fd < 0) return kNotOpened;
   if (channel == kChannelRgb) {
     init_rgb(fd);
@@ -244,29 +204,8 @@ int Init7002(int channel) {
   return 0;  // the descriptor stays open: each set-up keeps one
 }
 
-int GetInput() {
-  const int fd = open_for_monitor();
-  if (fd < 0) return kNotOpened;
-  std::uint8_t mux = 0;
-  const int rc = i2c_readbyte(fd, kTvp7002Address, kInputMux1, &mux);
-  close_i2c(fd);
-  if (rc < 0) {
-    puts("Error i2c readbyte 7002 0x05");  // names 0x05, although 0x19 was read
-    return kReadFailed;
-  }
-  if (mux == kMux1Component) return kInputComponent;
-  return mux == kMux1Rgb ? kInputRgb : 0;
-}
-
-void GatTvp7002Status(int* input, int* std) {
-  *input = GetInput();
-  printf("GatTvp7002Status GetInput %d\n", *input);
-  *std = GetSTD();
-  printf("GatTvp7002Status GetSTD %d\n", *std);
-}
-
 int video_monitor_7002(int mode) {
-  const int fd = open_for_monitor();
+  const int fd = open_i2c(kNoBus);
   if (fd < 0) return kNotOpened;
   const int sync_status = read_monitor_registers(fd);
   close_i2c(fd);
@@ -280,7 +219,7 @@ int video_monitor_7002(int mode) {
 }
 
 int check_alc_green() {
-  const int fd = open_for_monitor();
+  const int fd = open_i2c(kNoBus);
   if (fd < 0) return kNotOpened;
   std::uint8_t a = 0;
   std::uint8_t b = 0;
@@ -292,74 +231,4 @@ int check_alc_green() {
     return kReadFailed;
   }
   return a | ((b >> 2) & 3);
-}
-
-int SetVBLK_F0(int mode) {
-  const int fd = open_for_setup();  // on failure the writes go ahead and fail
-  for (const BlankingMode& row : kBlankingModes) {
-    if (row.mode != mode) continue;
-    for (int i = 0; i < kBlankingRegisters - 1; ++i) {
-      write_chip(fd, kBlankingFirst + i, row.values[i]);
-    }
-    const int field0 = read_chip(fd, kBlankingField0);
-    write_chip(fd, kBlankingField1, row.values[kBlankingRegisters - 1]);
-    // The label says 47; the byte is that of 0x46.
-    if (row.prints) printf("reg 47 %x TestVBLK_F0 %x\n", field0, TestVBLK_F0);
-  }
-  close_i2c(fd);
-  return 0;
-}
-
-int VBLK_RW(int read, int reg, int value) {
-  const int fd = open_for_setup();  // on failure the access goes ahead and fails
-  if (read != 0) {
-    printf("reg 0x%x=0x%x\n", reg, read_chip(fd, reg));
-  } else {
-    write_chip(fd, reg, value);
-  }
-  close_i2c(fd);
-  return 0;
-}
-
-int Print_Hsync() {
-  const int fd = open_for_setup();
-  if (fd < 0) return kNotOpened;
-  const int status = read_chip(fd, kSyncStatus);
-  close_i2c(fd);
-  printf("-- reg 14 %x \n", status);
-  puts((status & kHsyncActive) != 0 ? "HSYNC activity detected" : "no HSYNC activity detected");
-  puts((status & kVsyncActive) != 0 ? "VSYNC activity detected" : "no VSYNC activity detected");
-  puts((status & kVsyncFromSeparator) != 0 ? "VSYNC from sync separator"
-                                           : "VSYNC from selected VSYNC input (pin 78 or 79)");
-  return 0;
-}
-
-int SetBrightness(const std::int32_t* value, std::int32_t) {
-  const int b = *value & 0xFF;
-  // 139..255 maps onto 2..255 in whole numbers; darker settings give 0.
-  const int brightness = b < 139 ? 0 : (b * 255 - 35190) / 117;
-  shared_set(&SharedBlock::brightness, brightness);
-  printf("SetBrightness %d\n", brightness);
-  return 0;
-}
-
-int SetContrast(const std::int32_t* value, std::int32_t) {
-  const int c = *value & 0xFF;
-  // Two slopes in whole numbers: 0..63 onto 0..16, 64..255 onto 17..247.
-  const int contrast = c <= 63 ? (c * 16) / 63 : (c * 231 - 14553) / 192 + 16;
-  shared_set(&SharedBlock::contrast, contrast);
-  return printf("SetContrast %d\n", contrast);
-}
-
-float expr_to_ipipe_float16(float x) {
-  const double scaled = static_cast<double>(x) * 256.0;
-  std::int32_t whole = 0;  // also for a value that is not a number
-  if (scaled >= std::numeric_limits<std::int32_t>::max()) {
-    whole = std::numeric_limits<std::int32_t>::max();
-  } else if (scaled <= std::numeric_limits<std::int32_t>::min()) {
-    whole = std::numeric_limits<std::int32_t>::min();
-  } else if (scaled == scaled) {
-    whole = static_cast<std::int32_t>(scaled);
-  }
-  return static_cast<float>((whole >> 8) & 0xF);
 }

@@ -12,10 +12,8 @@ import sys
 ROOT = pathlib.Path(__file__).resolve().parents[2]
 FOLDERS = ["app", "supervision", "hostlink", "diag", "config", "audio", "video", "hw"]
 
-
 def read(name):
     return (ROOT / name).read_text(encoding="utf-8")
-
 
 def differ(what, page, program):
     for one in sorted(page - program):
@@ -23,13 +21,10 @@ def differ(what, page, program):
     for one in sorted(program - page):
         yield f"{what}: the program has {one}, the page has not"
 
-
 # ---- help and manual pages ----------------------------------------------------------
-
 
 def helped(program, *words):
     return subprocess.run([program, *words, "--help"], capture_output=True, text=True, check=True).stdout
-
 
 def entries(text, headings):
     """First words of the entries below the headings for which `headings` is true."""
@@ -42,19 +37,15 @@ def entries(text, headings):
             found.append(line.split()[0])
     return found
 
-
 def options(program, *words):
     """Options as a manual page writes them: "-speed" for --speed, "o" for -o,--output."""
     return {entry.split(",")[0][1:] for entry in entries(helped(program, *words), lambda at: at == "Options")}
 
-
 def commands(program):
     return set(entries(helped(program), lambda at: at not in ("Options", "Positionals", "Example")))
 
-
 def flags(macros):
     return {one for one in re.findall(r"\bFl (\S+)", macros) if one != "-"}
-
 
 def manual(page):
     """(options of the program, {command: its options}) by synopsis and tags of a manual page."""
@@ -75,7 +66,6 @@ def manual(page):
             own.setdefault(word, set()).update(flags(line))
     return whole, own
 
-
 def tool_findings(program, page):
     whole, own = manual(page)
     always = options(program) | {"h"}
@@ -85,13 +75,10 @@ def tool_findings(program, page):
     of_commands = set().union(*own.values())
     yield from differ(f"{page}, options", whole - (of_commands - always), always - {"h"})
 
-
 # ---- tables of the program -----------------------------------------------------------
-
 
 def table(source, pattern):
     return re.findall(pattern, read(source), re.M)
-
 
 def option_findings():
     known = set(table("app/command_line.cpp", r'^    \{"-([^"]+)", +Look'))
@@ -101,7 +88,6 @@ def option_findings():
     headed = re.findall(r"^### (.*)", read("docs/bench-manual.md"), re.M)
     words = {name for line in headed for name in re.findall(r"-([A-Za-z0-9_]+=?)", "".join(re.findall("`[^`]*`", line)))}
     yield from differ("bench-manual.md", words, known)
-
 
 def command_findings():
     rows = table("hostlink/dispatcher.cpp", r'^    \{(\d+), "([A-Z_0-9]+)"')
@@ -113,7 +99,6 @@ def command_findings():
     for first, last in re.findall(r"(\d+)(?: to (\d+))?", ignored):
         unknown.update(range(int(first), int(last or first) + 1))
     yield from differ("host-protocol.md, unknown codes", unknown, set(range(256)) - {int(code) for code, _ in rows})
-
 
 def key_findings():
     known = set(table("config/hd_params.cpp", r'^    \{"([A-Za-z_]+)", +"%d"'))
@@ -127,22 +112,18 @@ def key_findings():
     yield from differ("hd.ini.5", tagged, known)
 
     # Key, handler, range: 1...100 and what is stored for anything else.
-    source = read("config/transport_stream.cpp")
-    ranges = {name: [int(number.replace("'", "")) for number in numbers.split(", ")]
-              for name, numbers in re.findall(r"Range (\w+)\{([-\d', ]+)\};", source)}
-    handlers = dict((handler, name) for handler, name in re.findall(
-        r"^int (\w+)\(const std::int32_t\* value[^{]*\{[^}]*?limited\((\w+), \*value\)", source, re.M))
-    ranged = {key: ranges[handlers[handler]] for key, handler in table(
-        "config/hd_params.cpp", r'^    \{"([A-Za-z_]+)",.* (\w+)\},$') if handlers.get(handler) in ranges}
-    for name in sorted(set(handlers.values()) - set(ranges)):
-        yield f"config/transport_stream.cpp: {name}: write the three numbers of the range in figures"
-    if len(ranged) != len(ranges):
-        yield f"config/transport_stream.cpp: {len(ranges)} ranges, but {len(ranged)} were found in use"
+    handlers = dict((handler, [int(number.replace("'", "")) for number in numbers.split(", ")])
+                    for source in ("config/encoder.cpp", "config/output_rate.cpp")
+                    for handler, numbers in re.findall(
+                        r"^int (\w+)\(const std::int32_t\* value[^{]*\{[^}]*?\*value, \{([-\d', ]+)\}", read(source), re.M))
+    ranged = {key: handlers[handler] for key, handler in table(
+        "config/hd_params.cpp", r'^    \{"([A-Za-z_]+)",.* (\w+)\},$') if handler in handlers}
+    if len(ranged) != len(handlers):
+        yield f"config/: {len(handlers)} ranges, but {len(ranged)} were found in use"
     for key, (low, high, other) in ranged.items():
         cells = [cell.replace(" ", "").strip("*") for cell in rows.get(key, ["", "", ""])]
         if (cells[0], cells[2]) != (f"{low}…{high}", str(other)):
             yield f"hd-ini.md, {key}: the program has {low}…{high} and else {other}"
-
 
 def example_findings():
     known = set(table("config/hd_params.cpp", r'^    \{"([A-Za-z_]+)", +"%d"'))
@@ -156,9 +137,7 @@ def example_findings():
         if f"(../{name})" not in page:
             yield f"{name}: hd-ini.md does not name it"
 
-
 # ---- symptoms ------------------------------------------------------------------------
-
 
 def symptom_findings(melk, vboard):
     page = read("docs/symptoms.md")
@@ -179,15 +158,12 @@ def symptom_findings(melk, vboard):
         if name not in commands(melk):
             yield f"symptoms.md: melk has no command {name}"
 
-
 # ---- links ---------------------------------------------------------------------------
-
 
 def anchors(page):
     """Headings of a page as links name them."""
     return {re.sub(r"[^\w\- ]", "", heading.lower()).strip().replace(" ", "-")
             for heading in re.findall(r"^#+ (.*)", page.read_text(encoding="utf-8"), re.M)}
-
 
 def link_findings():
     for page in [ROOT / "README.md"] + sorted((ROOT / "docs").glob("*.md")):
@@ -201,7 +177,6 @@ def link_findings():
             elif anchor and anchor not in anchors(linked):
                 yield f"{page.name}: no heading for {target}"
 
-
 def findings(melk, vboard):
     yield from tool_findings(melk, "packaging/man/melk.1")
     yield from tool_findings(vboard, "packaging/man/vboard.1")
@@ -211,7 +186,6 @@ def findings(melk, vboard):
     yield from example_findings()
     yield from symptom_findings(melk, vboard)
     yield from link_findings()
-
 
 if __name__ == "__main__":
     wrong = list(findings(*sys.argv[1:3]))

@@ -8,8 +8,7 @@ HEADER = re.compile(r"^\s*#\s*include\s+<(sys/ioctl\.h|sys/shm\.h|sys/sem\.h|sys
 
 OWNERS = {
     "app/service.cpp": "front-panel LED",
-    "config/video_format.cpp": "crop of the capture device",
-    "diag/capture_regs.cpp": "private registers of the capture device",
+    "diag/capture_bench.cpp": "private registers and crop of the capture device",
     "diag/fpga_bench.cpp": "raw FPGA requests",
     "hostlink/dispatcher.cpp": "link LED",
     "hostlink/link.cpp": "SPI slave device",
@@ -21,11 +20,9 @@ OWNERS = {
     "video/capture.cpp": "capture device",
 }
 
-
 def device_header(text):
     match = HEADER.match(text)
     return match.group(1) if match else None
-
 
 def findings():
     users = set()
@@ -39,7 +36,6 @@ def findings():
                 yield f"{common.name(path)}:{number}: <{header}> in a file that owns no device"
     for owner in sorted(set(OWNERS) - users):
         yield f"{owner}: listed as the owner of a device ({OWNERS[owner]}), includes no device header"
-
 
 if __name__ == "__main__":
     common.finish(list(findings()), "Go through the owner, or list a new one in device_headers.py.")

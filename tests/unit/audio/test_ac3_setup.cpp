@@ -653,11 +653,10 @@ TEST(EnableCaptureMask, bits_of_earlier_applies_stay) {
 }
 
 TEST(EnableCaptureMask, dsp_capture_replaces_the_digital_path_bit) {
-  AudioBench audio;
-  fpgaregs.AudioInput = 2;
+  Applied setup(2, kEnabled);
   enable_capture_mask_reg = 0x7FE0;
-  EXPECT_EQ(ac3_capture_mask(), 0xBFF1);
-  EXPECT_EQ(enable_capture_mask_reg, 0xBFF1);
+  setup.run();
+  EXPECT_EQ(setup.bench.trace({"fpga wr 0x0224"}).front(), wr(0x0224, 0xBFF1));
 }
 
 }  // namespace

@@ -1,4 +1,4 @@
-// The handlers of the audio keys, and the bench write of the control register.
+// The handlers of the audio keys.
 #include "audio/audio_settings.h"
 
 #include <gmock/gmock.h>
@@ -188,22 +188,6 @@ TEST(SetAudCodecBf, dead_dsp_is_tried_and_reported_by_the_start_alone) {
   audio.bench.world("fault dsp-dead");
   EXPECT_EQ(apply(SetAudCodec_bf, 1), 0);
   EXPECT_EQ(audio.bench.output(), "blkfn i2c error\n");
-}
-
-// ---- control register -------------------------------------------------------------
-
-TEST(SetAC3ctrl, writes_the_low_16_bits_and_prints_the_word_address) {
-  AudioBench audio;
-  EXPECT_EQ(SetAC3ctrl(0x4011), 0);
-  EXPECT_THAT(audio.bench.trace(), ElementsAre(wr(0x0224, 0x4011)));
-  EXPECT_EQ(audio.bench.output(), "read reg add 0x112 data 0x4011 \n");  // 274
-}
-
-TEST(SetAC3ctrl, wider_value_is_cut_for_the_register) {
-  AudioBench audio;
-  SetAC3ctrl(0x54031);
-  EXPECT_THAT(audio.bench.trace(), ElementsAre(wr(0x0224, 0x4031)));
-  EXPECT_EQ(audio.bench.output(), "read reg add 0x112 data 0x54031 \n");
 }
 
 }  // namespace

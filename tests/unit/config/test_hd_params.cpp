@@ -10,7 +10,8 @@
 
 #include "audio/ac3_setup.h"
 #include "audio/audio_settings.h"
-#include "config/start_hd.h"
+#include "config/encoder.h"
+#include "config/output_rate.h"
 #include "config/transport_stream.h"
 #include "config/video_format.h"
 #include "hw/fpga.h"
@@ -19,7 +20,6 @@
 #include "state/service_flags.h"
 #include "vboard/testing/bench.h"
 #include "video/input_selection.h"
-#include "video/tvp7002.h"
 
 namespace {
 
@@ -111,8 +111,11 @@ struct Fresh {
     fpgaregs.inAudioEnable = 0;
     fpgaregs.AVSync = 0;
     fps_parameter = 0;
-    output_bitrate = 0;
-    extra_output_rate_pct = 5;
+    const std::int32_t none = 0;
+    SetOutputBitrate(&none, 0);
+    const std::int32_t percent = 5;
+    SetExtraOutputRate(&percent, 0);
+    bench.output();
     enable_capture_mask_reg = 0;
     dbg_encode = 0;
   }

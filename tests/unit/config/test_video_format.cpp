@@ -1,12 +1,8 @@
-// Resolution, frame rate, codec and output rate, and the two probes.
+// Resolution, frame rate, captions and codec.
 #include "config/video_format.h"
 
 #include <gmock/gmock.h>
 
-#include <linux/videodev2.h>
-
-#include <cerrno>
-#include <climits>
 #include <string>
 #include <vector>
 
@@ -20,8 +16,8 @@ namespace {
 using testing::ElementsAre;
 using testing::HasSubstr;
 using testing::IsEmpty;
+using testing::Not;
 using vboard::Bench;
-namespace seam = vboard::seam;
 
 using Handler = int (*)(const std::int32_t*, std::int32_t);
 int call(Handler handler, std::int32_t value) { return handler(&value, 0); }
@@ -34,20 +30,10 @@ struct Configured {
     fpga_file = fopen(kFpgaDevice, "r+b");
     bench.trace();
     fps_parameter = 0;
-    output_bitrate = 0;
-    extra_output_rate_pct = 5;
   }
 };
 
 // ---- resolution ----------------------------------------------------------------------
-
-TEST(EncSetVidRes, whole_value_goes_to_the_block) {
-  Configured on;
-  EXPECT_EQ(call(encSetVidRes, 65543), 0);
-  EXPECT_EQ(on.block.videoStd, 65543);
-  EXPECT_EQ(on.bench.output(), "encSetVidRes\nshared_memory->videoStd = 65543\n");
-  EXPECT_THAT(on.bench.trace(), IsEmpty());
-}
 
 constexpr int kKept = -1;
 
@@ -163,139 +149,7 @@ INSTANTIATE_TEST_SUITE_P(
                  "msb ffff lsb 8 ans 4294901760.000000 ans2 0.000335  \n"}),
     [](const auto& test) { return std::string(test.param.name); });
 
-// ---- bit rate --------------------------------------------------------------------------
-
-TEST(SetVBR, whole_value_goes_to_the_block) {
-  Configured on;
-  EXPECT_EQ(call(SetVBR, -2), 0);
-  EXPECT_EQ(on.block.vbr, -2);
-  EXPECT_EQ(on.bench.output(), "SetVBR\n");
-}
-
-TEST(SetVidRate, block_holds_bits_a_second) {
-  Configured on;
-  EXPECT_EQ(call(SetVidRate, 8000), 0);
-  EXPECT_EQ(on.block.video_bitrate, 8000000);
-  EXPECT_EQ(on.bench.output(), "end SetVidRate\n");
-}
-
-TEST(SetVidRate, product_wraps_at_32_bits) {
-  Configured on;
-  EXPECT_EQ(call(SetVidRate, 3000000), 0);
-  EXPECT_EQ(on.block.video_bitrate, -1294967296);  // 3000000000 - 2^32
-  EXPECT_EQ(call(SetVidRate, INT_MIN), 0);
-  EXPECT_EQ(on.block.video_bitrate, 0);
-}
-
-struct Rate {
-  const char* name;
-  std::int32_t kbps;  // "mpgVidRate"
-  std::int32_t eb_mode;
-  std::int32_t percent;
-  std::int32_t manual;
-  std::int32_t video_bitrate;  // bit/s
-  const char* rate;            // R in Mbit/s as printed
-  std::int32_t interval;       // btr
-  int written;                 // its low 16 bits
-};
-
-constexpr Rate kRates[] = {
-    {"eb_mode_1_and_5_percent", 8000, 1, 5, 0, 8000000, "8.925000", 13651, 13651},
-    {"eb_mode_0", 8000, 0, 5, 0, 8000000, "14.400000", 8461, 8461},
-    {"eb_mode_1_and_0_percent", 8000, 1, 0, 0, 8000000, "8.500000", 14334, 14334},
-    {"eb_mode_1_and_100_percent", 19000, 1, 100, 0, 19000000, "39.000000", 3124, 3124},
-    {"eb_mode_0_ignores_the_percentage", 8000, 0, 100, 0, 8000000, "14.400000", 8461, 8461},
-    {"eb_mode_other_than_1_is_the_wide_margin", 8000, 2, 5, 0, 8000000, "14.400000", 8461, 8461},
-    {"manual_rate_in_eb_mode_0", 8000, 0, 5, 10000000, 8000000, "10.000000", 12184, 12184},
-    {"manual_rate_in_eb_mode_1", 8000, 1, 5, 10000000, 8000000, "10.000000", 12184, 12184},
-    // 121844 / 35 = 3481.26; 121844 / 1 = 121844 = 0x1DBF4
-    {"highest_manual_rate", 1, 1, 5, 35000000, 1000, "35.000000", 3481, 3481},
-    {"lowest_manual_rate", 1, 1, 5, 1000000, 1000, "1.000000", 121844, 0xDBF4},
-    {"no_video_rate_in_eb_mode_0", 0, 0, 5, 0, 0, "4.800000", 25384, 25384},
-    // 232083 = 0x38A93
-    {"no_video_rate_in_eb_mode_1", 0, 1, 5, 0, 0, "0.525000", 232083, 0x8A93},
-    // (3000000 * 1000 - 2^32 + 4000000) * 1.2 = -1549.16 Mbit/s; 121844 / -1549.16 = -78.65
-    {"wrapped_video_rate", 3000000, 0, 5, 0, -1294967296, "-1549.160767", -78, 0xFFB2},
-    // -500000 + 500000 = 0, a division by zero: the largest interval
-    {"sum_of_zero_in_eb_mode_1", -500, 1, 5, 0, -500000, "0.000000", INT_MAX, 0xFFFF},
-    {"sum_of_zero_in_eb_mode_0", -4000, 0, 5, 0, -4000000, "0.000000", INT_MAX, 0xFFFF},
-    // 420906295 * 1000 is -500008 in 32 bits; 121844 / -0.000008 is below -2^31
-    {"interval_below_32_bits", 420906295, 1, 0, 0, -500008, "-0.000008", INT_MIN, 0},
-    // 121844 / 0.000001 is above 2^31
-    {"interval_above_32_bits", 8000, 1, 5, 1, 8000000, "0.000001", INT_MAX, 0xFFFF},
-    // (-501000 + 500000) / 10^6; 121844 / -0.001 in single precision: -121843992 = 0xF8BCCEE8
-    {"negative_rate", -501, 1, 0, 0, -501000, "-0.001000", -121843992, 0xCEE8},
-};
-
-class OutputRate : public testing::TestWithParam<Rate> {};
-
-TEST_P(OutputRate, interval_is_written_with_its_constants) {
-  const Rate& one = GetParam();
-  Configured on;
-  on.block.eb_mode = one.eb_mode;
-  output_bitrate = one.manual;
-  extra_output_rate_pct = one.percent;
-
-  EXPECT_EQ(call(Setoutput_bitrate, one.kbps), 0);
-
-  EXPECT_EQ(fpgaregs.VideoBitrate, one.video_bitrate);
-  const std::string rate = one.rate;
-  const std::string video = std::to_string(one.video_bitrate);
-  EXPECT_EQ(on.bench.output(), "Setoutput_bitrate\nSet output bitrate to " + rate + " (UI " +
-                                   video + ", manual set " + std::to_string(one.manual) +
-                                   ", extra " + std::to_string(one.percent) + " pct)\ntmp1 " +
-                                   rate + " btr " + std::to_string(one.interval) +
-                                   " output_bitrate " + video + "\n");
-  char interval[40];
-  snprintf(interval, sizeof interval, "fpga wr 0x1300 <- 0x%04x",
-           static_cast<unsigned>(one.written));
-  EXPECT_THAT(on.bench.trace(),
-              ElementsAre(interval, "fpga wr 0x1304 <- 0x0035", "fpga wr 0x1308 <- 0x0035",
-                          "fpga wr 0x130c <- 0x0002"));
-}
-
-INSTANTIATE_TEST_SUITE_P(SetoutputBitrate, OutputRate, testing::ValuesIn(kRates),
-                         [](const auto& test) { return std::string(test.param.name); });
-
-TEST(SetoutputBitrate, result_is_that_of_the_last_write) {
-  Configured on;
-  seam::fail_call("ioctl", "/dev/fpga 15", 3, 1, EIO);
-  EXPECT_EQ(call(Setoutput_bitrate, 8000), -1);
-  seam::fail_call("ioctl", "/dev/fpga 15", 0, 3, EIO);
-  EXPECT_EQ(call(Setoutput_bitrate, 8000), 0);
-}
-
 // ---- codec -------------------------------------------------------------------------------
-
-std::string suffix(const SharedBlock& block) {
-  std::string text;
-  for (int i = 0; i < 8; ++i) text += static_cast<char>(block.file_suffix[i].load());
-  return text;
-}
-
-struct Codec {
-  std::int32_t value;
-  const char* suffix;  // 8 bytes
-};
-
-class EncVidCodec : public testing::TestWithParam<Codec> {};
-
-TEST_P(EncVidCodec, copies_its_suffix_with_the_zero_byte_and_no_more) {
-  Configured on;
-  for (int i = 0; i < 8; ++i) on.block.file_suffix[i] = 'x';
-  EXPECT_EQ(call(encSetVidCodec, GetParam().value), 0);
-  EXPECT_EQ(suffix(on.block), std::string(GetParam().suffix, 8));
-  EXPECT_EQ(on.bench.output(), "encSetVidCode\n");
-  EXPECT_THAT(on.bench.trace(), IsEmpty());
-}
-
-INSTANTIATE_TEST_SUITE_P(EncSetVidCodec, EncVidCodec,
-                         testing::Values(Codec{1, ".mpeg2\0x"}, Codec{2, ".264\0xxx"},
-                                         Codec{0, "xxxxxxxx"}, Codec{3, "xxxxxxxx"},
-                                         Codec{257, "xxxxxxxx"}, Codec{258, "xxxxxxxx"}),
-                         [](const auto& test) {
-                           return "value_" + std::to_string(test.param.value);
-                         });
 
 // What every codec ends with, the frame period being 12000.
 const std::vector<std::string> kCodecTail = {"fpga wr 0x0210 <- 0x2ee0", "fpga wr 0x1200 <- 0x1a80",
@@ -416,15 +270,6 @@ INSTANTIATE_TEST_SUITE_P(
             {"fpga rd 0x0204 -> 0x0000", "fpga wr 0x0204 <- 0x0100", "fpga wr 0x120c <- 0xae60"}}),
     [](const auto& test) { return std::string(test.param.name); });
 
-TEST(FpgaSetVidCodec, codec_zero_leaves_the_encoders_suffix) {
-  Configured on;
-  call(encSetVidCodec, 1);
-  call(encSetVidCodec, 0);
-  call(fpgaSetVidCodec, 0);
-  EXPECT_EQ(suffix(on.block).substr(0, 7), std::string(".mpeg2\0", 7));
-  EXPECT_EQ(on.bench.fpga(0x120C), 44640);
-}
-
 TEST(FpgaSetVidCodec, frame_period_is_cut_to_sixteen_bits) {
   Configured on;
   fps_parameter = 0x12345;
@@ -432,88 +277,35 @@ TEST(FpgaSetVidCodec, frame_period_is_cut_to_sixteen_bits) {
   EXPECT_EQ(on.bench.fpga(0x210), 0x2345);
 }
 
-// ---- probes --------------------------------------------------------------------------------
+// ---- captions ----------------------------------------------------------------------------
 
-TEST(DevinciMonitor, running_flag_of_exactly_one_is_up) {
-  Configured on;
-  EXPECT_EQ(devinci_monitor(), 1);
-  on.block.encoder_running = 1;
-  EXPECT_EQ(devinci_monitor(), 0);
-  on.block.encoder_running = 2;
-  EXPECT_EQ(devinci_monitor(), 1);
-  shared_memory = nullptr;
-  EXPECT_EQ(devinci_monitor(), 1);
-}
-
-TEST(SetCropImeg, bounds_become_the_crop) {
+TEST(CCEnable, five_raises_the_flag_and_sets_the_decoder_up_each_time) {
   Bench bench;
-  EXPECT_EQ(SetCropImeg(), 0);
-  EXPECT_THAT(bench.trace(), ElementsAre("open /dev/video0", "video0 CROPCAP -> 1920x1080",
-                                         "video0 S_CROP 0 0 1920 1080", "close /dev/video0"));
-  EXPECT_EQ(bench.output(),
-            "test ioctl:VIDIOC_CROPCAP\n"
-            "Default crop capbility bounds - 0 0 1920 1080 ; default - 0 0 1920 1080 \n"
-            "Default crop capbility bounds - 0 0 1920 1080 ; default - 0 100 1920 1080 \n"
-            "set_data_format:setting data format\n");
-  EXPECT_EQ(bench.board().violations.count, 0u) << bench.board().violations.first;
+  SharedBlock& block = bench.attach_block();
+  EXPECT_EQ(call(CC_enable, 5), 0);
+  EXPECT_EQ(block.closed_caption, 1);
+  const std::vector<std::string> first = bench.trace({"i2c 5d wr"});
+  EXPECT_THAT(first, Not(IsEmpty()));
+  EXPECT_EQ(call(CC_enable, 5), 0);
+  EXPECT_EQ(bench.trace({"i2c 5d wr"}), first);
 }
 
-TEST(SetCropImeg, device_missing_goes_on_with_what_it_knew) {
+class OtherVbiMode : public testing::TestWithParam<std::int32_t> {};
+
+TEST_P(OtherVbiMode, clears_the_flag_and_leaves_the_decoder) {
   Bench bench;
-  SetCropImeg();
-  bench.output();
-  bench.trace();
-  bench.world("fault missing video0");
-  EXPECT_EQ(SetCropImeg(), -1);
-  EXPECT_EQ(bench.output(),
-            "test ioctl:VIDIOC_CROPCAP\n"
-            "Cannot open video 0\n"
-            "InitDevice:ioctl:VIDIOC_CROPCAP\n"
-            "Default crop capbility bounds - 0 0 1920 1080 ; default - 0 100 1920 1080 \n"
-            "InitDevice:ioctl:VIDIOC_CROPCAP\n"
-            "Default crop capbility bounds - 0 0 1920 1080 ; default - 0 100 1920 1080 \n"
-            "set_data_format:setting data format\n");
-  EXPECT_THAT(bench.trace(), ElementsAre("open /dev/video0 = ENOENT"));
+  SharedBlock& block = bench.attach_block();
+  block.closed_caption = 1;
+  EXPECT_EQ(call(CC_enable, GetParam()), 0);
+  EXPECT_EQ(block.closed_caption, 0);
+  EXPECT_THAT(bench.trace(), IsEmpty());
+  EXPECT_EQ(bench.output(), "");
 }
 
-struct RefusedCrop {
-  const char* name;
-  unsigned long request;
-  const char* output;
-};
-
-class CropRefused : public testing::TestWithParam<RefusedCrop> {};
-
-TEST_P(CropRefused, prints_and_goes_on) {
-  Bench bench;
-  SetCropImeg();
-  bench.output();
-  seam::fail_call("ioctl", "/dev/video0 " + std::to_string(GetParam().request), 0, 1, EINVAL);
-  EXPECT_EQ(SetCropImeg(), 0);
-  EXPECT_EQ(bench.output(), GetParam().output);
-}
-
-INSTANTIATE_TEST_SUITE_P(
-    SetCropImeg, CropRefused,
-    testing::Values(
-        RefusedCrop{"capability", VIDIOC_CROPCAP,
-                    "test ioctl:VIDIOC_CROPCAP\n"
-                    "InitDevice:ioctl:VIDIOC_CROPCAP\n"
-                    "Default crop capbility bounds - 0 0 1920 1080 ; default - 0 100 1920 1080 \n"
-                    "Default crop capbility bounds - 0 0 1920 1080 ; default - 0 100 1920 1080 \n"
-                    "set_data_format:setting data format\n"},
-        RefusedCrop{"crop", VIDIOC_S_CROP,
-                    "test ioctl:VIDIOC_CROPCAP\n"
-                    "Default crop capbility bounds - 0 0 1920 1080 ; default - 0 0 1920 1080 \n"
-                    "InitDevice:ioctl:VIDIOC_CROPCAP\n"
-                    "Default crop capbility bounds - 0 0 1920 1080 ; default - 0 100 1920 1080 \n"
-                    "set_data_format:setting data format\n"}),
-    [](const auto& test) { return std::string(test.param.name); });
-
-TEST(SetCropImeg, device_is_closed_again) {
-  Bench bench;
-  EXPECT_EQ(SetCropImeg(), 0);
-  EXPECT_EQ(seam::open_handles(), "");
-}
+INSTANTIATE_TEST_SUITE_P(CCEnable, OtherVbiMode, testing::Values(0, 1, 4, 6, -5, 261, 65541),
+                         [](const auto& test) {
+                           return test.param < 0 ? "minus_" + std::to_string(-test.param)
+                                                 : std::to_string(test.param);
+                         });
 
 }  // namespace

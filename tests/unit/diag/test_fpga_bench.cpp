@@ -11,6 +11,7 @@
 #include <string>
 #include <vector>
 
+#include "hw/fpga.h"
 #include "vboard/core/trace.h"
 #include "vboard/testing/bench.h"
 
@@ -328,6 +329,31 @@ TEST(FpgaPerfDeathTest, duration_of_0_ends_the_process_by_a_division) {
         FpgaPerf();
       },
       testing::KilledBySignal(SIGFPE), "");
+}
+
+// --- AC-3 control register --------------------------------------------------
+
+// The register device of the service open, with nothing traced yet.
+struct OpenDevice {
+  Bench bench;
+  OpenDevice() {
+    fpga_file = fopen(kFpgaDevice, "r+b");
+    bench.trace();
+  }
+};
+
+TEST(SetAC3ctrl, writes_the_low_16_bits_and_prints_the_word_address) {
+  OpenDevice on;
+  EXPECT_EQ(SetAC3ctrl(0x4011), 0);
+  EXPECT_THAT(on.bench.trace(), ElementsAre("fpga wr 0x0224 <- 0x4011"));
+  EXPECT_EQ(on.bench.output(), "read reg add 0x112 data 0x4011 \n");  // 274
+}
+
+TEST(SetAC3ctrl, wider_value_is_cut_for_the_register) {
+  OpenDevice on;
+  SetAC3ctrl(0x54031);
+  EXPECT_THAT(on.bench.trace(), ElementsAre("fpga wr 0x0224 <- 0x4031"));
+  EXPECT_EQ(on.bench.output(), "read reg add 0x112 data 0x54031 \n");
 }
 
 }  // namespace

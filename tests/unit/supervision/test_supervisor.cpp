@@ -1323,4 +1323,24 @@ TEST_F(Supervise, failing_fpga_reads_as_zeros_and_ends_in_a_restart) {
   EXPECT_EQ(monitor_state, 2);
 }
 
+// --- restart request -----------------------------------------------------------
+
+using FpgaMonitor = SupervisionBench;
+
+TEST_F(FpgaMonitor, request_1_ends_encode) {
+  block.do_fpga_restart = 1;
+  EXPECT_EQ(fpga_monitor(), 0);
+  EXPECT_THAT(bench.trace(), ElementsAre("shell killall encode"));
+  EXPECT_EQ(bench.output(), "from vantorig: shared_memory->do_fpga_restart = 1\n");
+}
+
+TEST_F(FpgaMonitor, other_values_do_nothing) {
+  for (const int request : {0, 2, -1, 257}) {
+    block.do_fpga_restart = request;
+    EXPECT_EQ(fpga_monitor(), 1);
+  }
+  EXPECT_THAT(bench.trace(), IsEmpty());
+  EXPECT_EQ(bench.output(), "");
+}
+
 }  // namespace

@@ -1,4 +1,4 @@
-// Switching between the front ends, and the digitizer's register dump.
+// Switching between the front ends.
 #include "video/input_selection.h"
 
 #include <gmock/gmock.h>
@@ -232,82 +232,6 @@ TEST_F(VideoInput, selected_front_end_sees_its_source) {
   select(4);
   EXPECT_FALSE(bench.board().tvp5150.in_reset);
   EXPECT_EQ(bench.board().tvp5150.reg[0x0D], 0x47);
-}
-
-// ---- prog7002 ----------------------------------------------------------------------------
-
-class Prog7002 : public VideoInput {
- protected:
-  Prog7002() {
-    for (int one = 0; one <= 0xFF; ++one)
-      bench.board().tvp7002.reg[one] = static_cast<std::uint8_t>(one ^ 0x5A);
-    // Live registers of the chip held still.
-    bench.world("fault stuck 5c 14 4e");  // 14 ^ 5a
-    bench.world("fault stuck 5c 24 7e");
-    bench.world("fault stuck 5c 27 7d");
-  }
-  // The dump; register `changed` holds `value`.
-  static std::string dump_text(int changed, int value) {
-    std::string text;
-    for (int one = 0; one < 74; ++one) {
-      char line[32];
-      snprintf(line, sizeof line, "#%x=0x%x\n", one, one == changed ? value : one ^ 0x5A);
-      text += line;
-    }
-    return text;
-  }
-  static Lines dump_lines(int changed, int value) {
-    Lines lines;
-    for (int one = 0x00; one <= 0x49; ++one)
-      lines.push_back(rd(kTvp7002, one, one == changed ? value : one ^ 0x5A));
-    return lines;
-  }
-};
-
-TEST_F(Prog7002, writes_one_register_and_dumps_all) {
-  EXPECT_EQ(prog7002(0x21, 0x1C3), 0);
-
-  Lines expected = {"open /dev/i2c-1", "wait 1000000", "i2c 5c wr 21 c3", "wait 1000000"};
-  add(expected, dump_lines(0x21, 0xC3));
-  add(expected, {"close /dev/i2c-1"});
-  EXPECT_THAT(bench.trace(), ElementsAreArray(expected));
-  EXPECT_EQ(bench.output(), "Start prog7002\ninput_data1 = 21\ninput_data2 = 1c3\nreturn\n" +
-                                dump_text(0x21, 0xC3));
-}
-
-TEST_F(Prog7002, register_99_dumps_without_a_write) {
-  EXPECT_EQ(prog7002(99, 0xC3), 0);
-
-  Lines expected = {"open /dev/i2c-1", "wait 1000000", "wait 1000000"};
-  add(expected, dump_lines(-1, 0));
-  add(expected, {"close /dev/i2c-1"});
-  EXPECT_THAT(bench.trace(), ElementsAreArray(expected));
-  EXPECT_EQ(bench.output(),
-            "Start prog7002\ninput_data1 = 63\ninput_data2 = c3\n" + dump_text(-1, 0));
-}
-
-TEST_F(Prog7002, failed_transfers_print_their_result) {
-  bench.world("fault i2c-fail 5c");
-
-  EXPECT_EQ(prog7002(0x21, 0), 0);
-
-  std::string expected = "Start prog7002\ninput_data1 = 21\ninput_data2 = 0\nrc=-1\nreturn\n";
-  for (int one = 0; one < 74; ++one) expected += "rc=-1\n";
-  EXPECT_EQ(bench.output(), expected);
-}
-
-TEST_F(Prog7002, one_failed_read_leaves_the_others) {
-  bench.world("fault i2c-fail 5c 3");  // register 0x02: 99 writes nothing
-  EXPECT_EQ(prog7002(99, 0), 0);
-  EXPECT_THAT(bench.output(), HasSubstr("#1=0x5b\nrc=-1\n#3=0x59\n"));
-  EXPECT_THAT(bench.trace(), Contains(rd_failed(kTvp7002, 0x02)));
-}
-
-TEST_F(Prog7002, bus_missing_is_1) {
-  bench.world("fault missing i2c");
-  EXPECT_EQ(prog7002(0x21, 0), 1);
-  EXPECT_EQ(bench.output(), "Start prog7002\nCannot access I2C device3 \n");
-  EXPECT_THAT(bench.trace({"wait", "i2c", "close"}), IsEmpty());
 }
 
 }  // namespace

@@ -1,5 +1,5 @@
 // The register dump: which registers, in which order, and the arithmetic on them.
-#include "diag/fpga_dump.h"
+#include "supervision/fpga_dump.h"
 
 #include <gmock/gmock.h>
 

@@ -1,5 +1,5 @@
 // The PLL port, the clock blocks, the generic read and the 7353.
-#include "video/board_clocks.h"
+#include "diag/board_clocks.h"
 
 #include <gmock/gmock.h>
 

@@ -1,5 +1,5 @@
 // Register dump: counters, frame rate, drift and running time of the stream.
-#include "diag/fpga_dump.h"
+#include "supervision/fpga_dump.h"
 
 #include <cstdint>
 #include <cstdio>

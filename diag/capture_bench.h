@@ -1,4 +1,4 @@
-// Register utilities of the capture driver: image pipe and sensor interface.
+// Bench of the capture device: registers of image pipe and sensor interface, crop.
 #pragma once
 
 #include <cstdint>
@@ -11,3 +11,11 @@ int ipiperw(std::int32_t reg, std::int32_t value, int select_only);
 // `value` to it. Nothing is printed of the result.
 void isif_reg_util(int rw, int reg, int value);
 void ipipe_reg_util(int rw, int reg, int value);
+
+// Sets the capture device's crop to its bounds. Returns the result of closing
+// the device, -1 when it did not open.
+int SetCropImeg();
+
+// Low four bits of x in whole numbers. x is cut to 256ths first, so that a
+// negative one goes down: -0.5 gives 15. Values beyond 32 bits saturate.
+float expr_to_ipipe_float16(float x);

@@ -1,6 +1,6 @@
 // Owns "/dev/fpga2" (the PLL port) and the chips that need no more than a few
 // transfers: the clock blocks and the 7353.
-#include "video/board_clocks.h"
+#include "diag/board_clocks.h"
 
 #include <unistd.h>
 

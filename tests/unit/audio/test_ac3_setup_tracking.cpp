@@ -1,5 +1,5 @@
-// The three stand-alone looks at the AC-3 stream.
-#include "audio/ac3_tracking.h"
+// The two stand-alone looks at the AC-3 stream.
+#include "audio/ac3_setup.h"
 
 #include <gmock/gmock.h>
 
@@ -198,26 +198,6 @@ TEST(GetHdAc3DescParameters, live_stream_of_the_source) {
   get_hd_ac3_desc_parameters();
 
   EXPECT_THAT(AudioBench::descriptor(), ElementsAre(6, 1, 0, 2, 0, 18));
-}
-
-// ---- restart request ---------------------------------------------------------------
-
-TEST(FpgaMonitor, request_1_ends_encode) {
-  AudioBench audio;
-  audio.block.do_fpga_restart = 1;
-  EXPECT_EQ(fpga_monitor(), 0);
-  EXPECT_THAT(audio.bench.trace(), ElementsAre("shell killall encode"));
-  EXPECT_EQ(audio.bench.output(), "from vantorig: shared_memory->do_fpga_restart = 1\n");
-}
-
-TEST(FpgaMonitor, other_values_do_nothing) {
-  AudioBench audio;
-  for (const int request : {0, 2, -1, 257}) {
-    audio.block.do_fpga_restart = request;
-    EXPECT_EQ(fpga_monitor(), 1);
-  }
-  EXPECT_THAT(audio.bench.trace(), testing::IsEmpty());
-  EXPECT_EQ(audio.bench.output(), "");
 }
 
 }  // namespace

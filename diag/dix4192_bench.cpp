@@ -1,0 +1,88 @@
+// Bench programming of the DIX4192.
+#include "diag/dix4192_bench.h"
+
+#include <unistd.h>
+
+#include <cstdint>
+#include <cstdio>
+
+#include "audio/dix4192.h"
+#include "hw/i2c_registers.h"
+#include "hw/i2capi.h"
+
+namespace {
+
+enum Register : int {
+  kPowerReset = 0x01,
+  kReceiverPll = 0x0F,  // 0x0F to 0x11
+  kPageSelect = 0x7F,
+};
+
+constexpr unsigned kResetWait_us = 100;
+constexpr unsigned kRunWait_us = 5000;
+constexpr unsigned kDumpWait_us = 10000;
+
+constexpr int kResetValue = 0x80;
+constexpr int kRunValue = 0x7F;
+constexpr int kPages = 1;  // page 0 alone is programmed
+
+constexpr RegisterValue kPageSetup[] = {
+    {0x03, 0x29}, {0x04, 0x0B}, {0x0D, 0x08}, {0x0E, 0x01}, {0x1B, 0x07}};
+
+constexpr int kPllRegisters = 3;
+constexpr std::uint8_t kPllValues[kPllRegisters] = {0x34, 0x00, 0x00};
+
+constexpr int kDumpFirst = 0x03;
+constexpr int kDumpLast = 0x2C;
+constexpr std::uint8_t kDumpFill = 0x2A;  // shows in place of what was not read
+
+void write_chip(int fd, int reg, int value) { i2c_writebyte(fd, kDix4192Address, reg, value); }
+
+void reset_chip(int fd) {
+  write_chip(fd, kPageSelect, 0);
+  write_chip(fd, kPowerReset, kResetValue);
+  usleep(kResetWait_us);
+  write_chip(fd, kPowerReset, kRunValue);
+  usleep(kRunWait_us);
+}
+
+void program_pll(int fd) {
+  for (int i = 0; i < kPllRegisters; ++i) {
+    printf("receiver_pll1_reg%d = 0x%x\n", i + 1, kPllValues[i]);
+  }
+  for (int i = 0; i < kPllRegisters; ++i) write_chip(fd, kReceiverPll + i, kPllValues[i]);
+}
+
+void dump_registers(int fd) {
+  usleep(kDumpWait_us);
+  std::uint8_t bytes[kDumpLast - kDumpFirst + 1];
+  int rc = 0;
+  for (int reg = kDumpFirst; reg <= kDumpLast; ++reg) {
+    bytes[reg - kDumpFirst] = kDumpFill;
+    rc = i2c_readbyte(fd, kDix4192Address, reg, &bytes[reg - kDumpFirst]);
+  }
+  printf("rc=%d\n", rc);
+  for (int reg = kDumpFirst; reg <= kDumpLast; ++reg) {
+    printf("reg %02x=0x%02x\t", reg, bytes[reg - kDumpFirst]);
+  }
+  printf("\n");
+  usleep(kDumpWait_us);
+}
+
+}  // namespace
+
+int prog4192() {
+  puts("Y prog4192");
+  const int fd = init_i2c(kBoardI2cBus);
+  if (fd < 0) return -1;
+  reset_chip(fd);
+  for (int page = 0; page < kPages; ++page) {
+    printf("page %d====================================\n", page);
+    write_chip(fd, kPageSelect, page);
+    write_registers(fd, kDix4192Address, kPageSetup);
+    program_pll(fd);
+    dump_registers(fd);
+  }
+  close_i2c(fd);
+  return 0;
+}
