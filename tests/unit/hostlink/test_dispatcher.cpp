@@ -285,6 +285,7 @@ INSTANTIATE_TEST_SUITE_P(
         Listing{"owner_without_t", "-rw-r--r-- 1 adm adm 30 Jan  1 00:00 /home/tovin/hd.ini\n", 0},
         // ... or that of the month, with the day behind it.
         Listing{"month_with_t", "-rw-r--r-- 1 adm adm 30 Oct 12 10:30 /home/tovin/hd.ini\n", 12},
+        Listing{"owners_as_numbers", "-rw-r--r-- 1 0 0 30 Jan  1 00:00 /home/tovin/hd.ini\n", 0},
         Listing{"t_in_the_group", "-rw-r--r-- 1 adm staff 30 Jan  1 00:00 hd.ini\n", 30},
         Listing{"digit_in_the_owner", "-rw-r--r-- 1 test7 root 30 Jan  1 00:00 hd.ini\n", 7},
         Listing{"size_directly_behind_the_t", "t30", 30},  //
