@@ -13,6 +13,13 @@ namespace vboard {
 
 namespace {
 TraceSink listening = nullptr;
+TraceSink listening_to_files = nullptr;
+
+void hand_over(TraceSink sink, const char* format, va_list arguments) {
+  char line[1024];
+  vsnprintf(line, sizeof line, format, arguments);
+  sink(line);
+}
 }  // namespace
 
 void set_trace_sink(TraceSink sink) { listening = sink; }
@@ -21,12 +28,20 @@ bool tracing() { return listening != nullptr; }
 
 void trace(const char* format, ...) {
   if (listening == nullptr) return;
-  char line[1024];
   va_list arguments;
   va_start(arguments, format);
-  vsnprintf(line, sizeof line, format, arguments);
+  hand_over(listening, format, arguments);
   va_end(arguments);
-  listening(line);
+}
+
+void set_file_sink(TraceSink sink) { listening_to_files = sink; }
+
+void trace_file(const char* format, ...) {
+  if (listening_to_files == nullptr) return;
+  va_list arguments;
+  va_start(arguments, format);
+  hand_over(listening_to_files, format, arguments);
+  va_end(arguments);
 }
 
 namespace {

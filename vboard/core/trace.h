@@ -30,6 +30,12 @@ bool tracing();
 
 void trace(const char* format, ...) __attribute__((format(printf, 1, 2)));
 
+// What the program does to the board's files that it holds open, in a test that wants
+// to know its place among the device operations; no part of a trace.
+//   file /home/tovin/hd.ini <- 6 bytes      file /home/tovin/hd.ini closed
+void set_file_sink(TraceSink sink);
+void trace_file(const char* format, ...) __attribute__((format(printf, 1, 2)));
+
 // What a person wants to know beside a clean line: the register's label, the
 // chip's name, what a line action does. "" when there is nothing to add.
 std::string trace_note(const char* clean);

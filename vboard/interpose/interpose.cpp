@@ -66,8 +66,6 @@ struct CallFault {
   int error;
 };
 
-constexpr int kOwnSemaphores = 7;  // identifier of the test's own set
-
 // The sweep of failing calls.
 struct Sweep {
   bool on = false;
@@ -78,6 +76,7 @@ struct Sweep {
 };
 
 struct OwnSemaphores {
+  int id = 7;
   bool exists = false;
   unsigned short value[3] = {};
 };
@@ -89,6 +88,7 @@ struct Seam {
   Settings settings;
   std::map<int, Handle> handles;
   std::map<FILE*, int> streams;
+  std::map<FILE*, std::string> files;  // of the board, as the program named them
   std::vector<CallFault> faults;
   Sweep sweep;
   SharedBlock* block = nullptr;
@@ -506,6 +506,26 @@ int stream_fd(FILE* stream) {
   return one == seam().streams.end() ? -1 : one->second;
 }
 
+void remember_file(FILE* stream, const char* path) {
+  if (stream == nullptr) return;
+  std::lock_guard<std::mutex> hold(seam().lock);
+  seam().files[stream] = path;
+}
+
+std::string file_path(FILE* stream) {
+  std::lock_guard<std::mutex> hold(seam().lock);
+  const auto one = seam().files.find(stream);
+  return one == seam().files.end() ? "" : one->second;
+}
+
+void forget_file(FILE* stream) {
+  const std::string path = file_path(stream);
+  if (path.empty()) return;
+  trace_file("file %s closed", path.c_str());
+  std::lock_guard<std::mutex> hold(seam().lock);
+  seam().files.erase(stream);
+}
+
 FILE* seam_fopen(const char* path, const char* mode) {
   if (!active()) return real::fopen(path, mode);
   settle_link();
@@ -515,9 +535,11 @@ FILE* seam_fopen(const char* path, const char* mode) {
   if (call_fails("fopen", path)) return nullptr;
   FILE* stream = real::fopen(on_machine(path).c_str(), mode);
   const int error = errno;
-  if (board_file(path))
+  if (board_file(path)) {
     trace("file %s %s%s%s", path, mode, stream == nullptr ? " = " : "",
           stream == nullptr ? errno_name(error) : "");
+    remember_file(stream, path);
+  }
   errno = error;
   return stream;
 }
@@ -538,6 +560,7 @@ int seam_fclose(FILE* stream) {
     seam().streams.erase(stream);
   }
   const bool fails = fd < 0 && call_fails("fclose", "");
+  forget_file(stream);
   const int result = real::fclose(stream);
   return fails ? EOF : result;
 }
@@ -570,6 +593,8 @@ std::size_t seam_fwrite(const void* data, std::size_t size, std::size_t count, F
     mark_failed(stream);
     return 0;
   }
+  if (const std::string path = file_path(stream); !path.empty())
+    trace_file("file %s <- %zu bytes", path.c_str(), size * count);
   return real::fwrite(data, size, count, stream);
 }
 
@@ -760,11 +785,11 @@ int own_semget(key_t key, int count, int flags) {
   }
   if (!set.exists && count != 3) violation(*seam().board, "semaphore set of %d", count);
   set.exists = true;
-  return kOwnSemaphores;
+  return set.id;
 }
 
 int own_semop(int id, const sembuf& operation) {
-  if (id != kOwnSemaphores || !seam().semaphores.exists) {
+  if (id != seam().semaphores.id || !seam().semaphores.exists) {
     errno = EINVAL;
     return -1;
   }
@@ -827,6 +852,7 @@ void start(Board& board, const Settings& settings) {
   one.settings = settings;
   one.handles.clear();
   one.streams.clear();
+  one.files.clear();
   one.faults.clear();
   one.sweep = {};
   one.block = nullptr;
@@ -848,6 +874,7 @@ void stop() {
 }
 
 SharedBlock* shared_block() { return seam().block; }
+void set_semaphore_id(int id) { seam().semaphores.id = id; }
 
 void fail_call(const std::string& call, const std::string& match, int skip, int times, int error) {
   std::lock_guard<std::mutex> hold(seam().lock);

@@ -23,6 +23,9 @@ struct Settings {
   bool encoder_in_process = false;
 };
 
+// Identifier of the semaphore set of a test's own. Whole numbers from 0 on are valid.
+void set_semaphore_id(int id);
+
 // Starts interposing for this process. Until then every call passes through.
 void start(Board& board, const Settings& settings);
 void stop();

@@ -33,6 +33,90 @@ void keep_line(const char* clean) {
   trace_lines().emplace_back(clean);
 }
 
+// ---- one stream -----------------------------------------------------------------
+
+struct Watched {
+  std::string name;
+  std::function<long long()> value;
+  long long last;
+};
+
+struct Stream {
+  // A trace line flushes standard output, which adds what was printed.
+  std::recursive_mutex lock;
+  std::vector<std::string> lines;
+  std::vector<Watched> watched;
+  int capture_fd = -1;
+  off_t seen = 0;       // of the captured output
+  std::string printed;  // behind its last line end
+};
+Stream& stream_of_all() {
+  static auto* one = new Stream;  // threads may outlive main
+  return *one;
+}
+
+void add_piece(Stream& all) {
+  if (!all.printed.empty()) all.lines.push_back("say... " + all.printed);
+  all.printed.clear();
+}
+
+void add_changes(Stream& all) {
+  for (Watched& one : all.watched) {
+    const long long now = one.value();
+    if (now == one.last) continue;
+    one.last = now;
+    add_piece(all);
+    all.lines.push_back(one.name + " = " + std::to_string(now));
+  }
+}
+
+// Whoever printed it: the program, or a command of the shell.
+void add_printed(Stream& all) {
+  char block[4096];
+  for (ssize_t got = 0; (got = pread(all.capture_fd, block, sizeof block, all.seen)) > 0;) {
+    all.seen += got;
+    for (ssize_t i = 0; i < got; ++i) {
+      if (block[i] != '\n') {
+        all.printed += block[i];
+        continue;
+      }
+      all.lines.push_back("say " + all.printed);
+      all.printed.clear();
+    }
+  }
+}
+
+ssize_t print_followed(void*, const char* data, std::size_t size) {
+  Stream& all = stream_of_all();
+  std::lock_guard<std::recursive_mutex> hold(all.lock);
+  add_printed(all);
+  add_changes(all);
+  const ssize_t wrote = real::write(STDOUT_FILENO, data, size);
+  add_printed(all);
+  return wrote < 0 ? 0 : wrote;  // a cookie reports failure as 0
+}
+
+void catch_up(Stream& all) {
+  fflush(stdout);
+  add_printed(all);
+  add_changes(all);
+  add_piece(all);
+}
+
+void follow_file(const char* line) {
+  Stream& all = stream_of_all();
+  std::lock_guard<std::recursive_mutex> hold(all.lock);
+  catch_up(all);
+  all.lines.emplace_back(line);
+}
+
+void follow_line(const char* clean) {
+  keep_line(clean);
+  follow_file(clean);
+}
+
+// ---- bounded runs ---------------------------------------------------------------
+
 void leave_run() {
   if (run_bounded) siglongjmp(stop_run, 1);
   fputs("the program waits for ever: bound the run with run_for\n", stderr);
@@ -95,6 +179,11 @@ void Bench::give_back_output() {
 
 Bench::~Bench() {
   set_trace_sink(nullptr);
+  set_file_sink(nullptr);
+  if (stdout_before_ != nullptr) {
+    fclose(stdout);
+    stdout = stdout_before_;
+  }
   seam::stop();
   give_back_output();
   real::close(stdout_fd_);
@@ -137,6 +226,39 @@ std::vector<std::string> Bench::trace(const std::vector<std::string>& prefixes) 
         break;
       }
   return chosen;
+}
+
+void Bench::follow() {
+  fflush(stdout);
+  Stream& all = stream_of_all();
+  all.lines.clear();
+  all.watched.clear();
+  all.printed.clear();
+  all.capture_fd = capture_fd_;
+  all.seen = lseek(capture_fd_, 0, SEEK_END);
+  cookie_io_functions_t calls = {};
+  calls.write = print_followed;
+  stdout_before_ = stdout;
+  stdout = fopencookie(nullptr, "w", calls);
+  setvbuf(stdout, nullptr, _IOLBF, BUFSIZ);
+  set_trace_sink(follow_line);
+  set_file_sink(follow_file);
+}
+
+std::vector<std::string> Bench::stream() {
+  Stream& all = stream_of_all();
+  std::lock_guard<std::recursive_mutex> hold(all.lock);
+  catch_up(all);
+  std::vector<std::string> taken;
+  taken.swap(all.lines);
+  return taken;
+}
+
+void Bench::watch(const std::string& name, std::function<long long()> value) {
+  Stream& all = stream_of_all();
+  std::lock_guard<std::recursive_mutex> hold(all.lock);
+  const long long now = value();
+  all.watched.push_back({name, std::move(value), now});
 }
 
 bool Bench::run_for(std::int64_t limit_us, const std::function<void()>& body) {

@@ -2,15 +2,17 @@
 //
 // A Bench gives a fresh board in virtual time, the board's files in a temporary
 // directory that is also the working directory, and what the program printed
-// and did to its devices since last asked.
+// and did to its devices since last asked: each by itself, or both in one stream.
 #pragma once
 
 #include <csetjmp>
 #include <cstdint>
+#include <cstdio>
 #include <functional>
 #include <string>
 #include <vector>
 
+#include "state/relaxed.h"
 #include "vboard/core/board.h"
 #include "vboard/core/clock.h"
 #include "vboard/core/world.h"
@@ -43,6 +45,28 @@ class Bench {
   std::vector<std::string> trace();
   std::vector<std::string> trace(const std::vector<std::string>& prefixes);
 
+  // From now on all that happens stands in one stream, in the order in which it
+  // happens:
+  //   fpga wr 0x1328 <- 0x0006               any line of the trace
+  //   say start Configure_System!!           a line that was printed
+  //   say... read '1.2.3' OK                 text with no line end behind it, so far
+  //   file /home/tovin/hd.ini <- 6 bytes     a file of the board written ...
+  //   file /home/tovin/hd.ini closed         ... and closed
+  //   encode_alive = 0                       a watched value, when it has changed
+  // Standard output is line-buffered here, as the program makes it. trace() and
+  // output() go on as ever.
+  void follow();
+  std::vector<std::string> stream();  // since last asked
+
+  // While all is followed: tells changes of a value that the program keeps in memory.
+  // It is looked at before each line of the stream, so a change stands before whatever
+  // came behind it; of several without a line between them the first watched comes first.
+  void watch(const std::string& name, std::function<long long()> value);
+  template <class T>
+  void watch(const std::string& name, const Relaxed<T>& value) {
+    watch(name, [&value] { return static_cast<long long>(value.load()); });
+  }
+
   // Runs `body` until it returns (true) or the board clock passes `limit_us`
   // from now (false: it is abandoned where it stands). Virtual time only.
   bool run_for(std::int64_t limit_us, const std::function<void()>& body);
@@ -70,6 +94,7 @@ class Bench {
   int capture_fd_ = -1;
   int stdout_fd_ = -1;
   long captured_ = 0;
+  FILE* stdout_before_ = nullptr;  // while all is followed
 };
 
 // The lines of a text, for comparing what was printed.

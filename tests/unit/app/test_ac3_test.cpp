@@ -164,6 +164,7 @@ TEST(Ac3Test, getmon_starts_the_status_file) {
   EXPECT_EQ(start_monitoring, 0);
   EXPECT_EQ(SystemMonitorStatus, 1);
   EXPECT_THAT(capture.bench.output(), StartsWith("Start System Monitoring\n"));
+  EXPECT_EQ(capture.bench.trace({"thread"}).size(), 2u);  // and the host link's
 }
 
 TEST(Ac3Test, block_that_cannot_be_attached_ends_it) {

@@ -48,14 +48,16 @@ TEST(CommandLineService, alone_starts_the_service_with_supervision) {
               StartsWith(" LN 3151\nargc=2\n LN 3157\nprog602 Y_HD\n"));
   EXPECT_EQ(start_monitoring, 0);
   EXPECT_EQ(dbg_encode, 0);
+  EXPECT_EQ(line.bench.trace({"thread"}).size(), 1u);  // the host link's
 }
 
 TEST(CommandLineService, getmon_starts_the_status_file) {
   CommandLineRun line;
-  const std::string printed = line.run({"-602", "getmon"}, kStarted_us);
+  const std::string printed = line.run({"-602", "getmon"}, 26'000'000);
   EXPECT_THAT(printed,
               StartsWith(" LN 3151\nargc=3\n Go to UPDATE  command\n LN 3157\nprog602 Y_HD\n"));
   EXPECT_EQ(SystemMonitorStatus, 1);
+  EXPECT_TRUE(line.bench.has_file("monitor.txt"));  // every 25 s
 }
 
 TEST(CommandLineService, nomon_and_dbg_disable_the_monitor_and_debug_encode) {
@@ -64,6 +66,23 @@ TEST(CommandLineService, nomon_and_dbg_disable_the_monitor_and_debug_encode) {
               StartsWith(" LN 3151\nargc=4\nargv[2]=nomon\n monitor is disabled!!\n"
                          "argv[3]=dbg\n enocde debug is enabled!!\n LN 3157\n"));
   EXPECT_EQ(dbg_encode, 1);
+}
+
+// Without the monitor the registers are dumped every tenth cycle of 0.5 s, also
+// before the first configuration; with it a service without one only waits.
+TEST(CommandLineService, nomon_takes_the_supervision_out) {
+  CommandLineRun line;
+  EXPECT_THAT(line.run({"-602", "nomon"}, 6'000'000), HasSubstr("VS_OVERALL = 0x"));
+  EXPECT_EQ(global_status, kStatusHealthy);
+}
+
+TEST(CommandLineService, other_words_leave_the_supervision_on) {
+  for (const char* word : {"getmon", "x", "nomon1", "dbg"}) {
+    CommandLineRun line;
+    global_status = kStatusInitial;
+    EXPECT_THAT(line.run({"-602", word}, 6'000'000), Not(HasSubstr("VS_OVERALL"))) << word;
+    EXPECT_EQ(global_status, kStatusInitial) << word;
+  }
 }
 
 TEST(CommandLineService, dbg_needs_no_known_word_before_it) {

@@ -73,6 +73,35 @@ TEST(Prog602, steps_in_order) {
   EXPECT_EQ(seam::open_handles(), "/dev/fpga\n/dev/fpga\n");
 }
 
+// The host link's first steps stand where its thread runs, in the first wait.
+TEST(Prog602, messages_stores_and_traffic_in_one_order) {
+  Service service;
+  SharedBlock& block = service.bench.attach_block();
+  service.bench.put_file("version.ini", "1.2.3\n");
+  block.encode_alive = 1;
+  start_monitoring = 1;
+  service.bench.follow();
+  service.bench.watch("config_sys", config_sys);
+  service.bench.watch("start_monitoring", start_monitoring);
+  service.bench.watch("status thread", SystemMonitorStatus);
+  service.bench.watch("version", fpga_hw_version);
+  service.bench.watch("alive", block.encode_alive);
+  EXPECT_FALSE(service.run(250'000));
+  EXPECT_THAT(service.bench.stream(),
+              ElementsAre("say prog602 Y_HD", "shmget 0x4d454c4b 4096 0x3ff", "config_sys = 0",
+                          "say Start System Monitoring", "status thread = 1", StartsWith("thread"),
+                          "wait 100000", "wait 5000000",  // the status thread's
+                          "start_monitoring = 0", StartsWith("thread"), "wait 100000",
+                          "say OPEN NEW /dev/fpga!!!!!!!!!!!!!!!!!!!!!1", "open /dev/fpga r+b",
+                          "wait 10000", "say Reset FPGA", "fpga wr 0x0004 <- 0x0001",
+                          "fpga wr 0x0008 <- 0x0001", "fpga wr 0x0010 <- 0x0000",
+                          "fpga wr 0x0224 <- 0x0000", "fpga wr 0x132c <- 0x0000", "wait 1000000",
+                          "say end configure", "say ", "open /dev/fpga r+b", "fpga led 87",
+                          "file /home/tovin/version.ini r", "say read '1.2.3", "say... ' OK",
+                          "file /home/tovin/version.ini closed", "fpga rd 0x0000 -> 0x0117",
+                          "version = 279", "alive = 0", "wait 500000"));
+}
+
 TEST(Prog602, never_returns) {
   Service service;
   EXPECT_FALSE(service.run(3'600'000'000));

@@ -3,6 +3,7 @@
 
 #include <gmock/gmock.h>
 
+#include <algorithm>
 #include <climits>
 #include <string>
 #include <vector>
@@ -120,6 +121,72 @@ std::string output_without_frame(const std::string& timing) {
          "fscod = 0\n"
          "frmsizecod = 0\n"
          "bytes_per_frame_ac3 = 128\n";  // 2 x 64
+}
+
+// Behind the first reset, before anything of the timing.
+TEST(SetAudCodec1, audio_counts_as_configured_between_the_reset_and_the_timing) {
+  Applied setup(1, kDisabled);
+  setup.block.audio_configured = 0;
+  setup.bench.follow();
+  setup.bench.watch("configured", setup.block.audio_configured);
+  setup.run();
+  const Lines seen = setup.bench.stream();
+  const auto flag = std::find(seen.begin(), seen.end(), "configured = 1");
+  ASSERT_GE(flag - seen.begin(), 8);
+  ASSERT_GE(seen.end() - flag, 3);
+  EXPECT_EQ(Lines(flag - 8, flag), reset_lines());
+  EXPECT_EQ(Lines(flag + 1, flag + 3),
+            (Lines{"say get sync fscod = 0", "say get sync frmsizecod = 0"}));
+}
+
+TEST(SetAudCodec1, digital_set_up_in_one_order) {
+  Applied setup(1, kEnabled);
+  setup.bench.world("audio digital bitrate=384,rate=48,acmod=7,bsid=8");
+  setup.block.audio_configured = 0;
+  audio_at_beginning = 5;
+  setup.bench.follow();
+  setup.bench.watch("at beginning", audio_at_beginning);
+  setup.bench.watch("configured", setup.block.audio_configured);
+  setup.bench.watch("mask", enable_capture_mask_reg);
+  for (int i = 0; i < kAc3DescriptorSize; ++i)
+    setup.bench.watch("ac3 " + std::to_string(i), hd_ac3_desc_parameters[i]);
+  setup.run();
+  const Lines expected =
+      all({{"say SetAudCodec", wr(0x0008, 22), "at beginning = 0", "mask = 16401",  // 0x4011
+            wr(0x0224, 0x4011), wait(100000)},
+           kLocked,
+           {"at beginning = 1",
+            rd(0x0600, 0x770B),
+            rd(0x0234, 1),
+            "say SYNCFRAME_FLIP = 770b add 0 P1_AC3_STATUS_REG = 1",
+            rd(0x0608, 0x401C),
+            "say get value reg 2 401c  ",
+            rd(0x060C, 0xD8E1),
+            wait(10000),
+            "say 0 bsid = 8",
+            "say 1 bsmod = 0",
+            "say 2 surround_mode = 0",
+            "say 3 num_channels - acmod = 7",
+            "say 4 langcode = 1",
+            "say frmsizecod = 1c (28)",
+            "say bit_rate = 384",
+            "ac3 5 = 14",
+            "say 5 bit_rate_code = 14",
+            "say hd_ac3_desc_parameters[5]=14",
+            "say hd_ac3_desc_parameters[4]=1",
+            "say hd_ac3_desc_parameters[3]=7",
+            "say hd_ac3_desc_parameters[2]=0",
+            "say hd_ac3_desc_parameters[1]=0",
+            "say hd_ac3_desc_parameters[0]=8"},
+           reset_lines(),
+           {"configured = 1", "say get sync fscod = 0", "say get sync frmsizecod = 28",
+            rd(0x0608, 0), "say reg 01c40 reg2 0 ", "say get sync fscod = 0",
+            "say get sync frmsizecod = 28", wr(0x0230, 2880), "mask = 23601"},  // 0x5c31
+           reset_lines(),
+           {wr(0x0228, 3750), wr(0x0208, 2000), "say set the DTS_INIT_AC3 15000", "say fscod = 0",
+            "say frmsizecod = 28", wr(0x022C, 1536), "say bytes_per_frame_ac3 = 1536",
+            wr(0x1210, 100), wr(0x1214, 0), wr(0x1218, 2000), wr(0x121C, 16), wr(0x0224, 0x5C31)}});
+  EXPECT_EQ(setup.bench.stream(), expected);
 }
 
 TEST(SetAudCodec1, digital_without_lock_skips_the_sync_wait) {

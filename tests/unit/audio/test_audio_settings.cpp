@@ -17,6 +17,15 @@ using Handler = int (*)(const std::int32_t*, std::int32_t);
 
 int apply(Handler handler, std::int32_t value) { return handler(&value, 0); }
 
+// As a fresh process has them: taken before any test runs.
+const std::int32_t sample_rate_at_start = SampleRate;
+const std::uint16_t mask_at_start = enable_capture_mask_reg;
+
+TEST(AudioSettings, sample_period_and_capture_mask_start_at_0) {
+  EXPECT_EQ(sample_rate_at_start, 0);
+  EXPECT_EQ(mask_at_start, 0);
+}
+
 TEST(SetinAudioEnable, stores_the_low_byte_in_the_record_alone) {
   AudioBench audio;
   EXPECT_EQ(apply(SetinAudioEnable, 0x102), 0);

@@ -552,6 +552,98 @@ TEST(SendBfFileUpdate, no_device_gives_1) {
   EXPECT_THAT(push.bench.trace(), ElementsAre("open /dev/fpga = ENOENT"));
 }
 
+// ---- messages and traffic in one order ----------------------------------------------------
+
+Lines told_push_opening(const char* size, int status) {
+  const bool hwait = status >= 0x8000;
+  return {"open /dev/fpga r+b",
+          "file /home/tovin/MELK_spi.bin rb",
+          "say open file MELK_spi.bin",
+          std::string("say the size is=") + size + " off MELK_spi.bin",
+          "say Start prog_gpio,input_data = 28",
+          "open /dev/fpga r+b",
+          "fpga line 28",
+          wait(10000),
+          "say Start prog_gpio,input_data = 29",
+          "open /dev/fpga r+b",
+          "fpga line 29",
+          wait(10000),
+          rd(0x0148, status),
+          rd(0x0148, status),
+          line("say Initial SPI state: HWAIT=%d, SPI_STATUS_REG 0x%x", hwait ? 1 : 0, status),
+          line("say Writing control_data 0x%x", hwait ? 7 : 3, 0),
+          wr(0x0144, 0),
+          wr(0x0144, hwait ? 7 : 3)};
+}
+
+TEST(SendBfFileUpdate, steps_and_messages_in_one_order) {
+  Push push("\x5A\x5B");
+  push.hold(0x0148, 0x8003);
+  push.bench.follow();
+  EXPECT_EQ(SendBFFileUpdate(), 0);
+  EXPECT_EQ(push.bench.stream(),
+            all({told_push_opening("2", 0x8003),
+                 {rd(0x0148, 0x8003), wr(0x0140, 0x5A), "say sending data 0 0x5a level 3 0x8003",
+                  rd(0x0148, 0x8003), wr(0x0140, 0x5B), "say end send file MELK_spi.bin size 2",
+                  wr(0x0144, 6), "file /home/tovin/MELK_spi.bin closed"}}));
+}
+
+TEST(SendBfFileUpdate, full_fifo_is_told_behind_the_last_wait_before_the_file_is_closed) {
+  Fifo fifo("ab", 0x01FF);
+  fifo.bench.follow();
+  EXPECT_EQ(SendBFFileUpdate(), -1);
+  Lines expected = told_push_opening("2", 0x01FF);
+  for (int i = 0; i < 31; ++i) expected = all({expected, {rd(0x0148, 0x01FF), wait(6000)}});
+  EXPECT_EQ(fifo.bench.stream(),
+            all({expected, {"say exit  31 ", "file /home/tovin/MELK_spi.bin closed"}}));
+}
+
+TEST(LoadBf, check_push_and_messages_in_one_order) {
+  Push push("\x01");
+  push.bench.world("fault dsp-no-firmware");
+  push.bench.follow();
+  EXPECT_EQ(Load_BF(), 0);
+  EXPECT_EQ(push.bench.stream(),
+            all({{"say Test if BF is Empty", kI2cOpen, "i2c 1c wr 80 00 = EREMOTEIO", kI2cClose,
+                  "say blkfn i2c error", "say start download file to the BF"},
+                 told_push_opening("1", 0),
+                 {rd(0x0148, 0), wr(0x0140, 1), "say sending data 0 0x1 level 0 0x0",
+                  "say end send file MELK_spi.bin size 1", wr(0x0144, 2),
+                  "file /home/tovin/MELK_spi.bin closed", "say The BF is Loaded from SPI"}}));
+}
+
+TEST(LoadBf, dsp_that_answers_in_one_order) {
+  Push push("new firmware");
+  push.bench.follow();
+  Load_BF();
+  EXPECT_THAT(push.bench.stream(),
+              ElementsAre("say Test if BF is Empty", kI2cOpen, "i2c 1c wr 80 00", wait(10),
+                          "i2c 1c rd -> 21", kI2cClose,
+                          "say ---------------bf version = 0x21 --------------------",
+                          "say The BF is Loaded"));
+}
+
+TEST(WritereadCodec, data_bytes_are_told_before_they_go_out) {
+  AudioBench audio;
+  audio.bench.follow();
+  WritereadCODEC(0, 0x21, 0x1A5);
+  EXPECT_THAT(audio.bench.stream(), ElementsAre(kI2cOpen, "say  data1=0xa5 data2=0x1",
+                                                "i2c 1c wr 10 21 a5 01", kI2cClose));
+}
+
+TEST(BlkfnReadPeakRL, byte_is_told_behind_its_read) {
+  AudioBench audio;
+  audio.bench.board().dsp.running = true;
+  audio.bench.follow();
+  blkfn_read_peak_r_l();
+  const Lines seen = audio.bench.stream();
+  ASSERT_GE(seen.size(), 5u);
+  EXPECT_THAT(seen[1], testing::StartsWith("i2c 1c wr 90 00"));
+  EXPECT_EQ(seen[2], wait(10));
+  EXPECT_THAT(seen[3], testing::StartsWith("i2c 1c rd -> "));
+  EXPECT_THAT(seen[4], testing::StartsWith("say blkfn_read_peak PEAK_LEFT =0x"));
+}
+
 // ---- firmware that is not there -----------------------------------------------------------
 
 TEST(SendBfFileUpdateDeathTest, missing_file_ends_the_process_with_1) {

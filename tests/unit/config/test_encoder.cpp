@@ -164,6 +164,22 @@ TEST(SetVidRate, block_holds_bits_a_second) {
   EXPECT_EQ(on.bench.output(), "end SetVidRate\n");
 }
 
+TEST(SetVidRate, stores_before_it_tells) {
+  Configured on;
+  on.bench.follow();
+  on.bench.watch("rate", on.block.video_bitrate);
+  call(SetVidRate, 8000);
+  EXPECT_THAT(on.bench.stream(), ElementsAre("rate = 8000000", "say end SetVidRate"));
+}
+
+TEST(SetVBR, tells_before_it_stores) {
+  Configured on;
+  on.bench.follow();
+  on.bench.watch("vbr", on.block.vbr);
+  call(SetVBR, 2);
+  EXPECT_THAT(on.bench.stream(), ElementsAre("say SetVBR", "vbr = 2"));
+}
+
 TEST(SetVidRate, product_wraps_at_32_bits) {
   Configured on;
   EXPECT_EQ(call(SetVidRate, 3000000), 0);

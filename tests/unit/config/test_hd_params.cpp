@@ -345,6 +345,218 @@ TEST(ConfigureSystem, whole_file_fills_the_block) {
   EXPECT_EQ(fpgaregs.AVSync, 15900);
 }
 
+TEST(ConfigureSystem, messages_stores_and_traffic_in_one_order) {
+  Fresh on;
+  on.block.encode_alive = 1;
+  on.bench.follow();
+  on.bench.watch("encode_alive", on.block.encode_alive);
+  on.bench.watch("do_fpga_restart", on.block.do_fpga_restart);
+  on.bench.watch("idr", on.block.idr);
+  EXPECT_EQ(on.apply("idr=6\n"), 0);
+  EXPECT_THAT(
+      on.bench.stream(),
+      ElementsAre("say start Configure_System!!", "encode_alive = 0", "do_fpga_restart = 1",
+                  "fpga wr 0x1328 <- 0x0006", "say fname = /home/tovin/hd.ini",
+                  "file /home/tovin/hd.ini r", "idr = 6", "say set IDR frame interval =6 ",
+                  "say end Configure_System!!", "file /home/tovin/hd.ini closed", "wait 1000000"));
+}
+
+TEST(ConfigureSystem, missing_file_is_told_behind_its_opening) {
+  Fresh on;
+  on.bench.follow();
+  EXPECT_EQ(Configure_System(), -1);
+  EXPECT_THAT(on.bench.stream(),
+              ElementsAre("say start Configure_System!!", "fpga wr 0x1328 <- 0x0006",
+                          "say fname = /home/tovin/hd.ini", "file /home/tovin/hd.ini r = ENOENT",
+                          "say can not open hd.ini file"));
+}
+
+// Every setting that an apply leaves in memory, at a value that it will not keep.
+void watch_settings(Fresh& on) {
+  SharedBlock& block = on.block;
+  Bench& bench = on.bench;
+  block.encode_alive = 1;
+  block.do_fpga_restart = 5;
+  block.input_channel = 77;
+  block.closed_caption = 1;
+  block.encoder_running = 1;
+  block.launch_zero = 1;
+  block.interlace_flag = 5;
+  for (auto& byte : block.hd_ac3_desc) byte = 99;
+  for (auto& byte : hd_ac3_desc_parameters) byte = 98;
+  audio_at_beginning = 5;
+  SetInputMuxCH = 77;
+  enable_audio = 5;
+  SampleRate = 5;
+  fpgaregs.mpgAudRate = 5;
+  fpgaregs.inAudioVolume = 5;
+  fpgaregs.AudCodec = 5;
+  fpgaregs.inAudioSampleRate = 5;
+  fpgaregs.VidRes = 5;
+  fpgaregs.VidCodec = 5;
+  fpgaregs.VideoBitrate = 5;
+  fpgaregs.pidVideo = 5;
+  fpgaregs.pidAudio = 5;
+  fpgaregs.pidPCR = 5;
+  bench.follow();
+  const auto in_block = [&bench](const std::string& name, const auto& value) {
+    bench.watch("block " + name, value);
+  };
+  in_block("alive", block.encode_alive);
+  in_block("restart", block.do_fpga_restart);
+  in_block("running", block.encoder_running);
+  in_block("zero", block.launch_zero);
+  in_block("audio", block.audio_enable);
+  in_block("rate", block.video_bitrate);
+  in_block("suffix", block.file_suffix[1]);
+  in_block("std", block.videoStd);
+  in_block("channel", block.input_channel);
+  in_block("sample", block.SampleRate);
+  in_block("codec", block.VidCodec);
+  in_block("fps", block.frame_rate_code);
+  in_block("vbr", block.vbr);
+  for (int i = 5; i >= 0; --i) in_block("ac3 " + std::to_string(i), block.hd_ac3_desc[i]);
+  in_block("x", block.offset_x);
+  in_block("y", block.offset_y);
+  in_block("bytes", block.bytes_per_frame_ac3);
+  in_block("configured", block.audio_configured);
+  in_block("path", block.AudioInput);
+  in_block("captions", block.closed_caption);
+  in_block("brightness", block.brightness);
+  in_block("contrast", block.contrast);
+  in_block("div", block.frame_div);
+  in_block("mult", block.frame_mult);
+  in_block("eb mode", block.eb_mode);
+  in_block("eb delay", block.eb_delay);
+  in_block("null", block.null_disable);
+  in_block("gop", block.gop_size);
+  in_block("idr", block.idr);
+  in_block("const", block.bufferconst);
+  in_block("interlace", block.interlace_flag);
+  bench.watch("period", fps_parameter);
+  bench.watch("mux", SetInputMuxCH);
+  bench.watch("mask", enable_capture_mask_reg);
+  bench.watch("at beginning", audio_at_beginning);
+  bench.watch("SampleRate", SampleRate);
+  bench.watch("enable_audio", enable_audio);
+  for (int i = 0; i < kAc3DescriptorSize; ++i)
+    bench.watch("ac3 " + std::to_string(i), hd_ac3_desc_parameters[i]);
+  bench.watch("AudioInput", fpgaregs.AudioInput);
+  bench.watch("inAudioEnable", fpgaregs.inAudioEnable);
+  bench.watch("inAudioSampleRate", fpgaregs.inAudioSampleRate);
+  bench.watch("VidRes", fpgaregs.VidRes);
+  bench.watch("VidCodec", fpgaregs.VidCodec);
+  bench.watch("AudCodec", fpgaregs.AudCodec);
+  bench.watch("AVSync", fpgaregs.AVSync);
+  bench.watch("pidVideo", fpgaregs.pidVideo);
+  bench.watch("pidAudio", fpgaregs.pidAudio);
+  bench.watch("pidPCR", fpgaregs.pidPCR);
+  bench.watch("VideoBitrate", fpgaregs.VideoBitrate);
+  bench.watch("mpgAudRate", fpgaregs.mpgAudRate);
+  bench.watch("inAudioVolume", fpgaregs.inAudioVolume);
+}
+
+TEST(ConfigureSystem, whole_file_in_one_order) {
+  Fresh on;
+  on.bench.world("fault stuck 5c 14 c2");
+  on.bench.world("fault stuck 5c 15 00");
+  watch_settings(on);
+  EXPECT_EQ(on.apply(kWholeFile), 0);
+  const std::vector<std::string> reset = {"fpga wr 0x0004 <- 0x0001", "fpga wr 0x0008 <- 0x0001",
+                                          "fpga wr 0x0010 <- 0x0000", "fpga wr 0x0224 <- 0x0000",
+                                          "fpga wr 0x132c <- 0x0000", "wait 1000000",
+                                          "fpga wr 0x0004 <- 0x0000", "wait 10000"};
+  std::vector<std::string> expected = {
+      "say start Configure_System!!", "block alive = 0", "block restart = 1",
+      "fpga wr 0x1328 <- 0x0006", "say fname = /home/tovin/hd.ini", "file /home/tovin/hd.ini r",
+      // eb_mode, extra_output_rate_pct, output_br
+      "block eb mode = 1", "say set EB Mode =1 ", "say SetOutputBitrate 0",
+      // mpgVidRate: (8000000 + 500000) * 1.05 = 8925000, 121844 / 8.925 = 13651 = 0x3553
+      "block rate = 8000000", "say end SetVidRate", "say Setoutput_bitrate",
+      "VideoBitrate = 8000000",
+      "say Set output bitrate to 8.925000 (UI 8000000, manual set 0, extra 5 pct)",
+      "fpga wr 0x1300 <- 0x3553", "say tmp1 8.925000 btr 13651 output_bitrate 8000000",
+      "fpga wr 0x1304 <- 0x0035", "fpga wr 0x1308 <- 0x0035", "fpga wr 0x130c <- 0x0002",
+      // inVideoBrightness: (197 * 255 - 35190) / 117; inVideoContrast: (128 * 231 - 14553) / 192 +
+      // 16
+      "block brightness = 128", "say SetBrightness 128", "block contrast = 94",
+      "say SetContrast 94",
+      // inAudioEnable, mpgAudRate
+      "say SetinAudioEnable", "inAudioEnable = 1", "say setAudRate", "mpgAudRate = 384",
+      // inAudioVolume: -3 is 0xfffd in 16 bits; -3 + 23 = 20 = 0x14
+      "inAudioVolume = 65533", "say SetinAudioVolume = 20 (1.5 DB)", "open /dev/i2c-1",
+      "say  data1=0x14 data2=0x0", "i2c 1c wr 10 00 14 00", "close /dev/i2c-1", "wait 1000000",
+      "open /dev/i2c-1", "say  data1=0x14 data2=0x0", "i2c 1c wr 10 01 14 00", "close /dev/i2c-1",
+      "wait 1000000",
+      // AudioInput, inAudioSampleRate
+      "say SetAudioInput", "AudioInput = 1", "say SetinAudioSampleRate", "SampleRate = 2880",
+      "inAudioSampleRate = 48", "fpga wr 0x0230 <- 0x0b40", "block sample = 2880",
+      // mpgVidRes
+      "say encSetVidRes", "block std = 7", "say shared_memory->videoStd = 7", "VidRes = 7",
+      "say fpgaSetVidRes 7 pram 7", "fpga rd 0x0050 -> 0x0000", "fpga rd 0x004c -> 0x0000",
+      "fpga rd 0x0050 -> 0x0000", "fpga rd 0x004c -> 0x0000",
+      "say msb 0 lsb 0 ans 0.000000 ans2 inf  ", "block fps = 7", "period = 12000",
+      "say fps pram =7", "say fps_parameter = 12000",
+      // VideoInput
+      "mux = 1", "say Start prog_gpio,input_data = 79", "open /dev/fpga r+b", "fpga line 79",
+      "say ************** set TVP7002 SW GPIO 79 ******************", "wait 1000000",
+      "fpga wr 0x0204 <- 0x0000", "open /dev/video0", "video0 S_INPUT 1", "say Set CH input to 1 ",
+      "close /dev/video0", "mux = 0", "open /dev/i2c-1", "i2c 5c wr 19 00", "wait 100",
+      "i2c 5c rd 19 -> 00", "say read reg 19 0 ", "i2c 5c wr 1a 6f", "wait 100",
+      "i2c 5c rd 1a -> 6f", "say read reg 1A 6f ", "i2c 5c rd 14 -> c2", "say -- reg 14 c2 ",
+      "i2c 5c rd 15 -> 00", "say -- reg 15 0 ", "wait 1000000",
+      "say ************** run tvp7002 init  ******************",
+      "say Start prog_gpio,input_data = 27", "open /dev/fpga r+b", "fpga line 27",
+      "say ==========  Set Video Input To 0 =====================", "block channel = 0",
+      // vbr, AVSync (90 * 10 + 15000), vbiMode
+      "say SetVBR", "block vbr = 1", "AVSync = 15900", "say SetAVSync 15900", "block captions = 0",
+      // VidCodec: '2' of ".264" is 50
+      "say encSetVidCode", "block suffix = 50", "say fpgaSetVidCodec", "VidCodec = 2",
+      "say MPEG2 (1) or H264 (0): fpgaregs.VidCodec = 2", "block codec = 2", "say set H264",
+      "fpga rd 0x0204 -> 0x0000", "fpga wr 0x0204 <- 0x0100", "fpga wr 0x120c <- 0xae60",
+      "fpga wr 0x0210 <- 0x2ee0", "fpga wr 0x1200 <- 0x1a80", "fpga wr 0x1204 <- 0x0006",
+      "fpga wr 0x1208 <- 0x88b8",
+      // mpgAudCodec: the store, then the set-up, which waits for nobody
+      "AudCodec = 1", "say SetAudCodec", "fpga wr 0x0008 <- 0x0016", "at beginning = 1",
+      "ac3 0 = 8", "ac3 1 = 0", "ac3 2 = 0", "ac3 3 = 7", "ac3 4 = 1", "ac3 5 = 15",
+      "say 5 bit_rate_code = 15", "block ac3 5 = 15", "say hd_ac3_desc_parameters[5]=15",
+      "block ac3 4 = 1", "say hd_ac3_desc_parameters[4]=1", "block ac3 3 = 7",
+      "say hd_ac3_desc_parameters[3]=7", "block ac3 2 = 0", "say hd_ac3_desc_parameters[2]=0",
+      "block ac3 1 = 0", "say hd_ac3_desc_parameters[1]=0", "block ac3 0 = 8",
+      "say hd_ac3_desc_parameters[0]=8"};
+  const auto add = [&expected](const std::vector<std::string>& more) {
+    expected.insert(expected.end(), more.begin(), more.end());
+  };
+  add(reset);
+  add({"block configured = 1", "say get sync fscod = 0", "say get sync frmsizecod = 0",
+       "fpga rd 0x0608 -> 0x0000", "say reg 00 reg2 0 ", "say get sync fscod = 0",
+       "say get sync frmsizecod = 0", "fpga wr 0x0230 <- 0x0b40", "mask = 48"});
+  add(reset);
+  add({// 15900 / 4 = 3975 = 0xf87; 2 * 64 words
+       "fpga wr 0x0228 <- 0x0f87", "fpga wr 0x0208 <- 0x07d0", "say set the DTS_INIT_AC3 15900",
+       "say fscod = 0", "say frmsizecod = 0", "fpga wr 0x022c <- 0x0080",
+       "say bytes_per_frame_ac3 = 128", "block bytes = 128", "block path = 1",
+       "fpga wr 0x1210 <- 0x0064", "fpga wr 0x1214 <- 0x0000", "fpga wr 0x1218 <- 0x07d0",
+       "fpga wr 0x121c <- 0x0010", "fpga wr 0x0224 <- 0x4031", "fpga wr 0x0224 <- 0x0020",
+       // pidVideo, pidAudio, pidPCR
+       "say SetpidVideo", "pidVideo = 256", "fpga wrblk 0x1000 n=2 <- 00 01", "say SetpidAudio",
+       "pidAudio = 257", "fpga wrblk 0x1004 n=2 <- 01 01", "say SetpidPCR", "pidPCR = 258",
+       "say fpgaregs.pidPCR = 258", "fpga wrblk 0x1320 n=2 <- 02 01",
+       // offset_x, offset_y: told first, stored by the second pair of rows
+       "say SetOffsetx", "say offsetx = 11", "say SetOffsety", "say offsety = 12", "block x = 11",
+       "block y = 12",
+       // portActiveEnable
+       "say start_hd - with system command", "block restart = 0", "block running = 0",
+       "block zero = 0", "block audio = 1", "enable_audio = 1", "shell ./encode&", "wait 1000",
+       // the rate-control rows
+       "block div = 2", "say set frame div =2 ", "block mult = 3", "say set frame mult =3 ",
+       "block eb delay = 500", "say set EB Delay =500 ", "block gop = 25", "say set Gop Size =25 ",
+       "block idr = 6", "say set IDR frame interval =6 ", "block null = 1", "block const = 70",
+       "say set frame const =70 ", "block interlace = 0", "say set interlace_flag =0 ",
+       "say end Configure_System!!", "file /home/tovin/hd.ini closed", "wait 1000000"});
+  EXPECT_EQ(on.bench.stream(), expected);
+}
+
 TEST(ConfigureSystem, rate_control_rows_come_after_the_launch) {
   Fresh on;
   // Abandoned in the wait behind the launch.

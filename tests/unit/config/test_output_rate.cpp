@@ -42,6 +42,12 @@ std::string settings(Bench& bench) {
   return text.substr(from, text.find(" pct") - from);
 }
 
+// In a process of its own, as every test is run: nothing has set them yet.
+TEST(SetoutputBitrate, starts_without_a_manual_rate_and_with_5_percent) {
+  Configured on;
+  EXPECT_EQ(settings(on.bench), "manual set 0, extra 5");
+}
+
 TEST(SetOutputBitrate, rate_outside_its_range_becomes_0) {
   // value, what is kept: the ends, the middle, just outside, far outside
   const std::int32_t cases[][2] = {{1000000, 1000000},
@@ -153,6 +159,24 @@ TEST_P(OutputRate, interval_is_written_with_its_constants) {
 
 INSTANTIATE_TEST_SUITE_P(SetoutputBitrate, OutputRate, testing::ValuesIn(kRates),
                          [](const auto& test) { return std::string(test.param.name); });
+
+TEST(SetoutputBitrate, computes_tells_and_writes_in_one_order) {
+  Configured on;
+  on.block.eb_mode = 1;
+  call(SetOutputBitrate, 0);
+  call(SetExtraOutputRate, 5);
+  fpgaregs.VideoBitrate = 5;
+  on.bench.follow();
+  on.bench.watch("VideoBitrate", fpgaregs.VideoBitrate);
+  EXPECT_EQ(call(Setoutput_bitrate, 8000), 0);
+  EXPECT_THAT(
+      on.bench.stream(),
+      ElementsAre("say Setoutput_bitrate", "VideoBitrate = 8000000",
+                  "say Set output bitrate to 8.925000 (UI 8000000, manual set 0, extra 5 pct)",
+                  "fpga wr 0x1300 <- 0x3553",  // 13651
+                  "say tmp1 8.925000 btr 13651 output_bitrate 8000000", "fpga wr 0x1304 <- 0x0035",
+                  "fpga wr 0x1308 <- 0x0035", "fpga wr 0x130c <- 0x0002"));
+}
 
 TEST(SetoutputBitrate, result_is_that_of_the_last_write) {
   Configured on;

@@ -98,11 +98,10 @@ TEST(FpgaSetVidRes, period_is_inherited_from_an_earlier_code) {
   EXPECT_EQ(on.block.frame_rate_code, 4);
 }
 
-TEST(FpgaSetVidRes, start_value_of_the_period_is_zero) {
-  Configured on;
-  call(fpgaSetVidRes, 576);
-  EXPECT_EQ(fps_parameter, 0);
-}
+// As a fresh process has it: taken before any test runs.
+const std::int32_t period_at_start = fps_parameter;
+
+TEST(FpgaSetVidRes, period_starts_at_0) { EXPECT_EQ(period_at_start, 0); }
 
 TEST(FpgaSetVidRes, measured_rate_is_read_twice_high_register_first) {
   Configured on;
@@ -275,6 +274,48 @@ TEST(FpgaSetVidCodec, frame_period_is_cut_to_sixteen_bits) {
   fps_parameter = 0x12345;
   call(fpgaSetVidCodec, 1);
   EXPECT_EQ(on.bench.fpga(0x210), 0x2345);
+}
+
+// ---- messages, stores and traffic in one order ---------------------------------------
+
+// 0x0050 = 1, 0x004c = 2: 1 << (2 + 8) = 1024, 1440000 / 1024 = 1406.25.
+TEST(FpgaSetVidRes, measures_stores_and_tells_in_one_order) {
+  Configured on;
+  on.bench.board().fpga.held = true;
+  on.bench.set_fpga(0x50, 1);
+  on.bench.set_fpga(0x4C, 2);
+  fpgaregs.VidRes = 5;
+  on.bench.follow();
+  on.bench.watch("VidRes", fpgaregs.VidRes);
+  on.bench.watch("period", fps_parameter);
+  on.bench.watch("code", on.block.frame_rate_code);
+  call(fpgaSetVidRes, 9);
+  EXPECT_THAT(
+      on.bench.stream(),
+      ElementsAre("VidRes = 9", "say fpgaSetVidRes 9 pram 9", "fpga rd 0x0050 -> 0x0001",
+                  "fpga rd 0x004c -> 0x0002", "fpga rd 0x0050 -> 0x0001",
+                  "fpga rd 0x004c -> 0x0002", "say msb 1 lsb 2 ans 1024.000000 ans2 1406.250000  ",
+                  "period = 12012", "code = 9", "say fps pram =9", "say fps_parameter = 12012"));
+}
+
+TEST(FpgaSetVidCodec, mpeg2_with_captions_in_one_order) {
+  Configured on;
+  fps_parameter = 12000;
+  fpgaregs.VidCodec = 5;
+  on.block.closed_caption = 1;
+  on.block.videoStd = 258;
+  on.bench.set_fpga(0x204, 0x4000);
+  on.bench.follow();
+  on.bench.watch("VidCodec", fpgaregs.VidCodec);
+  on.bench.watch("block codec", on.block.VidCodec);
+  call(fpgaSetVidCodec, 1);
+  EXPECT_THAT(on.bench.stream(),
+              ElementsAre("say fpgaSetVidCodec", "VidCodec = 1",
+                          "say MPEG2 (1) or H264 (0): fpgaregs.VidCodec = 1", "block codec = 1",
+                          "say set MPEG2", "fpga rd 0x0204 -> 0x4000", "fpga wr 0x0204 <- 0x6000",
+                          "fpga wr 0x120c <- 0xa120",  // 41248
+                          "fpga wr 0x0210 <- 0x2ee0", "fpga wr 0x1200 <- 0x1a80",
+                          "fpga wr 0x1204 <- 0x0006", "fpga wr 0x1208 <- 0x88b8"));
 }
 
 // ---- captions ----------------------------------------------------------------------------

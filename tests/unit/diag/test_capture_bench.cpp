@@ -102,6 +102,19 @@ TEST(SetCropImeg, bounds_become_the_crop) {
   EXPECT_EQ(bench.board().violations.count, 0u) << bench.board().violations.first;
 }
 
+TEST(SetCropImeg, requests_and_messages_in_one_order) {
+  Bench bench;
+  bench.follow();
+  SetCropImeg();
+  std::vector<std::string> seen = bench.stream();
+  for (std::string& line : seen)
+    if (line.starts_with("say Default crop")) line = "say Default crop ...";
+  EXPECT_THAT(seen, ElementsAre("say test ioctl:VIDIOC_CROPCAP", "open /dev/video0",
+                                testing::StartsWith("video0 CROPCAP"), "say Default crop ...",
+                                testing::StartsWith("video0 S_CROP"), "say Default crop ...",
+                                "say set_data_format:setting data format", "close /dev/video0"));
+}
+
 TEST(SetCropImeg, device_missing_goes_on_with_what_it_knew) {
   Bench bench;
   SetCropImeg();

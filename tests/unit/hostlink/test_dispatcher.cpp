@@ -358,4 +358,88 @@ TEST_F(StoredSize, number_too_large_for_any_file_is_a_wrong_size) {
   EXPECT_EQ(download("root 99999999999999999999999999\n").back(), kWrongSize);
 }
 
+// ---- the download in one order --------------------------------------------------------
+
+class DownloadOrder : public StoredSize {
+ protected:
+  std::vector<std::string> follow_download(const std::string& listing) {
+    one.bench.put_file("check_hd_size.txt", listing);
+    std::vector<int> bytes = {0, 0, 0, 30};
+    bytes.insert(bytes.end(), 30, ';');
+    one.host_sends(bytes);
+    global_status = 0x91;
+    config_sys = 0;
+    shared_memory->do_fpga_restart = 5;
+    one.bench.follow();
+    one.bench.watch("SystemOnUpdate", SystemOnUpdate);
+    one.bench.watch("restart", shared_memory->do_fpga_restart);
+    one.bench.watch("wrong size", wrong_size_flag);
+    one.bench.watch("status", global_status);
+    one.bench.watch("config_sys", config_sys);
+    one.bench.watch("monitor", monitor_state);
+    find_host_command(2)->handler(one.link);
+    std::vector<std::string> seen;
+    for (std::string& line : one.bench.stream())
+      if (!line.starts_with("select") && !line.starts_with("spi") && line != "wait 10")
+        seen.push_back(std::move(line));
+    return seen;
+  }
+};
+
+const std::vector<std::string> kDownloaded = {
+    "say get SEND_HD_CONFIGURATION command",
+    "SystemOnUpdate = 1",
+    "restart = 1",
+    "wait 60",
+    "wait 100000",
+    "say f_size = 30 (1e)",
+    "file /home/tovin/hd.ini wb",
+    "say start get file hd.ini",
+    "file /home/tovin/hd.ini <- 30 bytes",
+    "wait 3000000",
+    "file /home/tovin/hd.ini closed",
+    "restart = 0",
+    "wait 1000000",
+    "system ls -l /home/tovin/hd.ini > check_hd_size.txt = ECHILD",
+    "file /home/tovin/check_hd_size.txt r"};
+const std::vector<std::string> kConfigured = {
+    "say Configure_System4",
+    "say ",
+    "say start Configure_System!!",
+    "restart = 1",
+    "say fname = /home/tovin/hd.ini",
+    "file /home/tovin/hd.ini r",
+    "say end Configure_System!!",
+    "file /home/tovin/hd.ini closed",
+    "wait 1000000",
+    "say END Configure_System SEND_HD_CONFIGURATION!!!!!!!!!",
+    "status = 144",
+    "wait 15000000"};
+
+std::vector<std::string> joined(std::initializer_list<std::vector<std::string>> parts) {
+  std::vector<std::string> all;
+  for (const std::vector<std::string>& part : parts)
+    all.insert(all.end(), part.begin(), part.end());
+  return all;
+}
+
+TEST_F(DownloadOrder, good_file) {
+  EXPECT_EQ(follow_download("root 30\n"),
+            joined({kDownloaded,
+                    {"say read 'root 30", "say ' OK", "file /home/tovin/check_hd_size.txt closed",
+                     "say real size of hd is 30"},
+                    kConfigured,
+                    {"SystemOnUpdate = 0", "config_sys = 1"}}));
+}
+
+TEST_F(DownloadOrder, wrong_size) {
+  EXPECT_EQ(follow_download(""),
+            joined({kDownloaded,
+                    {"say read error", "file /home/tovin/check_hd_size.txt closed",
+                     "say real size of hd is 0",
+                     "say error!! hd.ini wrong size - need reset from MELK", "wrong size = 1"},
+                    kConfigured,
+                    {"SystemOnUpdate = 0", "config_sys = 1"}}));
+}
+
 }  // namespace

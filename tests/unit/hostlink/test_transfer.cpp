@@ -151,6 +151,43 @@ TEST(GetFile, empty_reads_are_ignored) {
   EXPECT_EQ(one.bench.get_file("hd.ini"), "ab");
 }
 
+TEST(GetFile, file_is_written_then_rests_then_is_closed) {
+  LinkBench one;
+  one.gulp({'a', 'b'});
+  one.bench.follow();
+  get_file(one.link, 2);
+  EXPECT_THAT(one.bench.stream(),
+              ElementsAre("file /home/tovin/hd.ini wb", "say start get file hd.ini",
+                          "select 15000000 ready", "spi rd 61", "select 15000000 ready",
+                          "spi rd 62", "file /home/tovin/hd.ini <- 2 bytes", "wait 3000000",
+                          "file /home/tovin/hd.ini closed"));
+}
+
+TEST(GetFile, silent_host_is_told_behind_each_wait) {
+  LinkBench one;
+  one.host_sends({'a'}, 31);
+  one.bench.follow();
+  get_file(one.link, 1);
+  EXPECT_THAT(
+      one.bench.stream(),
+      ElementsAre("file /home/tovin/hd.ini wb", "say start get file hd.ini",
+                  "select 15000000 timeout", "say SPI: No data for XX seconds...",
+                  "select 15000000 timeout", "say SPI: No data for XX seconds...",
+                  "select 15000000 ready", "spi rd 61", "file /home/tovin/hd.ini <- 1 bytes",
+                  "wait 3000000", "file /home/tovin/hd.ini closed"));
+}
+
+TEST(GetFile, select_error_in_one_order) {
+  LinkBench one;
+  one.gulp({'a'});
+  one.fail_select(0);
+  one.bench.follow();
+  get_file(one.link, 1);
+  EXPECT_THAT(one.bench.stream(),
+              ElementsAre("file /home/tovin/hd.ini wb", "say start get file hd.ini",
+                          "select /dev/spislave = EBADF", "say SPI: select error"));
+}
+
 // ---- both update procedures ---------------------------------------------------
 
 enum class Way { kLink, kFifo };
@@ -301,6 +338,46 @@ TEST(GetUpgrateFile, steps_in_order) {
             std::string("SPI fread write_fleg_ok=1, total=3, f_size 3 \n") + kRunScript);
 }
 
+const std::vector<std::string> kAreaCleared = {
+    "shell mkdir /home/tovin/tmp", "shell rm /home/tovin/tmp/new_hd_version.tar.gz",
+    "shell rm /home/tovin/tmp/update.sh", "shell rm /home/tovin/tmp/success.txt", "shell date"};
+
+// The area cleared, then these.
+std::vector<std::string> after_clearing(const std::vector<std::string>& steps) {
+  std::vector<std::string> all = kAreaCleared;
+  all.insert(all.end(), steps.begin(), steps.end());
+  return all;
+}
+
+TEST(GetUpgrateFile, archive_messages_and_script_in_one_order) {
+  LinkBench one;
+  silence_listings(one.bench);
+  one.gulp({'a', 'b'});
+  one.bench.follow();
+  get_upgrate_file(one.link, 2);
+  EXPECT_EQ(one.bench.stream(),
+            after_clearing({"file /home/tovin/tmp/new_hd_version.tar.gz wb",
+                            "select 15000000 ready", "spi rd 61", "select 15000000 ready",
+                            "spi rd 62", "file /home/tovin/tmp/new_hd_version.tar.gz <- 2 bytes",
+                            "wait 1000000", "file /home/tovin/tmp/new_hd_version.tar.gz closed",
+                            "say SPI fread write_fleg_ok=1, total=2, f_size 2 ",
+                            "say Run Script for Extract the new_hd_version.tar.gz file to tmp dir",
+                            "shell /home/tovin/update.sh", "system ls -l tmp/ = ECHILD"}));
+}
+
+TEST(GetUpgrateFile, refusals_are_told_behind_the_clearing) {
+  LinkBench one;
+  silence_listings(one.bench);
+  one.bench.follow();
+  get_upgrate_file(one.link, 5'000'001);
+  EXPECT_EQ(one.bench.stream(), after_clearing({"say limit file size file"}));
+  fail_call("fopen", "new_hd_version", 0, 1, EACCES);
+  get_upgrate_file(one.link, 2);
+  EXPECT_EQ(one.bench.stream(),
+            after_clearing({"fopen /home/tovin/tmp/new_hd_version.tar.gz = EACCES",
+                            "say can not open new application file"}));
+}
+
 TEST(GetUpgrateFile, size_0_counts_as_a_success_and_runs_the_script) {
   LinkBench one;
   silence_listings(one.bench);
@@ -427,6 +504,48 @@ TEST_F(Fifo, size_0_is_no_success_and_runs_nothing) {
                   "shell date"));
 }
 
+TEST_F(Fifo, words_archive_messages_and_script_in_one_order) {
+  fill("abcdef");
+  one.bench.follow();
+  new_get_upgrate_file(one.link, 3);
+  EXPECT_EQ(one.bench.stream(),
+            after_clearing({"file /home/tovin/tmp/new_hd_version.tar.gz wb",
+                            "say in get_file function size=3 ",
+                            "wait 100",
+                            "fpga rd 0x0124 -> 0x0006",
+                            "say start get file status=0x6",
+                            "fpga rd 0x0124 -> 0x0006",
+                            "fpga rd 0x0120 -> 0x6162",
+                            "fpga rd 0x0124 -> 0x0004",
+                            "fpga rd 0x0124 -> 0x0004",
+                            "fpga rd 0x0120 -> 0x6364",
+                            "fpga rd 0x0124 -> 0x0002",
+                            "say write_fleg_ok",
+                            "fpga rd 0x0120 -> 0x6566",
+                            "say max mem buf=0x4",
+                            "say last = 1  f_size/2=1 i=2",
+                            "file /home/tovin/tmp/new_hd_version.tar.gz <- 3 bytes",
+                            "wait 1000000",
+                            "file /home/tovin/tmp/new_hd_version.tar.gz closed",
+                            "say FPGA  write_fleg_ok=1, total=2, f_size 3 ",
+                            "shell date",
+                            "say Run Script for Extract the new_hd_version.tar.gz file to tmp dir",
+                            "shell /home/tovin/update.sh",
+                            "system ls -l tmp/ = ECHILD"}));
+}
+
+TEST_F(Fifo, size_0_in_one_order) {
+  one.bench.follow();
+  new_get_upgrate_file(one.link, 0);
+  EXPECT_EQ(one.bench.stream(),
+            after_clearing({"file /home/tovin/tmp/new_hd_version.tar.gz wb",
+                            "say in get_file function size=0 ", "wait 100",
+                            "fpga rd 0x0124 -> 0x0000", "say start get file status=0x0",
+                            "say max mem buf=0x0", "say last = 0  f_size/2=0 i=0", "wait 1000000",
+                            "file /home/tovin/tmp/new_hd_version.tar.gz closed",
+                            "say FPGA  write_fleg_ok=0, total=0, f_size 0 ", "shell date"}));
+}
+
 TEST_F(Fifo, shell_commands_and_files_in_order) {
   fill("ab");
   one.bench.trace();
@@ -491,6 +610,16 @@ TEST(GetSuccessFileUpdate, marker_is_told_once_and_deleted) {
   EXPECT_EQ(bench.output(), "");
 }
 
+TEST(GetSuccessFileUpdate, marker_is_closed_before_it_is_removed) {
+  Bench bench;
+  bench.put_file("tmp/success.txt", "");
+  bench.follow();
+  EXPECT_EQ(GetSuccessFileUpdate(), 1);
+  EXPECT_THAT(bench.stream(), ElementsAre("file /home/tovin/tmp/success.txt r+",
+                                          "file /home/tovin/tmp/success.txt closed",
+                                          "shell rm /home/tovin/tmp/success.txt"));
+}
+
 // ---- factory restore ------------------------------------------------------------
 
 TEST(RestorFromManufacture, steps_in_order) {
@@ -505,6 +634,19 @@ TEST(RestorFromManufacture, steps_in_order) {
   EXPECT_EQ(bench.output(),
             "Extract the from manufacture file\n"
             "copy file to work dir\n");
+}
+
+TEST(RestorFromManufacture, steps_and_messages_in_one_order) {
+  Bench bench;
+  fail_call("system", "", 0, -1, ECHILD);
+  bench.follow();
+  restor_from_manufacture();
+  EXPECT_THAT(bench.stream(),
+              ElementsAre("say Extract the from manufacture file",
+                          "system tar -xvzf tmp/new_hd_version_master.tar.gz -C tmp/ = ECHILD",
+                          "wait 1000", "say copy file to work dir", "system chmod +x * = ECHILD",
+                          "system chmod +x *.* = ECHILD", "system tmp/./update.sh = ECHILD",
+                          "wait 1000", "system ls -l tmp/ = ECHILD"));
 }
 
 TEST(RestorFromManufacture, factory_archive_is_unpacked_and_its_script_run) {

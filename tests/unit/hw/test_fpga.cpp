@@ -187,6 +187,36 @@ TEST(OpenFpgaDev, block_gets_the_start_up_defaults) {
   }
 }
 
+TEST(OpenFpgaDev, messages_stores_and_traffic_in_one_order) {
+  Bench bench;
+  SharedBlock& block = bench.attach_block();
+  for (SharedWord* word :
+       {&block.frame_div, &block.frame_mult, &block.eb_mode, &block.eb_delay, &block.null_disable,
+        &block.gop_size, &block.idr, &block.bufferconst, &block.interlace_flag})
+    *word = 5;
+  bench.follow();
+  bench.watch("restart", block.do_fpga_restart);
+  bench.watch("300", block.bufferconst);
+  bench.watch("260", block.frame_div);
+  bench.watch("264", block.frame_mult);
+  bench.watch("268", block.eb_mode);
+  bench.watch("272", block.eb_delay);
+  bench.watch("304", block.interlace_flag);
+  bench.watch("288", block.null_disable);
+  bench.watch("292", block.gop_size);
+  bench.watch("296", block.idr);
+  EXPECT_EQ(open_fpga_dev(), 0);
+  EXPECT_THAT(bench.stream(),
+              ElementsAre("open /dev/fpga r+b", "restart = 1", "wait 10000", "say Reset FPGA",
+                          "fpga wr 0x0004 <- 0x0001", "fpga wr 0x0008 <- 0x0001",
+                          "fpga wr 0x0010 <- 0x0000", "fpga wr 0x0224 <- 0x0000",
+                          "fpga wr 0x132c <- 0x0000", "wait 1000000", "fpga wr 0x0004 <- 0x0000",
+                          "wait 10000", "say    after Reset FPGA", "fpga wr 0x1328 <- 0x0006",
+                          // and with it the defaults, in no order that anybody could see
+                          "300 = 60", "260 = 1", "264 = 1", "268 = 1", "272 = 700", "304 = 0",
+                          "288 = 0", "292 = 30", "296 = 0"));
+}
+
 TEST(OpenFpgaDev, restart_word_is_raised_before_the_reset) {
   Bench bench;
   SharedBlock& block = bench.attach_block();

@@ -271,6 +271,17 @@ TEST(InitSemaphore, force_sets_all_three_to_one) {
   EXPECT_THAT(values(), ElementsAre(1, 1, 1));
 }
 
+TEST(InitSemaphore, set_with_identifier_0_is_as_good_as_any) {
+  Bench bench;
+  seam::set_semaphore_id(0);
+  EXPECT_EQ(InitSemaphore(0), 0);  // created
+  EXPECT_EQ(InitSemaphore(0), 0);  // found
+  EXPECT_THAT(bench.trace(),
+              ElementsAre(set_request(0, 0) + " = ENOENT", set_request(3, 950), "semctl 0 setval 1",
+                          "semctl 1 setval 1", "semctl 2 setval 1", set_request(0, 0)));
+  EXPECT_EQ(LockI2C(), 0);
+}
+
 TEST(InitSemaphore, set_neither_found_nor_created_gives_minus_one) {
   Bench bench;
   seam::fail_call("semget", "", 0, 2, ENOSPC);

@@ -3,6 +3,7 @@
 
 #include <gmock/gmock.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <string>
 #include <vector>
@@ -261,6 +262,19 @@ TEST_F(Supervise, status_record_shows_a_healthy_and_a_silent_board_too) {
                                        "encode_ver = 0x0\n"));
 }
 
+// Audio counts as absent up to the cycle of the record, and as present in it.
+TEST_F(Supervise, status_record_shows_the_audio_flag_of_its_own_cycle) {
+  config_sys = 0;
+  run(8.25, 0);  // seventeen cycles
+  config_sys = 1;
+  fpgaregs.inAudioEnable = 1;
+  cycle();
+  fpgaregs.inAudioEnable = 0;
+  bench.output();
+  cycle();
+  EXPECT_THAT(bench.output(), HasSubstr("status_hd.tvp_ok=1\nstatus_hd.aud_ok=1\n"));
+}
+
 TEST_F(Supervise, status_record_never_comes_when_supervision_begins_early) {
   cycles(60);
   EXPECT_THAT(bench.output(), Not(HasSubstr("status_hd")));
@@ -479,6 +493,83 @@ TEST_F(SuperviseRestart, ends_watching_with_a_new_alive_wait) {
   bench.output();
   cycle();
   EXPECT_THAT(bench.output(), StartsWith("encode is alive\n"));
+}
+
+// The stream from behind the first line that equals `line`.
+std::vector<std::string> behind(std::vector<std::string> stream, const std::string& line) {
+  const auto found = std::find(stream.begin(), stream.end(), line);
+  EXPECT_NE(found, stream.end()) << line;
+  if (found != stream.end()) stream.erase(stream.begin(), found + 1);
+  return stream;
+}
+
+TEST_F(SuperviseRestart, messages_stores_and_traffic_in_one_order) {
+  vid_buf_init = 40;
+  global_status = 0x91;
+  block.do_fpga_restart = 5;
+  status_init_flag = 1;
+  bench.follow();
+  bench.watch("phase", status_init_flag);
+  bench.watch("restart", block.do_fpga_restart);
+  bench.watch("status", global_status);
+  bench.watch("state", monitor_state);
+  restart_cycle();
+  EXPECT_THAT(
+      behind(bench.stream(), "fpga rd 0x1344 -> 0x0384"),  // the last of the checks
+      ElementsAre(
+          "say " + kRule, "fpga rd 0x1384 -> 0x0064", "fpga rd 0x1388 -> 0x0032",
+          "fpga rd 0x138c -> 0x00c8", "fpga rd 0x1390 -> 0x0fa0", "fpga rd 0x1394 -> 0x0384",
+          "fpga rd 0x1398 -> 0x2ee0",
+          "say --> EB BUFF 100 , (50 .. 200) | Frame size 4000 , (900 .. 12000) (Before restart) ",
+          "say " + kRule, "fpga wr 0x0040 <- 0x0001", "fpga rd 0x0044 -> 0x0000",
+          "fpga rd 0x0048 -> 0x0000", "say VS_OVERALL = 0x0 half = 0x0", "fpga rd 0x004c -> 0x0000",
+          "fpga rd 0x0050 -> 0x0000", "say VS_RATE = 0x0 FSP inf", "fpga rd 0x0060 -> 0x0028",
+          "say VI_BUFF = 0x28 ,VI_BUFF_INIT = 0x28", "fpga rd 0x0064 -> 0x0001",
+          "fpga rd 0x0068 -> 0x0000", "say VI_OVERALL = 0x1", "fpga rd 0x006c -> 0x0000",
+          "fpga rd 0x0070 -> 0x0000", "say VI_REF_OVERALL = 0x0 ", "fpga rd 0x0080 -> 0x0018",
+          "say AU_BUFF = 0x18 ,AU_BUF_INIT =0x0", "fpga rd 0x0084 -> 0x0000",
+          "fpga rd 0x0088 -> 0x0000", "say AU_I2S_OVERALL = 0x0 ", "fpga rd 0x008c -> 0x0000",
+          "fpga rd 0x0090 -> 0x0000", "say AU_OVERALL = 0x0 ", "fpga rd 0x0094 -> 0x0000",
+          "fpga rd 0x0098 -> 0x0000", "say AU_REF_OVERALL = 0x0 ", "fpga rd 0x1380 -> 0x0000",
+          "say TS_MUX_STATUS_REGISTER = 0x0 ", "say frame dif = 1  (inf)",
+          "say Running Time 0 Day 0 Hour 0 Min",
+          // the restart itself
+          "phase = 0", "say restart!!", "say counter=0 , global_status=0x91", "restart = 0",
+          "shell killall encode", "shell killall encode", "wait 5000000",
+          "status = 146",  // 0x90 | 1 * 2
+          "say start Configure_System!!", "restart = 1", "fpga wr 0x1328 <- 0x0006",
+          "say fname = /home/tovin/hd.ini", "file /home/tovin/hd.ini r",
+          "say start_hd - with system command", "restart = 0", "shell ./encode&", "wait 1000",
+          "say end Configure_System!!", "file /home/tovin/hd.ini closed", "wait 1000000",
+          "wait 15000000", "state = 0", "wait 500000"));
+}
+
+TEST_F(SuperviseRestart, composite_input_is_selected_between_the_count_and_the_configuration) {
+  block.input_channel = 4;
+  bench.follow();
+  bench.watch("status", global_status);
+  restart_cycle();
+  const std::vector<std::string> seen = behind(bench.stream(), "wait 5000000");
+  ASSERT_GE(seen.size(), 6u);
+  EXPECT_THAT(
+      std::vector<std::string>(seen.begin(), seen.begin() + 6),
+      ElementsAre("status = 146", "open /dev/video0", "video0 S_INPUT 4", "say Set CH input to 4 ",
+                  "close /dev/video0", "say start Configure_System!!"));
+}
+
+TEST_F(Supervise, overflows_are_sensed_told_and_acted_on_in_one_order) {
+  bench.set_fpga(kRegVideoLevel, 34900);
+  bench.set_fpga(kRegAudioLevel, 1990);
+  bench.follow();
+  bench.watch("state", monitor_state);
+  bench.watch("cause", status_vantorig);
+  cycle();
+  EXPECT_THAT(behind(bench.stream(), "wait 1000000"),
+              ElementsAre("fpga rd 0x1340 -> 0x8854", "say VIDEO BUFFER -------->, video_ovf = 1",
+                          "fpga rd 0x1344 -> 0x07c6", "fpga wr 0x0040 <- 0x0001",
+                          "fpga rd 0x0060 -> 0x0028",  // the level capture
+                          "state = 2", "say RESTART - video buffer overflow!!", "cause = 129",
+                          "say RESTART - audio buffer overflow!!", "wait 500000"));
 }
 
 TEST_F(SuperviseRestart, takes_encode_off_hold_before_it_applies) {

@@ -197,6 +197,130 @@ TEST_P(VideoInputComposite, traffic_messages_and_channel_4) {
 INSTANTIATE_TEST_SUITE_P(Standards, VideoInputComposite, testing::Values(0, 576, 577, 578, 480),
                          [](const auto& row) { return "standard_" + std::to_string(row.param); });
 
+// ---- messages and traffic in one order ----------------------------------------------
+
+class VideoInputOrder : public VideoInput {
+ protected:
+  VideoInputOrder() {
+    bench.follow();
+    bench.watch("mux", SetInputMuxCH);
+    bench.watch("channel", block.input_channel);
+  }
+};
+
+// What a line action shows: its message, then the request.
+Lines told_line_action(int number) {
+  Lines lines = {"say Start prog_gpio,input_data = " + std::to_string(number)};
+  add(lines, line_action(number));
+  return lines;
+}
+
+Lines told_capture_input(int number) {
+  const std::string text = std::to_string(number);
+  return {"open /dev/video0", "video0 S_INPUT " + text, "say Set CH input to " + text + " ",
+          "close /dev/video0"};
+}
+
+Lines told_tvp7002_begin(int input) {
+  Lines lines = {"mux = " + std::to_string(input)};
+  add(lines, told_line_action(79));
+  add(lines, {"say ************** set TVP7002 SW GPIO 79 ******************", "wait 1000000",
+              "fpga wr 0x0204 <- 0x0000"});
+  return lines;
+}
+
+Lines told_tvp7002_end(int channel) {
+  const std::string text = std::to_string(channel);
+  Lines lines = {"say ************** run tvp7002 init  ******************"};
+  add(lines, told_line_action(27));
+  add(lines, {"say ==========  Set Video Input To " + text + " =====================",
+              "channel = " + text});
+  return lines;
+}
+
+TEST_F(VideoInputOrder, component) {
+  bench.world("fault stuck 5c 14 c2");
+  bench.world("fault stuck 5c 15 00");
+  select(1);
+  Lines expected = told_tvp7002_begin(1);
+  add(expected, told_capture_input(1));
+  add(expected, {"mux = 0", "open /dev/i2c-1", "i2c 5c wr 19 00", "wait 100", "i2c 5c rd 19 -> 00",
+                 "say read reg 19 0 ", "i2c 5c wr 1a 6f", "wait 100", "i2c 5c rd 1a -> 6f",
+                 "say read reg 1A 6f ", "i2c 5c rd 14 -> c2", "say -- reg 14 c2 ",
+                 "i2c 5c rd 15 -> 00", "say -- reg 15 0 ", "wait 1000000"});
+  add(expected, told_tvp7002_end(0));
+  EXPECT_EQ(bench.stream(), expected);
+}
+
+TEST_F(VideoInputOrder, rgb) {
+  block.videoStd = 9;
+  const video_traffic::RgbStandard& standard = video_traffic::kRgbStandards[2];
+  ASSERT_EQ(standard.video_std, 9);
+  select(2);
+  Lines expected = told_tvp7002_begin(2);
+  add(expected, {"mux = 3"});
+  add(expected, told_capture_input(3));
+  add(expected, {"open /dev/i2c-1", "say Set Video Input To 1024 RGB"});
+  add(expected, i2c_lines::writes(kTvp7002, standard.writes));
+  add(expected, {"say Set Video Input To RGB std 9",
+                 "i2c 5c wr 34 13",
+                 "i2c 5c rd 01 -> 54",
+                 "say reg 01 54 ",
+                 "i2c 5c rd 02 -> 00",
+                 "say reg 02 0 ",
+                 "i2c 5c rd 03 -> 58",
+                 "say reg 03 58 ",
+                 "i2c 5c rd 04 -> 00",
+                 "say reg 04 0 ",
+                 "i2c 5c rd 12 -> 00",
+                 "say reg 012 0 ",
+                 "i2c 5c rd 13 -> 00",
+                 "say reg 013 0 ",
+                 "i2c 5c rd 34 -> 13",
+                 "say reg 34 13 ",
+                 "say Set Video Input To all config CH 3 RGB Input",
+                 "i2c 5c wr 19 aa",
+                 "wait 100",
+                 "i2c 5c rd 19 -> aa",
+                 "say read reg 19 aa ",
+                 "i2c 5c wr 1a 6a",
+                 "wait 100",
+                 "i2c 5c rd 1a -> 6a",
+                 "say read reg 1A 6a "});
+  add(expected, i2c_lines::writes(kTvp7002, video_traffic::kRgbCommon));
+  add(expected, {"wait 1000000"});
+  add(expected, told_tvp7002_end(3));
+  EXPECT_EQ(bench.stream(), expected);
+}
+
+TEST_F(VideoInputOrder, composite) {
+  select(4);
+  Lines expected = {"mux = 4"};
+  add(expected, told_line_action(80));
+  add(expected, told_line_action(26));
+  add(expected, {"wait 1000000"});
+  add(expected, told_line_action(27));
+  add(expected, told_capture_input(4));
+  add(expected,
+      {"fpga wr 0x0204 <- 0x4000", "say ************** set TVP5150 SW GPIO 80 ******************",
+       "wait 1000000", "say ************** run tvp5150 init  ******************"});
+  add(expected, video_traffic::tvp5150_setup());
+  add(expected, {"wait 2000000"});
+  add(expected, told_line_action(27));
+  add(expected, {"say ==========  Set Video Input To 4 =====================", "channel = 4"});
+  const Lines seen = bench.stream();
+  ASSERT_EQ(seen.size(), expected.size());
+  // Behind register 0x28: close, wait, the three lines of the line action, two more.
+  EXPECT_EQ(i2c_lines::masked(seen, 8), expected);
+}
+
+TEST_F(VideoInputOrder, other_value) {
+  select(7);
+  Lines expected = told_tvp7002_begin(7);
+  add(expected, told_tvp7002_end(7));
+  EXPECT_EQ(bench.stream(), expected);
+}
+
 // ---- failures are the called parts' own -------------------------------------------------
 
 TEST_F(VideoInput, everything_missing_still_publishes_the_channel) {

@@ -33,6 +33,19 @@ std::string hex(int value) {
   return text;
 }
 
+// As a fresh process has them: taken before any test runs.
+const std::int32_t handle_at_start = i2c_handle;
+const std::uint32_t count_at_start = count_st;
+const std::uint32_t errors_at_start = error_count;
+const int status_at_start = old_data1;
+
+TEST(Tvp5150State, starts_closed_with_nothing_counted_or_read) {
+  EXPECT_EQ(handle_at_start, -1);
+  EXPECT_EQ(count_at_start, 0u);
+  EXPECT_EQ(errors_at_start, 0u);
+  EXPECT_EQ(status_at_start, 0);
+}
+
 class Tvp5150 : public testing::Test {
  protected:
   Tvp5150() {
