@@ -48,6 +48,14 @@ try_arm_packages() {
   }
 }
 
+# source_date: seconds since 1970, of the last commit; of the newest source file where
+# the history is missing (a tarball) or not to be read (another user's, no git).
+source_date() {
+  { [ -e .git ] && git log -1 --format=%ct 2>/dev/null; } && return
+  find . \( -path './build*' -o -path ./out -o -path ./.git \) -prune -o \
+    -type f -printf '%T@\n' | sort -n | tail -n 1 | cut -d . -f 1
+}
+
 # build DIRECTORY [TARGET...]: builds quietly; shows what went wrong.
 build() {
   place=$1
