@@ -245,6 +245,48 @@ TEST_F(VboardRecord, that_is_only_a_trace_is_refused_with_what_to_do) {
   }
 }
 
+// A start that failed leaves what was recorded before.
+TEST_F(VboardRecord, of_a_program_that_never_starts_is_not_made) {
+  for (const char* program : {"nonexistent", "/no/such/program"}) {
+    const Result result = run("record --virtual -o " + record, program);
+    EXPECT_EQ(result.status, 125);
+    EXPECT_THAT(result.err, HasSubstr(std::string("cannot run ") + program));
+    EXPECT_FALSE(std::filesystem::exists(record)) << program;
+  }
+  run("record --virtual -o " + record, kVantorig + " -rdreg 0");
+  const std::string before = text_of(record);
+  run("record --virtual -o " + record, "nonexistent");
+  EXPECT_EQ(text_of(record), before);
+}
+
+TEST_F(VboardRecord, of_a_program_that_only_the_sandbox_finds_faulty_is_not_kept) {
+  board.put_file("program", "#!/no/such/interpreter\n");
+  std::filesystem::permissions(board.path("program"), std::filesystem::perms::owner_all);
+  EXPECT_EQ(run("record --virtual -o " + record, "/home/tovin/program").status, 125);
+  EXPECT_FALSE(std::filesystem::exists(record));
+  write_text(script, "dance\n");
+  EXPECT_EQ(run("record --virtual -o " + record + " --script " + script, "true").status, 125);
+  EXPECT_FALSE(std::filesystem::exists(record));
+}
+
+TEST_F(VboardRecord, whose_program_never_started_is_refused) {
+  write_text(record,
+             "# vboard trace 1\n"
+             "# record {\"command\":[\"true\"],\"started_us\":0,\"time\":\"virtual\"}\n");
+  for (const std::string& words : {"replay " + record, "timeline -o /dev/null " + record}) {
+    const Result result = shell(kVboard + " " + words);
+    EXPECT_EQ(result.status, 125);
+    EXPECT_THAT(result.err, HasSubstr("holds no run: its program never started"));
+  }
+}
+
+TEST_F(VboardRecord, is_not_replayed_by_a_program_that_does_not_start) {
+  run("record --virtual -o " + record, "true");
+  const Result result = replay(record + " -- nonexistent");
+  EXPECT_EQ(result.status, 125);
+  EXPECT_THAT(result.err, HasSubstr("vboard: cannot run nonexistent"));
+}
+
 TEST_F(VboardRecord, that_is_no_trace_is_refused_with_its_line) {
   write_text(record, "once upon a time\n");
   EXPECT_THAT(replay(record).err, HasSubstr("its first line is not \"# vboard trace 1\""));

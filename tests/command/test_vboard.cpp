@@ -182,7 +182,7 @@ TEST(VboardSandbox, refused_namespaces_are_told_and_what_to_do) {
 TEST(VboardSandbox, missing_bubblewrap_is_told_with_its_package) {
   BoardRun board;
   const Result result = shell("PATH=/no/such/directory " + vboard_program() + " --board " +
-                              board.path("..") + " run --virtual -- true");
+                              board.path("..") + " run --virtual -- /bin/true");
   EXPECT_EQ(result.status, 125);
   EXPECT_THAT(result.err, testing::HasSubstr("package bubblewrap"));
 }
@@ -288,22 +288,45 @@ TEST_P(VboardComplaint, goes_to_standard_error_with_its_status) {
 INSTANTIATE_TEST_SUITE_P(
     each, VboardComplaint,
     testing::Values(
-        Complaint{"limit_without_virtual_time", "run --for 5 -- true", 125,
+        Complaint{"limit_without_virtual_time", "run --for 5 -- true", 2,
                   "vboard: --for and --script need --virtual"},
-        Complaint{"script_without_virtual_time", "run --script /dev/null -- true", 125,
+        Complaint{"script_without_virtual_time", "run --script /dev/null -- true", 2,
                   "vboard: --for and --script need --virtual"},
-        Complaint{"limit_is_no_time", "run --virtual --for soon -- true", 125,
-                  "vboard: --for wants a time"},
-        Complaint{"limit_in_unknown_unit", "run --virtual --for 5y -- true", 125,
-                  "vboard: --for wants a time"},
+        Complaint{"limit_is_no_time", "run --virtual --for soon -- true", 2,
+                  "'soon' is no time such as 90, 5min or 2h"},
+        Complaint{"limit_in_unknown_unit", "run --virtual --for 5x -- true", 2,
+                  "'5x' is no time such as 90, 5min or 2h"},
+        Complaint{"limit_without_end", "run --virtual --for inf -- true", 2,
+                  "'inf' is no time such as 90, 5min or 2h"},
+        Complaint{"limit_is_not_a_number", "run --virtual --for nan -- true", 2,
+                  "'nan' is no time such as 90, 5min or 2h"},
+        Complaint{"limit_beyond_all_clocks", "run --virtual --for 1e300d -- true", 2,
+                  "'1e300d' is no time such as 90, 5min or 2h"},
+        Complaint{"limit_before_the_start", "run --virtual --for=-5 -- true", 2,
+                  "'-5' is no time such as 90, 5min or 2h"},
+        Complaint{"limit_is_empty", "run --virtual --for '' -- true", 2,
+                  "'' is no time such as 90, 5min or 2h"},
+        Complaint{"speed_of_virtual_time", "run --virtual --speed 3 -- true", 2,
+                  "--speed excludes --virtual"},
+        Complaint{"speed_of_a_record_in_virtual_time",
+                  "record -o /dev/null --virtual --speed 1 -- true", 2,
+                  "--speed excludes --virtual"},
         Complaint{"script_missing", "run --virtual --script /no/such/file -- true", 2,
                   "File does not exist"},
         Complaint{"program_missing", "run --virtual -- /no/such/program", 125,
                   "vboard: cannot run /no/such/program: No such file or directory"},
         Complaint{"program_is_a_directory", "run --virtual -- /tmp", 125,
                   "vboard: cannot run /tmp: Is a directory"},
-        Complaint{"program_missing_on_the_board", "run --virtual -- /home/tovin/none", 1,
-                  "/home/tovin/none: No such file or directory"},
+        Complaint{"program_missing_on_the_board", "run --virtual -- /home/tovin/none", 125,
+                  "vboard: cannot run /home/tovin/none: No such file or directory\n"},
+        Complaint{"program_missing_on_the_path", "run -- nonexistent", 125,
+                  "vboard: cannot run nonexistent: No such file or directory\n"},
+        Complaint{"program_that_is_none", "run -- /home/tovin/version.ini", 125,
+                  "vboard: cannot run /home/tovin/version.ini: Permission denied\n"},
+        Complaint{"trace_on_a_full_device", "run --virtual --trace /dev/full -- true", 125,
+                  "vboard: cannot write all of /dev/full: No space left on device\n"},
+        Complaint{"record_on_a_full_device", "record --virtual -o /dev/full -- true", 125,
+                  "vboard: cannot write all of /dev/full: No space left on device\n"},
         Complaint{"trace_cannot_be_written", "run --virtual --trace /no/such/trace -- true", 125,
                   "vboard: cannot write /no/such/trace: No such file or directory"},
         Complaint{"host_log_cannot_be_written",
@@ -327,6 +350,26 @@ INSTANTIATE_TEST_SUITE_P(
         Complaint{"option_unknown", "--explode", 2, "vboard: '--explode' is none of its options"},
         Complaint{"argument_unknown", "show all", 2, "was not expected: all"}),
     [](const auto& one) { return std::string(one.param.name); });
+
+// A shell script whose interpreter is missing stands there, but does not start.
+TEST(VboardErrors, program_that_does_not_start_is_told) {
+  BoardRun board;
+  board.put_file("program", "#!/no/such/interpreter\n");
+  std::filesystem::permissions(board.path("program"), std::filesystem::perms::owner_all);
+  const Result result = board.vboard("run --virtual -- /home/tovin/program");
+  EXPECT_EQ(result.status, 125);
+  EXPECT_THAT(result.err, testing::EndsWith("vboard: cannot run /home/tovin/program\n"));
+}
+
+TEST(VboardErrors, full_standard_output_is_told) {
+  BoardRun board;
+  for (const char* words : {"show", "show --json", "registers", "registers --json", "operations",
+                            "registers --markdown", "source none", "--help"}) {
+    const Result result = board.vboard(std::string(words) + " >/dev/full");
+    EXPECT_EQ(result.status, 125) << words;
+    EXPECT_THAT(result.err, testing::StartsWith("vboard: cannot write standard output")) << words;
+  }
+}
 
 TEST(VboardHelp, version_is_told_as_the_host_client_tells_it) {
   const Result result = shell(vboard_program() + " --version");
@@ -459,6 +502,16 @@ TEST(VboardScriptSteps, that_fail_are_told_and_fail_the_run) {
   EXPECT_EQ(melk.status, 1);
   EXPECT_THAT(melk.err, testing::EndsWith("script:2: melk dance: exit status 2\n"));
   EXPECT_EQ(board.service("-602", "at 3s melk status\n", 10).status, 0);  // the next begins anew
+}
+
+TEST(VboardScriptSteps, whose_log_is_lost_fail_the_run) {
+  BoardRun board;
+  std::ofstream(board.path("../script")) << "print x\n";
+  const Result result =
+      board.vboard("run --virtual --for 5 --host-log /dev/full --script " +
+                   board.path("../script") + " -- " + BUILD_DIRECTORY + "/vantorig -602");
+  EXPECT_EQ(result.status, 125);
+  EXPECT_EQ(result.err, "vboard: cannot write all of /dev/full: No space left on device\n");
 }
 
 TEST(VboardScriptSteps, leave_the_programs_own_failure_as_it_is) {

@@ -410,7 +410,7 @@ bool play(Demo& demo) {
 
 }  // namespace
 
-int demo(const DemoOptions& options) {
+int demo(const DemoOptions& options, const fs::path& place) {
   const fs::path program =
       options.program.empty() ? helper("vantorig") : fs::path(fs::absolute(options.program));
   const fs::path config_file =
@@ -428,16 +428,14 @@ int demo(const DemoOptions& options) {
     fprintf(stderr, "vboard: %s\n", problem.c_str());
     return 125;
   }
-  char place[] = "/tmp/vboard-demo-XXXXXX";
-  if (mkdtemp(place) == nullptr) return 125;
   Demo demo{{}, BoardDirectory(place), program, options.speed, config, {}, {}, {}, {}, {}};
   if (demo.directory.prepare(&problem) && demo.directory.map(&problem) != nullptr)
-    demo.transport = melk::BoardTransport::open(place, &problem);
+    demo.transport = melk::BoardTransport::open(place.string(), &problem);
   if (demo.transport == nullptr) {
     fprintf(stderr, "vboard: %s\n", problem.c_str());
     return 125;
   }
-  printf("A virtual board in %s, board time %gx.\n", place, options.speed);
+  printf("A virtual board in %s, board time %gx.\n", place.c_str(), options.speed);
   demo.board = &board_of_process();
   demo.link = std::make_unique<melk::Link>(melk::Link{*demo.transport});
   demo.link->timeout_us = kLinkPatience_us;
@@ -448,14 +446,11 @@ int demo(const DemoOptions& options) {
                    violations.count == 0
                        ? "the program did nothing to its chips that they do not know"
                        : std::string("first violation: ") + violations.first);
-  const int status = complete && demo.stage.failed() == 0 ? 0 : 1;
   printf("\n%d steps verified, %d failed.\n", demo.stage.steps() - demo.stage.failed(),
          demo.stage.failed());
-  if (status == 0)
-    fs::remove_all(place);
-  else
-    printf("The board is left in %s for a look.\n", place);
-  return status;
+  if (complete && demo.stage.failed() == 0) return 0;
+  printf("The board is left in %s for a look.\n", place.c_str());
+  return kDemoFailed;
 }
 
 }  // namespace vboard

@@ -2,6 +2,7 @@
 // verified by reading it back.
 #pragma once
 
+#include <filesystem>
 #include <string>
 
 namespace vboard {
@@ -12,7 +13,11 @@ struct DemoOptions {
   std::string config;   // "" for the built-in example
 };
 
-// Returns 0 only when every step was verified.
-int demo(const DemoOptions& options);
+// What a demonstration that failed exits with: its board is left for a look.
+inline constexpr int kDemoFailed = 1;
+
+// Plays it on a board in the directory `place`. Returns 0 only when every step was
+// verified, kDemoFailed when one was not, 125 when it could not begin.
+int demo(const DemoOptions& options, const std::filesystem::path& place);
 
 }  // namespace vboard

@@ -9,11 +9,14 @@
 #include <cstring>
 #include <exception>
 #include <filesystem>
+#include <fstream>
+#include <functional>
 #include <string>
 #include <vector>
 
 #include "vboard/cli/demo.h"
 #include "vboard/cli/dump.h"
+#include "vboard/cli/keeper.h"
 #include "vboard/cli/recording.h"
 #include "vboard/cli/sandbox.h"
 #include "vboard/cli/show.h"
@@ -41,6 +44,7 @@ int misused(const std::string& problem) {
 
 // The board time that "90", "90s", "5min", "2h" or "3d" means.
 bool microseconds_of(const std::string& text, std::int64_t* us) {
+  constexpr double kMost_us = 1e15;  // some thirty years
   char* unit = nullptr;
   const double number = strtod(text.c_str(), &unit);
   const std::string name = unit;
@@ -50,9 +54,20 @@ bool microseconds_of(const std::string& text, std::int64_t* us) {
                        : name == "h"               ? 3600
                        : name == "d"               ? 86400
                                                    : 0;
-  *us = static_cast<std::int64_t>(number * scale * 1e6);
-  return unit != text.c_str() && scale > 0 && number >= 0;
+  const double time_us = number * scale * 1e6;
+  if (unit == text.c_str() || scale == 0 || std::signbit(number) || !(time_us <= kMost_us))
+    return false;
+  *us = static_cast<std::int64_t>(time_us);
+  return true;
 }
+
+const CLI::Validator kBoardTime(
+    [](const std::string& text) {
+      std::int64_t us = 0;
+      return microseconds_of(text, &us) ? std::string()
+                                        : "'" + text + "' is no time such as 90, 5min or 2h";
+    },
+    "TIME");
 
 // A number of board seconds per real second that a clock can follow.
 const CLI::Validator kSpeed(
@@ -75,6 +90,7 @@ void let_rest(const BoardDirectory& place, Board& board) {
 
 int run_program(const BoardDirectory& directory, const RunOptions& options,
                 const std::vector<std::string>& command) {
+  const OutliveSignals until_the_board_rests;
   Run program(directory, options, as_seen_from_here(command));
   if (!program.problem().empty()) return complain(program.problem());
   const int status = program.wait();
@@ -93,10 +109,9 @@ int shell(const fs::path& directory, RunOptions options, const std::string& prog
   const fs::path start = BoardDirectory(directory).path() / "shellrc";
   std::string problem;
   if (!BoardDirectory(directory).prepare(&problem)) return complain(problem);
-  if (FILE* file = fopen(start.c_str(), "w")) {
-    fputs(script.c_str(), file);
-    fclose(file);
-  }
+  std::ofstream file(start);
+  if (!(file << script) || !file.flush())
+    return complain("cannot write " + start.string() + ": " + strerror(errno));
   return run_program(BoardDirectory(directory), options, {"bash", "--rcfile", start, "-i"});
 }
 
@@ -149,11 +164,14 @@ CLI::App* declare(CLI::App& app, const char* name, const char* meaning, const ch
 
 void take_run_options(CLI::App* one, Arguments& arguments) {
   RunOptions& run = arguments.run;
-  one->add_option("--speed", run.speed, "board seconds per real second")->check(kSpeed);
+  CLI::Option* speed =
+      one->add_option("--speed", run.speed, "board seconds per real second")->check(kSpeed);
   one->add_flag("--virtual", run.virtual_time,
-                "virtual time: waits cost nothing, every run is the same");
+                "virtual time: waits cost nothing, every run is the same")
+      ->excludes(speed);
   one->add_option("--for", arguments.for_text,
-                  "stop the program after this board time (90, 5min, 2h); needs --virtual");
+                  "stop the program after this board time (90, 5min, 2h); needs --virtual")
+      ->check(kBoardTime);
   one->add_option("--script", run.script, "host and world, scripted; needs --virtual")
       ->check(CLI::ExistingFile);
   one->add_option("--host-log", run.host_log, "what the scripted host saw");
@@ -257,12 +275,12 @@ void declare_operations(CLI::App& app, Arguments& arguments) {
 
 int run_or_record(Arguments& arguments, bool record) {
   RunOptions& run = arguments.run;
-  if (!arguments.for_text.empty() && !microseconds_of(arguments.for_text, &run.for_us))
-    return complain("--for wants a time such as 90, 5min or 2h");
+  if (!arguments.for_text.empty()) microseconds_of(arguments.for_text, &run.for_us);
   if (!run.virtual_time && (run.for_us >= 0 || !run.script.empty()))
-    return complain("--for and --script need --virtual");
+    return misused("--for and --script need --virtual");
   const BoardDirectory directory(arguments.board);
   if (!record) return run_program(directory, run, arguments.command);
+  const OutliveSignals until_the_board_rests;
   std::string problem;
   const int status = make_record(directory, run, arguments.command, &problem);
   return problem.empty() ? status : complain(problem);
@@ -295,18 +313,63 @@ int with_board(const std::string& word, Arguments& arguments) {
   return save_or_load(arguments, *board, word == "save");
 }
 
-int with_record(const std::string& word, const Arguments& arguments) {
+int replay_record(const ReplayOptions& options, const fs::path& scratch) {
   std::string problem;
-  const int status = word == "replay" ? replay(arguments.replay, &problem)
-                                      : draw_timeline(arguments.timeline, &problem);
+  const int status = replay(options, scratch, &problem);
   return problem.empty() ? status : complain(problem);
 }
 
+int timeline(const TimelineOptions& options) {
+  std::string problem;
+  const int status = draw_timeline(options, &problem);
+  return problem.empty() ? status : complain(problem);
+}
+
+// What could not be printed was not done.
+int when_printed(int status) {
+  errno = 0;
+  if (fflush(stdout) == 0 && ferror(stdout) == 0) return status;
+  const std::string why = errno != 0 ? std::string(": ") + strerror(errno) : "";
+  return complain("cannot write standard output" + why);
+}
+
+int safely(const std::function<int()>& work) {
+  try {
+    return when_printed(work());
+  } catch (const std::exception& problem) {
+    return complain(problem.what());
+  }
+}
+
+// Runs of programs: whatever ends them, nothing of them lives on.
+int kept_run(const std::function<int()>& work) {
+  return kept([&work] { return safely(work); });
+}
+
+// The same with a temporary directory, which goes with the work unless that ends
+// with the status `left`.
+int kept_in_scratch(const char* name, const std::function<int(const fs::path&)>& work,
+                    int left = -1) {
+  Scratch scratch(name);
+  return kept([&] { return safely([&] { return work(scratch.path()); }); },
+              [&](int status) { status == left ? scratch.keep() : scratch.remove(); });
+}
+
 int follow(const std::string& word, Arguments& arguments) {
-  if (word == "run" || word == "record") return run_or_record(arguments, word == "record");
-  if (word == "replay" || word == "timeline") return with_record(word, arguments);
-  if (word == "shell") return shell(arguments.board, arguments.shell, arguments.shell_program);
-  if (word == "demo") return demo(arguments.demo);
+  if (word == "run" || word == "record")
+    return kept_run([&] { return run_or_record(arguments, word == "record"); });
+  if (word == "shell")
+    return kept_run(
+        [&] { return shell(arguments.board, arguments.shell, arguments.shell_program); });
+  if (word == "replay")
+    return kept_in_scratch("vboard-replay", [&](const fs::path& place) {
+      return replay_record(arguments.replay, place);
+    });
+  if (word == "demo")
+    return kept_in_scratch(
+        "vboard-demo", [&](const fs::path& place) { return demo(arguments.demo, place); },
+        kDemoFailed);
+  if (word == "timeline") return timeline(arguments.timeline);
   if (word == "clean") return show_clean_trace(arguments.trace_file);
   if (word == "operations") return print_operations(arguments.markdown, arguments.json);
   if (word == "registers" && arguments.markdown) return print_register_map();
@@ -356,9 +419,5 @@ int run_vboard(int argc, char** argv) {
 }  // namespace
 
 int main(int argc, char** argv) {
-  try {
-    return run_vboard(argc, argv);
-  } catch (const std::exception& problem) {
-    return complain(problem.what());
-  }
+  return safely([=] { return run_vboard(argc, argv); });
 }

@@ -98,24 +98,6 @@ bool restore_state(const std::string& line, Board& board) {
   return true;
 }
 
-// A directory that goes with the object.
-class Scratch {
- public:
-  Scratch() : path_(mkdtemp(name_)) {}
-  ~Scratch() {
-    std::error_code ignored;
-    fs::remove_all(path_, ignored);
-  }
-  Scratch(const Scratch&) = delete;
-  Scratch& operator=(const Scratch&) = delete;
-
-  fs::path path() const { return path_; }
-
- private:
-  char name_[32] = "/tmp/vboard-replay-XXXXXX";
-  fs::path path_;
-};
-
 std::set<std::string> names_under(const fs::path& home) {
   std::set<std::string> names;
   for (const auto& entry : fs::recursive_directory_iterator(home))
@@ -124,13 +106,11 @@ std::set<std::string> names_under(const fs::path& home) {
 }
 
 bool write_home(std::ostream& out, const fs::path& home, std::string* problem) {
-  const Scratch scratch;
-  const BoardDirectory fresh(scratch.path() / "board");
-  if (!fresh.prepare(problem)) return false;
-  const std::set<std::string> furnished = names_under(fresh.home());
+  const std::vector<Furnishing> furnished = furnishings(problem);
+  if (furnished.empty()) return false;
   const std::set<std::string> present = names_under(home);
-  for (const std::string& name : furnished)
-    if (!present.contains(name)) out << "# gone " << name << '\n';
+  for (const Furnishing& one : furnished)
+    if (!present.contains(one.name)) out << "# gone " << one.name << '\n';
   for (const std::string& name : present) {
     const fs::path path = home / name;
     if (fs::is_directory(path)) {
@@ -138,8 +118,9 @@ bool write_home(std::ostream& out, const fs::path& home, std::string* problem) {
       continue;
     }
     const std::string content = read_file(path);
+    const auto fresh = std::ranges::find(furnished, name, &Furnishing::name);
+    if (fresh != furnished.end() && fresh->content == content) continue;
     const auto rights = static_cast<unsigned>(fs::status(path).permissions()) & 0777u;
-    if (furnished.contains(name) && content == read_file(fresh.home() / name)) continue;
     char octal[8];
     snprintf(octal, sizeof octal, "%o", rights);
     out << "# file " << octal << ' ' << hex_of(content) << ' ' << name << '\n';
@@ -193,22 +174,19 @@ const char* time_name(const RunOptions& options) {
 }
 
 bool write_head(const BoardDirectory& directory, const RunOptions& options,
-                const std::vector<std::string>& words, std::string* problem) {
-  if (!directory.prepare(problem)) return false;
-  const Board* board = directory.map(problem);
-  if (board == nullptr) return false;
+                const std::vector<std::string>& words, const Board& board, std::string* problem) {
   std::ofstream out(options.trace, std::ios::binary);
   if (!out) {
     *problem = "cannot write " + options.trace + ": " + strerror(errno);
     return false;
   }
   const json run = {
-      {"command", words}, {"started_us", board->clock.now_us}, {"time", time_name(options)}};
+      {"command", words}, {"started_us", board.clock.now_us}, {"time", time_name(options)}};
   out << kTraceHeader << "\n# record " << run.dump() << '\n';
-  write_state(out, *board);
+  write_state(out, board);
   if (!write_home(out, directory.home(), problem)) return false;
   if (out.flush()) return true;
-  *problem = "cannot write all of " + options.trace;
+  *problem = "cannot write all of " + options.trace + ": " + strerror(errno);
   return false;
 }
 
@@ -388,7 +366,10 @@ bool read_whole_record(const std::string& file, Record* record, std::string* pro
     record->run.time = run.value("time", "");
     record->run.started_us = run.value("started_us", std::int64_t{0});
     record->run.command = run.value("command", std::vector<std::string>{});
-    if (!record->run.command.empty()) return true;
+    if (record->run.command.empty()) break;
+    if (!record->lines.empty()) return true;
+    *problem = file + " holds no run: its program never started";
+    return false;
   }
   *problem = file + " is a trace and no record; vboard record makes one";
   return false;
@@ -396,25 +377,27 @@ bool read_whole_record(const std::string& file, Record* record, std::string* pro
 
 int make_record(const BoardDirectory& directory, RunOptions options,
                 const std::vector<std::string>& words, std::string* problem, int stdout_fd) {
-  options.record = true;
-  if (board_in_use(directory.path().c_str())) {
-    *problem = "a program runs on this board already; end it, or name another board with --board";
-    return kOwnFailure;
-  }
-  if (!write_head(directory, options, words, problem)) return kOwnFailure;
+  options.begin_record = [&](const Board& board, std::string* why_not) {
+    return write_head(directory, options, words, board, why_not);
+  };
   Run run(directory, options, as_seen_from_here(words), stdout_fd);
   *problem = run.problem();
   if (!problem->empty()) return kOwnFailure;
   const int status = run.wait();
   *problem = run.problem();
-  return status;
+  if (run.reached_board()) return status;
+  // Nothing was recorded.
+  std::error_code ignored;
+  if (fs::is_regular_file(options.trace)) fs::remove(options.trace, ignored);
+  if (problem->empty() && status < kFirstSignal && status != kOwnFailure)
+    *problem = "cannot record " + words[0] + ": it never reached the board";
+  return problem->empty() ? status : kOwnFailure;
 }
 
-int replay(const ReplayOptions& options, std::string* problem) {
+int replay(const ReplayOptions& options, const fs::path& scratch, std::string* problem) {
   Record recorded;
   if (!read_whole_record(options.record, &recorded, problem)) return kOwnFailure;
-  const Scratch scratch;
-  const BoardDirectory directory(scratch.path() / "board");
+  const BoardDirectory directory(scratch / "board");
   Board* board = directory.prepare(problem) ? directory.map(problem) : nullptr;
   if (board == nullptr) return kOwnFailure;
   if (!restore(recorded.head, directory, *board, problem)) {
@@ -425,7 +408,7 @@ int replay(const ReplayOptions& options, std::string* problem) {
   RunOptions run;
   run.virtual_time = true;
   run.replay = options.record;
-  run.trace = options.output.empty() ? (scratch.path() / "trace").string() : options.output;
+  run.trace = options.output.empty() ? (scratch / "trace").string() : options.output;
   const bool stopped = exit_status(recorded) < 0;
   run.for_us = recorded.end_us() - recorded.run.started_us + (stopped ? 0 : kGrace_us);
   const std::vector<std::string>& words =

@@ -32,7 +32,8 @@ bool read_whole_record(const std::string& file, Record* record, std::string* pro
 
 // Runs a command, as it was typed, on the board and records it in options.trace, with
 // all that the board had become before. Returns the exit status of the command, or
-// 125 with a text in `problem`. stdout_fd is that of Run.
+// 125 with a text in `problem`; there is no record of a command that never reached
+// the board. stdout_fd is that of Run.
 int make_record(const BoardDirectory& directory, RunOptions options,
                 const std::vector<std::string>& words, std::string* problem, int stdout_fd = -1);
 
@@ -43,9 +44,10 @@ struct ReplayOptions {
   bool json = false;
 };
 
-// Plays a record on a board of its own, compares what the program did to its devices
-// and prints the first difference. Returns 0 when there is none, 1 when there is one,
-// 125 with a text in `problem`.
-int replay(const ReplayOptions& options, std::string* problem);
+// Plays a record on a board of its own in the directory `scratch`, compares what the
+// program did to its devices and prints the first difference. Returns 0 when there is
+// none, 1 when there is one, 125 with a text in `problem`.
+int replay(const ReplayOptions& options, const std::filesystem::path& scratch,
+           std::string* problem);
 
 }  // namespace vboard

@@ -1,37 +1,17 @@
-// A board directory, and running a program on the board in a sandbox.
+// Running a program on a board, in a sandbox.
 #pragma once
 
 #include <sys/types.h>
 
 #include <filesystem>
+#include <functional>
 #include <string>
 #include <vector>
 
+#include "vboard/cli/board_directory.h"
 #include "vboard/core/board.h"
 
 namespace vboard {
-
-// What a board directory holds: board.state, and home/ which the program sees
-// as /home/tovin.
-class BoardDirectory {
- public:
-  explicit BoardDirectory(const std::filesystem::path& directory);
-
-  std::filesystem::path path() const { return directory_; }
-  std::filesystem::path state_file() const { return directory_ / "board.state"; }
-  std::filesystem::path home() const { return directory_ / "home"; }
-
-  // Makes a fresh board where there is none yet: state, home with version.ini,
-  // DSP firmware, the resident update script and `encode`. Returns false with a
-  // text in `problem`.
-  bool prepare(std::string* problem) const;
-
-  // The mapped state; null with a text in `problem`.
-  Board* map(std::string* problem) const;
-
- private:
-  std::filesystem::path directory_;
-};
 
 // Marks a board whose run is over: its clock stands, its processes are gone. The
 // board is that of this process.
@@ -44,9 +24,11 @@ struct RunOptions {
   std::string trace;         // file, "" for none
   std::string script;        // file, "" for none
   std::string host_log;      // file, "" for standard output
-  bool record = false;       // the trace becomes a record
-  std::string replay;        // record whose host and world act, "" for none
-  bool shell = false;        // an interactive shell with the program on its path
+  // Called when the board is this run's and as it was before it: writes the record's
+  // head. False with a text in `problem` when it cannot.
+  std::function<bool(const Board& board, std::string* problem)> begin_record = {};
+  std::string replay;  // record whose host and world act, "" for none
+  bool shell = false;  // an interactive shell with the program on its path
 };
 
 // A program on a board. The sandbox gives it its own /home/tovin, processes and
@@ -67,20 +49,30 @@ class Run {
   bool alive();
 
   // Waits for the end and returns the exit status as a shell shows it; 1 instead of
-  // 0 when a step of the script failed.
+  // 0 when a step of the script failed, 125 with a problem when the program did not
+  // start or a line of trace or host log was lost.
   int wait();
+
+  // True when the program was seen on the board.
+  bool reached_board() const { return reached_board_; }
 
   // Stops the program.
   void stop();
 
  private:
+  bool take_board(const BoardDirectory& directory, std::string* problem);
+  bool set_out(const RunOptions& options);
   void finish();
-  void await_all_gone();
+  std::string lost_output() const;
 
+  RunOptions options_;
+  std::string program_;
   Board* board_ = nullptr;
   int lock_fd_ = -1;
-  int alive_fd_ = -1;
+  int status_fd_ = -1;  // what bwrap tells of itself
   pid_t child_ = -1;
+  bool executed_ = false;  // not only the sandbox
+  bool reached_board_ = false;
   std::string problem_;
 };
 
@@ -89,12 +81,5 @@ std::string sandbox_problem();
 
 // A program named by a path is meant where the user stands, not on the board.
 std::vector<std::string> as_seen_from_here(std::vector<std::string> command);
-
-// The bytes of a file; "" when it cannot be read.
-std::string read_file(const std::filesystem::path& path);
-
-// Where the program's own helpers lie (preload library, encode): beside this
-// executable, or in lib/vboard of an installation. "" when missing.
-std::filesystem::path helper(const std::string& name);
 
 }  // namespace vboard

@@ -12,6 +12,7 @@
 #include <cstdarg>
 #include <cstdio>
 #include <new>
+#include <string>
 
 #include "vboard/core/real.h"
 #include "vboard/core/trace.h"
@@ -36,28 +37,56 @@ Board* new_board(void* place) {
   return board;
 }
 
+namespace {
+
+// Null with errno set.
+Board* map_file(int fd) {
+  void* place = mmap(nullptr, sizeof(Board), PROT_READ | PROT_WRITE, MAP_SHARED, fd, 0);
+  return place == MAP_FAILED ? nullptr : static_cast<Board*>(place);
+}
+
+// Gives the file its room, so that no later access finds the disk full.
+int make_in(int fd) {
+  int error = EINTR;
+  while (error == EINTR) error = posix_fallocate(fd, 0, sizeof(Board));
+  if (error != 0) return error;
+  Board* place = map_file(fd);
+  if (place == nullptr) return errno;
+  new_board(place);
+  munmap(place, sizeof(Board));
+  return 0;
+}
+
+}  // namespace
+
+bool make_board(const char* state_file) {
+  const std::string made = std::string(state_file) + ".new";
+  const int fd = real::open(made.c_str(), O_RDWR | O_CREAT | O_TRUNC | O_CLOEXEC, 0666);
+  if (fd < 0) return false;
+  int error = make_in(fd);
+  real::close(fd);
+  if (error == 0 && rename(made.c_str(), state_file) != 0) error = errno;
+  if (error == 0) return true;
+  unlink(made.c_str());
+  errno = error;
+  return false;
+}
+
 Board* map_board(const char* state_file) {
-  const int fd = real::open(state_file, O_RDWR | O_CREAT | O_CLOEXEC, 0666);
+  const int fd = real::open(state_file, O_RDWR | O_CLOEXEC);
   if (fd < 0) return nullptr;
   struct stat info = {};
-  const bool fresh = fstat(fd, &info) == 0 && info.st_size == 0;
-  if (fresh && ftruncate(fd, sizeof(Board)) != 0) {
-    real::close(fd);
-    return nullptr;
-  }
-  if (!fresh && info.st_size != static_cast<off_t>(sizeof(Board))) {
+  if (fstat(fd, &info) != 0 || info.st_size != static_cast<off_t>(sizeof(Board))) {
     real::close(fd);
     errno = EPROTO;
     return nullptr;
   }
-  void* place = mmap(nullptr, sizeof(Board), PROT_READ | PROT_WRITE, MAP_SHARED, fd, 0);
+  Board* board = map_file(fd);
   real::close(fd);
-  if (place == MAP_FAILED) return nullptr;
-  if (fresh) return new_board(place);
-  Board* board = static_cast<Board*>(place);
+  if (board == nullptr) return nullptr;
   if (board->magic != kBoardMagic || board->version != kBoardVersion ||
       board->size != sizeof(Board)) {
-    munmap(place, sizeof(Board));
+    munmap(board, sizeof(Board));
     errno = EPROTO;
     return nullptr;
   }

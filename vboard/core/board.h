@@ -283,6 +283,8 @@ struct Board {
   std::uint64_t trace_sequence = 0;
   char record_file[kLongestPath] = {};  // the run is recorded there; "" when it is not
   std::uint32_t failed_steps = 0;       // of this run's script
+  std::int32_t trace_errno = 0;         // why a line of trace or record was lost; 0: none was
+  std::int32_t host_log_errno = 0;      // the same of what the scripted host saw
 };
 
 // Holds the board's lock, which is shared by processes and survives the death
@@ -301,11 +303,14 @@ class Locked {
 // Makes `place` (sizeof(Board) bytes) a fresh board.
 Board* new_board(void* place);
 
-// Maps the state file, creating a fresh board when there is none. Returns null
-// with errno set, EPROTO for a file of another version.
+// Makes a state file with a fresh board, whole or not at all; one process at a time
+// may. Returns false with errno set.
+bool make_board(const char* state_file);
+
+// Maps a state file. Returns null with errno set, EPROTO for one of another version.
 Board* map_board(const char* state_file);
 
-// True while a launcher holds the lock of this board directory.
+// True while a run holds the lock of this board directory.
 bool board_in_use(const char* directory);
 
 // Records something that a driver must not do; the first text is kept.

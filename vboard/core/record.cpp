@@ -24,11 +24,12 @@ namespace {
 RecordSink listening = nullptr;
 std::int64_t last_acted_us = -1;  // by host or world, of this process
 
-void append(const char* file, const std::string& line) {
-  const int fd = real::open(file, O_WRONLY | O_APPEND | O_CLOEXEC);
-  if (fd < 0) return;
-  [[maybe_unused]] const ssize_t wrote = real::write(fd, line.data(), line.size());
-  real::close(fd);
+// A line that is lost fails the run.
+void append(Board& board, const std::string& line) {
+  const int fd = real::open(board.record_file, O_WRONLY | O_APPEND | O_CLOEXEC);
+  const ssize_t wrote = fd < 0 ? -1 : real::write(fd, line.data(), line.size());
+  if (wrote != static_cast<ssize_t>(line.size())) board.trace_errno = wrote < 0 ? errno : ENOSPC;
+  if (fd >= 0) real::close(fd);
 }
 
 const char* encoder_state(const EncoderState& encoder) {
@@ -83,7 +84,7 @@ void record(Board& board, const char* who, const std::string& what) {
   if (listening != nullptr)
     listening(line);
   else
-    append(board.record_file, line);
+    append(board, line);
 }
 
 void record_look(Board& board) {

@@ -48,7 +48,10 @@ void flush_trace() {
   while (done < trace_file->used) {
     const ssize_t wrote =
         real::write(trace_file->fd, trace_file->buffer + done, trace_file->used - done);
-    if (wrote <= 0) break;
+    if (wrote <= 0) {
+      board_of_process().trace_errno = errno;
+      break;
+    }
     done += static_cast<std::size_t>(wrote);
   }
   trace_file->used = 0;
@@ -77,7 +80,8 @@ void open_trace(const char* path) {
     fprintf(stderr, "vboard: cannot open trace file %s: %s\n", path, strerror(errno));
     return;
   }
-  if (lseek(trace_file->fd, 0, SEEK_END) <= 0) dprintf(trace_file->fd, "%s\n", kTraceHeader);
+  if (lseek(trace_file->fd, 0, SEEK_END) <= 0 && dprintf(trace_file->fd, "%s\n", kTraceHeader) < 0)
+    board_of_process().trace_errno = errno;
   set_trace_sink(append_trace);
 }
 
@@ -147,12 +151,12 @@ __attribute__((constructor)) void begin() {
   seam::Settings settings;
   settings.encoder_in_process = board->clock.mode == TimeMode::kVirtual;
   seam::start(*board, settings);
-  __atomic_add_fetch(&board->clock.running, 1, __ATOMIC_RELAXED);
   if (const char* path = getenv("VBOARD_TRACE")) open_trace(path);
   if (recording(*board) && trace_file != nullptr) start_recording();
   if (const char* record_file = getenv("VBOARD_REPLAY")) start_replay(record_file, operations_done);
   if (const char* script = getenv("VBOARD_SCRIPT"))
     start_script(script, getenv("VBOARD_HOST_LOG"), stop_program);
+  __atomic_add_fetch(&board->clock.running, 1, __ATOMIC_RELAXED);
   atexit(at_exit);
 }
 

@@ -222,6 +222,10 @@ void do_melk(const Step& step, const Script& script, Board& board) {
   fail(step, script, board, "exit status " + std::to_string(status));
 }
 
+void flush(FILE* log, Board& board) {
+  if (fflush(log) != 0) board.host_log_errno = errno;
+}
+
 void do_step(const Step& step, const Script& script, Board& board) {
   FILE* log = script.log;
   if (step.what.empty()) return;
@@ -236,10 +240,10 @@ void do_step(const Step& step, const Script& script, Board& board) {
   } else if (step.what == "collect") {
     do_collect(step, log, board);
   } else {
-    fflush(log);
+    flush(log, board);
     script.end();
   }
-  fflush(log);
+  flush(log, board);
 }
 
 void* run_script(void* given) {
