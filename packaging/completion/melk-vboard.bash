@@ -30,12 +30,33 @@ _melk_vboard_operations() {
   "$1" operations 2>/dev/null | awk -v section="$2" '/^[A-Z]/ { at = $1 } at == section && /^  / { print $1 }'
 }
 
+# What may stand behind the name of a fault, as `vboard operations` has it: the devices
+# that end the line of one that wants a DEVICE, words of "DELAY|never"; and "off".
+_melk_vboard_fault() {
+  "$1" operations 2>/dev/null | awk -v name="$2" '
+    /^[A-Z]/ { at = $1 }
+    at == "Fault" && $1 == name {
+      if ($2 == "DEVICE" && sub(/.*: /, "")) print
+      else if (split($2, words, "|") > 1) print words[2]
+    }'
+  echo off
+}
+
 # Positional arguments of a help text: files, alternatives, or names of the world.
+# Behind the word are those between it and the command.
 _melk_vboard_positionals() {
   local program=$1 command=$2 word=$3 rest
+  local -a given=("${@:4}")
   rest=$(awk '/^[A-Z][A-Za-z ]*:$/ { listed = /^Positionals:/ } listed && /^  / { print }')
   case $command in
-    fault) mapfile -t COMPREPLY < <(compgen -W "$(_melk_vboard_operations "$program" Fault) off" -- "$word") ;;
+    fault)
+      case ${#given[@]} in
+        0) rest=$(_melk_vboard_operations "$program" Fault) ;;
+        1) rest=$(_melk_vboard_fault "$program" "${given[0]}") ;;
+        *) rest=off ;;
+      esac
+      mapfile -t COMPREPLY < <(compgen -W "$rest" -- "$word")
+      ;;
     set-standard) mapfile -t COMPREPLY < <(compgen -W "$(_melk_vboard_operations "$program" Standard)" -- "$word") ;;
     *)
       if [[ $rest =~ (^|$'\n')"  "(FILE|PACKAGE|DIR|TRACE|file|trace|command)" " ]]; then
@@ -90,7 +111,7 @@ _melk_vboard() {
   elif [[ -z $command ]]; then
     mapfile -t COMPREPLY < <(compgen -W "$commands" -- "$word")
   else
-    _melk_vboard_positionals "$program" "$command" "$word" <<<"$own"
+    _melk_vboard_positionals "$program" "$command" "$word" "${COMP_WORDS[@]:i+1:COMP_CWORD-i-1}" <<<"$own"
   fi
 }
 

@@ -52,6 +52,13 @@ def options(program, *words):
     return {name for entry in sections(helped(program, *words)).get("Options", []) for name in entry.split(",")}
 
 
+def fault_lines(vboard):
+    """Faults by name, with what `vboard operations` says behind it."""
+    listed = subprocess.run([vboard, "operations"], capture_output=True, text=True, check=True).stdout
+    lines = listed.partition("\nFault\n")[2].partition("\n\n")[0].split("\n")
+    return dict(line.split(None, 1) for line in lines if line.startswith("  "))
+
+
 def findings(melk, vboard):
     def expect(what, is_, should):
         if is_ != should:
@@ -74,6 +81,15 @@ def findings(melk, vboard):
     yield from expect("flag and then an argument", completed(melk, "registers", "--full", ""), set())
     yield from expect("sources", completed(vboard, "source", ""), {"component", "vga", "composite", "none"})
     yield from expect("a fault", completed(vboard, "fault", "video-l"), {"video-loss"})
+    faults = fault_lines(vboard)
+    yield from expect("faults", completed(vboard, "fault", ""), set(faults))
+    devices = set(re.search(r"is gone: (.*)", faults["missing"]).group(1).split())
+    yield from expect("devices", completed(vboard, "fault", "missing", ""), devices | {"off"})
+    yield from expect("a device", completed(vboard, "fault", "missing", "fp"), {"fpga", "fpga2"})
+    yield from expect("behind a device", completed(vboard, "fault", "missing", "i2c", ""), {"off"})
+    yield from expect("behind a fault", completed(vboard, "fault", "stall", ""), {"off"})
+    yield from expect("a chip's number", completed(vboard, "fault", "i2c-fail", ""), {"off"})
+    yield from expect("a word of a fault", completed(vboard, "fault", "nstatus", ""), {"never", "off"})
     yield from expect("standards", completed(vboard, "set-standard", "480"), {"480i", "480p"})
     with tempfile.TemporaryDirectory() as place:
         for name in ("hd.ini", "other"):
