@@ -162,21 +162,48 @@ TEST(VboardSandbox, blanks_and_colons_in_the_path_of_the_programs_do_no_harm) {
   EXPECT_EQ(result.err, "");
 }
 
-// A bwrap that fails as it does without user namespaces.
+// `vboard` on this board with a bwrap that fails with these words.
+std::string vboard_without_sandbox(const BoardRun& board, const std::string& words) {
+  board.put_file("bin/bwrap", "#!/bin/sh\necho '" + words + "' >&2\nexit 1\n");
+  std::filesystem::permissions(board.path("bin/bwrap"), std::filesystem::perms::owner_all);
+  return "PATH=" + board.path("bin") + ":$PATH " + vboard_program() + " --board " +
+         board.path("..");
+}
+
 TEST(VboardSandbox, refused_namespaces_are_told_and_what_to_do) {
   BoardRun board;
-  board.put_file("bin/bwrap",
-                 "#!/bin/sh\necho 'bwrap: No permissions to create new namespace' >&2\nexit 1\n");
-  std::filesystem::permissions(board.path("bin/bwrap"), std::filesystem::perms::owner_all);
   const std::string vboard =
-      "PATH=" + board.path("bin") + ":$PATH " + vboard_program() + " --board " + board.path("..");
+      vboard_without_sandbox(board, "bwrap: No permissions to create new namespace");
   for (const char* arguments : {" run --virtual -- true", " demo"}) {
     const Result result = shell(vboard + arguments);
     EXPECT_EQ(result.status, 125) << arguments;
     EXPECT_EQ(result.out, "");
+    EXPECT_THAT(result.err, testing::HasSubstr("No permissions to create new namespace\n"));
     EXPECT_THAT(result.err, testing::HasSubstr("user namespaces are switched off"));
     EXPECT_THAT(result.err, testing::HasSubstr("kernel.unprivileged_userns_clone=1"));
   }
+}
+
+TEST(VboardSandbox, other_failures_are_told_in_the_words_of_bwrap_alone) {
+  BoardRun board;
+  const std::string words = "bwrap: Failed to make / slave: Invalid argument";
+  const std::string vboard = vboard_without_sandbox(board, words);
+  for (const char* arguments : {" run --virtual -- true", " demo"}) {
+    const Result result = shell(vboard + arguments);
+    EXPECT_EQ(result.status, 125) << arguments;
+    EXPECT_THAT(result.err,
+                testing::HasSubstr("vboard: the sandbox cannot be set up: " + words + "\n"));
+    EXPECT_THAT(result.err, testing::Not(testing::HasSubstr("user namespaces")));
+  }
+}
+
+TEST(VboardSandbox, program_without_a_path_is_the_one_beside_it) {
+  BoardRun board;
+  EXPECT_EQ(board.vboard("run --virtual -- vantorig -wrreg 0x102 0x55").status, 0);
+  EXPECT_EQ(board.vboard("run --virtual -- vantorig -rdreg 0x102").out, "addr 0x102: 0x55\n");
+  const Result result = shell("cd / && echo 'vantorig -rdreg 0x102' | " + vboard_program() +
+                              " --board " + board.path("..") + " shell --speed 20");
+  EXPECT_THAT(result.out, testing::HasSubstr("addr 0x102: 0x55\n")) << result.err;
 }
 
 TEST(VboardSandbox, missing_bubblewrap_is_told_with_its_package) {

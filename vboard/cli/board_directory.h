@@ -47,7 +47,7 @@ std::vector<Furnishing> furnishings(std::string* problem);
 // The bytes of a file; "" when it cannot be read.
 std::string read_file(const std::filesystem::path& path);
 
-// Where the program's own helpers lie (preload library, encode): beside this
+// Where the program's own helpers lie (preload library, encode, vantorig): beside this
 // executable, or in lib/vboard of an installation. "" when missing.
 std::filesystem::path helper(const std::string& name);
 

@@ -98,12 +98,12 @@ int run_program(const BoardDirectory& directory, const RunOptions& options,
 }
 
 // A shell on the board: `vantorig` in it is the program on the virtual board.
-int shell(const fs::path& directory, RunOptions options, const std::string& program) {
+int shell(const fs::path& directory, RunOptions options, const std::string& name) {
   options.shell = true;
+  const std::string program = fs::absolute(as_seen_from_here({name})[0]);
   if (access(program.c_str(), X_OK) != 0)
     return complain("cannot run " + program + ": " + strerror(errno));
-  const std::string script = "vantorig() { LD_PRELOAD=\"$VBOARD_LIBRARY\" '" +
-                             fs::absolute(program).string() +
+  const std::string script = "vantorig() { LD_PRELOAD=\"$VBOARD_LIBRARY\" '" + program +
                              "' \"$@\"; }\n"
                              "PS1='board:\\w\\$ '\n";
   const fs::path start = BoardDirectory(directory).path() / "shellrc";
@@ -143,7 +143,7 @@ struct Arguments {
   std::string record_file;
   ReplayOptions replay;
   TimelineOptions timeline;
-  std::string shell_program = "build/vantorig";
+  std::string shell_program = kProgram;
   RunOptions shell;
   DemoOptions demo;
   std::string trace_file;
@@ -180,18 +180,18 @@ void take_run_options(CLI::App* one, Arguments& arguments) {
 
 void declare_runs(CLI::App& app, Arguments& arguments) {
   CLI::App* run =
-      declare(app, "run", "run a program on the board", "run --speed 5 -- build/vantorig -602");
+      declare(app, "run", "run a program on the board", "run --speed 5 -- vantorig -602");
   run->add_option("--trace", arguments.run.trace, "append every device operation to this file");
   take_run_options(run, arguments);
 
   CLI::App* record = declare(app, "record", "run a program and record it, host and world included",
-                             "record -o run.trace -- build/vantorig -602");
+                             "record -o run.trace -- vantorig -602");
   record->add_option("-o,--output", arguments.run.trace, "the record")->required();
   take_run_options(record, arguments);
 
   CLI::App* replay =
       declare(app, "replay", "play a record again and compare what the program does now",
-              "replay run.trace -- build/vantorig -602");
+              "replay run.trace -- ./vantorig -602");
   replay->add_option("record", arguments.replay.record, "what vboard record made")
       ->required()
       ->check(CLI::ExistingFile);
@@ -208,9 +208,10 @@ void declare_runs(CLI::App& app, Arguments& arguments) {
   timeline->add_option("-o,--output", arguments.timeline.output, "the picture, SVG")->required();
   timeline->add_option("--title", arguments.timeline.title, "its heading");
 
-  CLI::App* shell =
-      declare(app, "shell", "an interactive shell on the board", "shell --program build/vantorig");
-  shell->add_option("--program", arguments.shell_program, "the program that `vantorig` runs")
+  CLI::App* shell = declare(app, "shell", "an interactive shell on the board", "shell --speed 5");
+  shell
+      ->add_option("--program", arguments.shell_program,
+                   "what `vantorig` runs there, its own without a path")
       ->capture_default_str();
   shell->add_option("--speed", arguments.shell.speed, "board seconds per real second")
       ->check(kSpeed);
@@ -383,7 +384,7 @@ int follow(const std::string& word, Arguments& arguments) {
 
 constexpr char kOverview[] =
     "Example:\n"
-    "  vboard run --speed 5 -- build/vantorig -602     # in one terminal\n"
+    "  vboard run --speed 5 -- vantorig -602           # in one terminal\n"
     "  vboard source none                              # in another: pull the plug\n"
     "\n"
     "Each command explains itself with --help. Exit status: that of the program for run,\n"

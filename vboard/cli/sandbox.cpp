@@ -11,6 +11,7 @@
 #include <csignal>
 #include <cstdlib>
 #include <cstring>
+#include <fstream>
 #include <sstream>
 
 #include "vboard/cli/keeper.h"
@@ -104,27 +105,64 @@ std::string output_problem(const std::string& file) {
   return {};
 }
 
+// What comes through a pipe until its end.
+std::string all_of(int fd) {
+  std::string text;
+  char piece[512];
+  for (ssize_t size; (size = real::read(fd, piece, sizeof piece)) > 0;)
+    text.append(piece, static_cast<std::size_t>(size));
+  return text;
+}
+
+// A plain chroot has no mount point at its root.
+bool in_a_chroot() {
+  std::ifstream mounts("/proc/self/mountinfo");
+  if (!mounts) return false;
+  for (std::string line; std::getline(mounts, line);) {
+    std::string id, parent, device, root, mount_point;
+    std::istringstream(line) >> id >> parent >> device >> root >> mount_point;
+    if (mount_point == "/") return false;
+  }
+  return true;
+}
+
+// What to do about a sandbox of which bwrap says these words; "" when they must do.
+std::string hint_for(const std::string& words) {
+  if (in_a_chroot())
+    return "\nThis is a chroot, where bwrap finds no mount point at the root: a container has one.";
+  if (words.find("namespace") == std::string::npos && words.find("uid map") == std::string::npos)
+    return {};
+  return "\nUnprivileged user namespaces are switched off on this machine. Switch them on (sysctl "
+         "kernel.unprivileged_userns_clone=1, or user.max_user_namespaces above 0) or run as "
+         "root.";
+}
+
 }  // namespace
 
 std::string sandbox_problem() {
-  const int quiet = open("/dev/null", O_RDWR | O_CLOEXEC);
+  int told[2] = {-1, -1};
+  if (pipe2(told, O_CLOEXEC) != 0) return std::string("cannot make a pipe: ") + strerror(errno);
   const pid_t child = start_program({"bwrap", "--dev-bind", "/", "/", "--proc", "/proc",
                                      "--unshare-pid", "--unshare-ipc", "true"},
-                                    quiet);
-  close(quiet);
+                                    told[1]);
+  close(told[1]);
+  std::string words = all_of(told[0]);
+  close(told[0]);
+  if (words.ends_with('\n')) words.pop_back();
   int status = 0;
   const bool ended = child > 0 && waitpid(child, &status, 0) == child;
   program_ended();
   if (ended && shell_status(status) == 0) return {};
   if (shell_status(status) == kNotFound) return "cannot run bwrap (package bubblewrap)";
-  return "the sandbox cannot be set up: unprivileged user namespaces are switched off on this "
-         "machine. Switch them on (sysctl kernel.unprivileged_userns_clone=1, or "
-         "user.max_user_namespaces above 0) or run as root.";
+  return "the sandbox cannot be set up: " + words + hint_for(words);
 }
 
 std::vector<std::string> as_seen_from_here(std::vector<std::string> command) {
-  if (!command.empty() && command[0].find('/') != std::string::npos)
-    command[0] = fs::absolute(command[0]);
+  std::string& program = command[0];
+  if (program.find('/') != std::string::npos)
+    program = fs::absolute(program);
+  else if (program == kProgram && !helper(kProgram).empty())
+    program = helper(kProgram);
   return command;
 }
 

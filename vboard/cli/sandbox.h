@@ -76,10 +76,15 @@ class Run {
   std::string problem_;
 };
 
-// Why the sandbox cannot be set up on this machine; "" when it can.
+// Why the sandbox cannot be set up on this machine, in the words of bwrap; "" when it
+// can.
 std::string sandbox_problem();
 
-// A program named by a path is meant where the user stands, not on the board.
+// The program that is made for the board; a helper.
+inline constexpr char kProgram[] = "vantorig";
+
+// A program named by a path is meant where the user stands, not on the board; kProgram
+// without a path is the helper. `command` has at least one word.
 std::vector<std::string> as_seen_from_here(std::vector<std::string> command);
 
 }  // namespace vboard
