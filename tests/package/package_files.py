@@ -1,8 +1,10 @@
 """What is in the packages: every file in its place with its mode, the installed tools
 at work, and the tarball the same bytes when it is packed again."""
 
+import gzip
 import os
 import pathlib
+import re
 import sys
 import tarfile
 
@@ -51,6 +53,23 @@ def check_tarball(found, build, place):
         found.check("hd.ini" not in name or "share" in name, f"{name}: the service would empty it")
 
 
+def check_places(found, prefix):
+    """Manual pages and help texts name what is installed, nothing of the source tree."""
+    texts = {page: gzip.decompress((prefix / "share/man" / page).read_bytes()).decode() for page in MAN_PAGES}
+    for program in ("melk", "vboard"):
+        texts[f"{program} --help"] = overview = common.run(prefix / "bin" / program, "--help").stdout
+        for word in set(re.findall(r"^  ([a-z][a-z-]+) ", overview, re.MULTILINE)):
+            texts[f"{program} {word} --help"] = common.run(prefix / "bin" / program, word, "--help").stdout
+    found.check(len(texts) > 40, f"only {len(texts)} texts: {sorted(texts)}")
+    named = set()
+    for name, text in texts.items():
+        found.check(not re.search(r"(?<![\w/])(build|packaging|docs)/", text), f"{name}: a place of the source tree")
+        named |= set(re.findall(r"(?<![\w/])/usr/([\w/.-]+\w)", text))
+    found.check("share/doc/vantorig-tools/hd.ini" in named, f"named are {named}")
+    for one in sorted(named):
+        found.check((prefix / one).exists(), f"/usr/{one} is named and not installed")
+
+
 def check_tools(found, build, place):
     prefix = place / "usr"
     installed = common.run("cmake", "--install", build, "--component", "tools", "--prefix", prefix)
@@ -59,8 +78,9 @@ def check_tools(found, build, place):
         found.check((prefix / name).is_file(), f"{name} is not installed")
     board = place / "board"
     run = [prefix / "bin/vboard", "--board", board, "run", "--virtual", "--"]
-    helped = common.run(*run, prefix / "lib/vboard/vantorig", "-help", cwd=place)
+    helped = common.run(*run, "vantorig", "-help", cwd=place)
     found.check("help for command line to vantorig" in helped.stdout, helped.stdout)
+    check_places(found, prefix)
     found.check((board / "home/encode").exists(), "the board finds the installed encode")
     found.check((board / "home/update.sh").exists(), "the board has its update script")
     told = common.run(prefix / "bin/melk", "--version", cwd=place)
