@@ -10,13 +10,11 @@
 #include "hw/fpga_registers.h"
 
 static constexpr char kCaptureFile[] = "/mnt/tovin/home/pero/lumos.ac3";
-static constexpr int kLoopControlCapture = 4;
-static constexpr unsigned kPendingMask = 0x3FFF;  // bits 13-0 of the capture status
 static constexpr int kManyWords = 1000;
 
 static void start_capture() {
   printf("loop_control=0x%x\n", GetValue(kRegCaptureLoop));
-  SetValue(kRegCaptureLoop, kLoopControlCapture);
+  SetValue(kRegCaptureLoop, kCaptureLoopOn);
   printf("loop_control=0x%x\n", GetValue(kRegCaptureLoop));
   printf("status=0x%x\n", GetValue(kRegCaptureStatus));
   printf("date_from_fifo=0x%x\n", GetValue(kRegCaptureData));
@@ -25,7 +23,7 @@ static void start_capture() {
 // Moves the pending words to the file; without a file they are dropped. What a
 // round brought is flushed, so that it survives the kill.
 static void capture_round(FILE* file) {
-  const int pending = static_cast<int>(GetValue(kRegCaptureStatus) & kPendingMask);
+  const int pending = static_cast<int>(GetValue(kRegCaptureStatus) & kCapturePendingMask);
   if (pending > kManyWords) printf("more than 1000 words!! - words_pending=%d\n", pending);
   for (int count = 0; count < pending; ++count) {
     const auto word = static_cast<std::uint16_t>(GetValue(kRegCaptureData));
@@ -34,8 +32,8 @@ static void capture_round(FILE* file) {
   if (file != nullptr && pending > 0) fflush(file);
 }
 
-int ac3_test() {
-  if (const int started = start_service_threads(); started < 0) return started;
+int ac3_test(bool status_file) {
+  if (const int started = start_service_threads(status_file); started < 0) return started;
   puts("end configure");
   // Held open beside the link's handle, as the service does for its LEDs.
   open_fpga_stream(kSecondHandleNotOpened);

@@ -1,16 +1,15 @@
-// The options of vantorig: one table for the scan, one procedure for the fixed
-// order in which the flagged commands act.
+// The options of vantorig: one table, in the order in which they act.
 //
-// The first ten options are looked for in the first argument only, once for
-// every argument there is; so those that act during the scan act that often.
-// Operands stand at fixed positions, wherever the option stood.
+// The options looked for in the first argument are looked for there once for every
+// argument there is; so those that act at once act that often. Operands stand at
+// fixed positions, wherever the option stood.
 #include "app/command_line.h"
 
 #include <unistd.h>
 
-#include <cstdint>
 #include <cstdio>
 #include <cstring>
+#include <iterator>
 
 #include "app/ac3_test.h"
 #include "app/help.h"
@@ -25,63 +24,15 @@
 #include "diag/tvp7002_bench.h"
 #include "hostlink/transfer.h"
 #include "hw/bitstream.h"
-#include "hw/fpga.h"
 #include "hw/gpio.h"
-#include "hw/shared_memory_davinci.h"
+#include "hw/time_units.h"
 #include "state/service_flags.h"
-#include "video/capture.h"
-#include "video/tvp7002.h"
 
-static constexpr int kMillisecond_us = 1000;
-static constexpr int kSecond_us = 1'000'000;
-
-enum Flag : int {
-  kHelp,
-  kLoadBf,
-  kOffset,
-  kBfRw,
-  kIpipeRw,
-  kIsifRw,
-  kTvp5150Rw,
-  kTvp5150,
-  kWr,
-  kRestor,
-  kLoadF,
-  kLoadW,
-  kPll,
-  kI2cBf,
-  kVblkTest,
-  kVblkRw,
-  kI2cBfStart,
-  kBfVersion,
-  kBfStatus,
-  k7353,
-  kBlk,
-  kAaBlk,
-  kI2c,
-  k7002,
-  kRdReg,
-  kWrReg,
-  kService,
-  kAc3,
-  k4192,
-  kReg,
-  kTs,
-  kPerf,
-  kGpio,
-  kFlagCount
-};
-
-struct CommandLine {
-  int argc;
-  char** argv;
-  bool flag[kFlagCount];
-  int offset_x;
-  int offset_y;
-  const char* bitstream;
-};
+using Line = CommandLine&;
 
 // --- operands ------------------------------------------------------------
+
+static constexpr std::size_t kPrefixLength = 3;  // "-f=", "-w="
 
 // The number at an argument position; 0 when it is missing or is no number.
 static int operand(const CommandLine& line, int position) {
@@ -90,346 +41,205 @@ static int operand(const CommandLine& line, int position) {
   return value;
 }
 
-// The register utilities take their third operand only to write (rw = 0).
-static int operand_to_write(const CommandLine& line, int rw) {
-  return rw == 0 ? operand(line, 4) : 0;
+static bool word_is(const CommandLine& line, int position, const char* word) {
+  return position < line.argc && strcmp(line.argv[position], word) == 0;
 }
 
-static bool argument_is(const CommandLine& line, int position, const char* word) {
-  return strcmp(line.argv[position], word) == 0;
+// The file name comes from the first argument, wherever the option stood.
+static const char* file_name(const CommandLine& line) {
+  const char* first = line.argv[1];
+  return strlen(first) > kPrefixLength ? first + kPrefixLength : "";
 }
 
-// --- scan ----------------------------------------------------------------
-
-static constexpr std::size_t kPrefixLength = 3;  // "-f=", "-w="
-
-static void scan_help(CommandLine&) { print_help(); }
-
-static void scan_load_bf(CommandLine&) { Load_BF(); }
-
-static void scan_offset(CommandLine& line) {
-  line.offset_x = operand(line, 2);
-  line.offset_y = operand(line, 3);
+// Operands of the register utilities; the third only to write (rw = 0).
+struct RegisterUse {
+  int rw;
+  int reg;
+  int data;
+};
+static RegisterUse register_use(const CommandLine& line) {
+  const int rw = operand(line, 2);
+  return {rw, operand(line, 3), rw == 0 ? operand(line, 4) : 0};
 }
 
-static void scan_restor(CommandLine&) {
+// --- actions -------------------------------------------------------------
+
+static void restore(Line) {
   puts(" Go to Restor  command");
   restor_from_manufacture();
 }
 
-// The name comes from the first argument, wherever the option stood.
-static void scan_bitstream(CommandLine& line) {
-  const char* first = line.argv[1];
-  line.bitstream = strlen(first) > kPrefixLength ? first + kPrefixLength : "";
+static void set_offset(Line line) {
+  const int x = operand(line, 2);
+  const int y = operand(line, 3);
+  printf("Set Offset x=%d y=%d\n", x, y);
+  Offset(x, y);
 }
 
-enum class Look { kFirstArgument, kEachArgument };
-enum class Match { kWhole, kPrefix };
-
-struct Option {
-  const char* text;
-  Look look;
-  Match match;
-  Flag flag;
-  int skip;                       // arguments passed over behind the option
-  void (*at_once)(CommandLine&);  // done during the scan; null: nothing
-};
-
-// clang-format off
-static constexpr Option kOptions[] = {
-    {"-help",      Look::kFirstArgument, Match::kWhole,  kHelp,       0, scan_help},
-    {"-loadbf",    Look::kFirstArgument, Match::kWhole,  kLoadBf,     0, scan_load_bf},
-    {"-offset",    Look::kFirstArgument, Match::kWhole,  kOffset,     0, scan_offset},
-    {"-bf_rw",     Look::kFirstArgument, Match::kWhole,  kBfRw,       0, nullptr},
-    {"-ipiperw",   Look::kFirstArgument, Match::kWhole,  kIpipeRw,    0, nullptr},
-    {"-isifrw",    Look::kFirstArgument, Match::kWhole,  kIsifRw,     0, nullptr},
-    {"-5150rw",    Look::kFirstArgument, Match::kWhole,  kTvp5150Rw,  0, nullptr},
-    {"-5150",      Look::kFirstArgument, Match::kWhole,  kTvp5150,    0, nullptr},
-    {"-wr",        Look::kFirstArgument, Match::kWhole,  kWr,         0, nullptr},
-    {"-restor",    Look::kFirstArgument, Match::kWhole,  kRestor,     0, scan_restor},
-    {"-f=",        Look::kEachArgument,  Match::kPrefix, kLoadF,      0, scan_bitstream},
-    {"-w=",        Look::kEachArgument,  Match::kPrefix, kLoadW,      0, scan_bitstream},
-    {"-pll",       Look::kEachArgument,  Match::kWhole,  kPll,        0, nullptr},
-    {"-i2c_bf",    Look::kEachArgument,  Match::kWhole,  kI2cBf,      0, nullptr},
-    {"-vblk_test", Look::kEachArgument,  Match::kWhole,  kVblkTest,   0, nullptr},
-    {"-vblk_rw",   Look::kEachArgument,  Match::kWhole,  kVblkRw,     0, nullptr},
-    {"-i2c_bf_st", Look::kEachArgument,  Match::kWhole,  kI2cBfStart, 0, nullptr},
-    {"-rdver_bf",  Look::kEachArgument,  Match::kWhole,  kBfVersion,  0, nullptr},
-    {"-rdstat_bf", Look::kEachArgument,  Match::kWhole,  kBfStatus,   0, nullptr},
-    {"-7353",      Look::kEachArgument,  Match::kWhole,  k7353,       0, nullptr},
-    {"-blk",       Look::kEachArgument,  Match::kWhole,  kBlk,        0, nullptr},
-    {"-aablk",     Look::kEachArgument,  Match::kWhole,  kAaBlk,      0, nullptr},
-    {"-i2c",       Look::kEachArgument,  Match::kWhole,  kI2c,        0, nullptr},
-    {"-7002",      Look::kEachArgument,  Match::kWhole,  k7002,       0, nullptr},
-    {"-rdreg",     Look::kEachArgument,  Match::kWhole,  kRdReg,      0, nullptr},
-    {"-wrreg",     Look::kEachArgument,  Match::kWhole,  kWrReg,      0, nullptr},
-    {"-602",       Look::kEachArgument,  Match::kWhole,  kService,    0, nullptr},
-    {"-ac3",       Look::kEachArgument,  Match::kWhole,  kAc3,        0, nullptr},
-    {"-4192",      Look::kEachArgument,  Match::kWhole,  k4192,       0, nullptr},
-    {"-reg",       Look::kEachArgument,  Match::kWhole,  kReg,        0, nullptr},
-    {"-ts",        Look::kEachArgument,  Match::kWhole,  kTs,         2, nullptr},
-    {"-perf",      Look::kEachArgument,  Match::kWhole,  kPerf,       0, nullptr},
-    {"-gpio",      Look::kEachArgument,  Match::kWhole,  kGpio,       0, nullptr},
-};
-// clang-format on
-static_assert(sizeof kOptions / sizeof kOptions[0] == kFlagCount);
-
-static bool matches(const Option& option, const char* argument) {
-  if (option.match == Match::kPrefix) return strncmp(argument, option.text, kPrefixLength) == 0;
-  return strcmp(argument, option.text) == 0;
-}
-
-// Raises the flag of the first option of one kind that the argument names.
-// Returns the arguments to pass over; unknown arguments are ignored.
-static int scan_argument(CommandLine& line, Look look, const char* argument) {
-  for (const Option& option : kOptions) {
-    if (option.look != look || !matches(option, argument)) continue;
-    line.flag[option.flag] = true;
-    if (option.at_once != nullptr) option.at_once(line);
-    return option.skip;
-  }
-  return 0;
-}
-
-static void scan(CommandLine& line) {
-  for (int index = 1; index < line.argc; ++index) {
-    scan_argument(line, Look::kFirstArgument, line.argv[1]);
-    index += scan_argument(line, Look::kEachArgument, line.argv[index]);
-  }
-}
-
-// --- single commands -----------------------------------------------------
-
-static void set_offset(const CommandLine& line) {
-  printf("Set Offset x=%d y=%d\n", line.offset_x, line.offset_y);
-  Offset(line.offset_x, line.offset_y);
-}
-
-static void configure_dsp(const CommandLine& line) {
+static void configure_dsp(Line line) {
   constexpr int kMode = 1;
-  constexpr int kParameter = 100;
-  blkfn_config_cmd(kMode, kParameter, operand(line, 2));
+  constexpr int kVolume = 100;
+  blkfn_config_cmd(kMode, kVolume, operand(line, 2));
   usleep(kSecond_us);
   usleep(kSecond_us);
 }
 
-static void dsp_register(const CommandLine& line) {
-  const int rw = operand(line, 2);
-  const int reg = operand(line, 3);
+static void dsp_register(Line line) {
+  const auto [rw, reg, data] = register_use(line);
+  const int answer = WritereadCODEC(rw & 0xFF, reg & 0xFF, data);
   if (rw != 0) {
-    const int data = WritereadCODEC(rw & 0xFF, reg & 0xFF, 0);
     printf("Blackfin Reg util Read reg=0x%x get data=0x%x", static_cast<unsigned>(reg),
-           static_cast<unsigned>(data));
+           static_cast<unsigned>(answer));
   } else {
-    const int data = operand(line, 4);
-    WritereadCODEC(0, reg & 0xFF, data);
     printf("Blackfin Reg util Write to reg=0x%x data=0x%x", static_cast<unsigned>(reg),
            static_cast<unsigned>(data));
   }
 }
 
-static void isif_register(const CommandLine& line) {
-  const int rw = operand(line, 2);
-  isif_reg_util(rw, operand(line, 3), operand_to_write(line, rw));
+static void isif_register(Line line) {
+  const auto [rw, reg, value] = register_use(line);
+  isif_reg_util(rw, reg, value);
 }
 
-static void ipipe_register(const CommandLine& line) {
-  const int rw = operand(line, 2);
-  ipipe_reg_util(rw, operand(line, 3), operand_to_write(line, rw));
+static void ipipe_register(Line line) {
+  const auto [rw, reg, value] = register_use(line);
+  ipipe_reg_util(rw, reg, value);
 }
 
-static void video_chip_register(const CommandLine& line) {
-  const int rw = operand(line, 2);
-  const int reg = operand(line, 3);
-  const int data = operand_to_write(line, rw);
-  if (line.flag[kTvp5150Rw]) {
-    TVP5150_RW(rw & 0xFF, reg, data);
-  } else {
-    VBLK_RW(rw & 0xFF, reg, data);
-  }
+static void tvp5150_register(Line line) {
+  const auto [rw, reg, data] = register_use(line);
+  TVP5150_RW(rw & 0xFF, reg, data);
 }
 
-static void start_dsp() {
+static void tvp7002_register(Line line) {
+  const auto [rw, reg, data] = register_use(line);
+  VBLK_RW(rw & 0xFF, reg, data);
+}
+
+static void start_dsp(Line) {
   blkfn_start();
   usleep(kSecond_us);
 }
 
-static void print_dsp_version() {
+static void print_dsp_version(Line) {
   const int version = blkfn_read_version();
   printf("bf version is : %d.%d\n", version >> 4, version & 15);
 }
 
-static void print_dsp_status() {
+static void print_dsp_status(Line) {
   printf("bf status is 0x%x\n", static_cast<unsigned>(blkfn_read_status()));
 }
 
-// --- FPGA registers ------------------------------------------------------
-
-// A device that does not open is reported only: requests fail, reads give 0.
-static void open_fpga_for_bench() { fpga_file = open_fpga_stream(kFpgaNotOpened); }
-
-static void close_fpga_for_bench() {
-  if (fpga_file != nullptr) fclose(fpga_file);
-  fpga_file = nullptr;
+static void read_i2c(Line line) {
+  prog_i2c_test(operand(line, 2), operand(line, 3), operand(line, 4), operand(line, 5));
 }
 
-// Operators number registers by 16-bit words.
-static int byte_address(int word) { return static_cast<int>(static_cast<unsigned>(word) * 2U); }
-
-static void read_fpga_register(const CommandLine& line) {
-  open_fpga_for_bench();
-  const int word = operand(line, 2);
-  printf("addr 0x%x: 0x%x\n", static_cast<unsigned>(word), GetValue(byte_address(word)));
-  close_fpga_for_bench();
-}
-
-static void write_fpga_register(const CommandLine& line) {
-  puts("wr_fpga_reg!!!!!!!!!!!!!");
-  open_fpga_for_bench();
-  const int word = operand(line, 2);
-  const int value = operand(line, 3);
-  printf("Write 0x%x to reg 0x%x\n", static_cast<unsigned>(value), static_cast<unsigned>(word));
-  SetValue(byte_address(word), value);
-  close_fpga_for_bench();
-}
-
-static void write_ac3_control(const CommandLine& line) {
-  puts("FPGA WR  command");
-  open_fpga_for_bench();
-  SetAC3ctrl(operand(line, 2) & 0xFFFF);
-  usleep(kMillisecond_us);
-  close_fpga_for_bench();
-}
-
-// --- chips ---------------------------------------------------------------
-
-// Swings the PLL between its two settings until the operator stops it.
-[[noreturn]] static void swing_pll() {
-  constexpr std::uint8_t kSwing = 0xF0;
-  std::uint8_t command[] = {0x70, 0x00};
-  for (;;) {
-    std::uint8_t buffer[sizeof command];
-    memcpy(buffer, command, sizeof command);
-    progPll(buffer);
-    command[1] ^= kSwing;
-    usleep(kMillisecond_us);
-  }
-}
-
-static void set_up_vga_digitizer() {
-  constexpr int kBenchVideoStd = 25;
-  get_shm_key();
-  shared_set(&SharedBlock::videoStd, kBenchVideoStd);
-  SetInputMux(kChannelRgb);
-  Init7002(kChannelRgb);
-}
-
-// --- service -------------------------------------------------------------
-
-static void run_service(const CommandLine& line) {
+static void run_service(Line line) {
   puts(" LN 3151");
   printf("argc=%d\n", line.argc);
-  int monitor_disabled = 0;
-  if (line.argc > 2 && argument_is(line, 2, "getmon")) {
-    start_monitoring = 1;
+  if (word_is(line, 2, "getmon")) {
+    line.status_file = true;
     puts(" Go to UPDATE  command");
   }
-  if (line.argc > 2 && argument_is(line, 2, "nomon")) {
-    monitor_disabled = 1;
+  const bool monitor_disabled = word_is(line, 2, "nomon");
+  if (monitor_disabled) {
     printf("argv[2]=%s\n", line.argv[2]);
     puts(" monitor is disabled!!");
   }
-  if (line.argc > 3 && argument_is(line, 3, "dbg")) {
+  if (word_is(line, 3, "dbg")) {
     dbg_encode = 1;
     printf("argv[3]=%s\n", line.argv[3]);
     puts(" enocde debug is enabled!!");
   }
   puts(" LN 3157");
-  prog602(monitor_disabled);
+  prog602(monitor_disabled, line.status_file);
 }
 
-// --- dispatch ------------------------------------------------------------
-
-enum class Next { kGoOn, kEnd };
-
-// Commands of which the first found ends the program; offset, blanking test and
-// DSP register let the others follow.
-static Next dispatch_register_commands(const CommandLine& line) {
-  if (line.flag[kOffset]) set_offset(line);
-  if (line.flag[kI2cBf]) {
-    configure_dsp(line);
-    return Next::kEnd;
-  }
-  if (line.flag[kVblkTest]) SetVBLK_F0(1);
-  if (line.flag[kBfRw]) dsp_register(line);
-  if (line.flag[kIsifRw]) {
-    isif_register(line);
-    return Next::kEnd;
-  }
-  if (line.flag[kIpipeRw]) {
-    ipipe_register(line);
-    return Next::kEnd;
-  }
-  if (line.flag[kVblkRw] || line.flag[kTvp5150Rw]) {
-    video_chip_register(line);
-    return Next::kEnd;
-  }
-  if (line.flag[kI2cBfStart]) {
-    start_dsp();
-    return Next::kEnd;
-  }
-  if (line.flag[kBfVersion]) {
-    print_dsp_version();
-    return Next::kEnd;
-  }
-  if (line.flag[kBfStatus]) {
-    print_dsp_status();
-    return Next::kEnd;
-  }
-  if (line.flag[kRdReg]) {
-    read_fpga_register(line);
-    return Next::kEnd;
-  }
-  if (line.flag[kWrReg]) {
-    write_fpga_register(line);
-    return Next::kEnd;
-  }
-  return Next::kGoOn;
+static void capture_ac3(Line line) {
+  puts("ac3_test");
+  ac3_test(line.status_file);
 }
 
-static void dispatch_board_commands(const CommandLine& line) {
-  if (line.flag[kWr]) write_ac3_control(line);
-  if (line.flag[kGpio]) prog_gpio(operand(line, 2));
-  if (line.flag[kLoadF]) fpgaLoadBitstream(line.bitstream);
-  if (line.flag[kLoadW]) fpgaLoadBitstream(line.bitstream);
-  if (line.flag[kPll]) swing_pll();
-  if (line.flag[k7353]) prog7353();
-  if (line.flag[kBlk]) prog_blk();
-  if (line.flag[kAaBlk]) prog_aablk();
-  if (line.flag[kI2c]) {
-    prog_i2c_test(operand(line, 2), operand(line, 3), operand(line, 4), operand(line, 5));
-  }
+// --- the table -----------------------------------------------------------
+
+using enum Look;
+using enum Act;
+
+// clang-format off
+static constexpr Option kOptions[] = {
+    // text        looked for    acts    skips action
+    {"-help",      kFirst, kAtOnce, 0, [](Line) { print_help(); }},
+    {"-loadbf",    kFirst, kAtOnce, 0, [](Line) { Load_BF(); }},
+    {"-restor",    kFirst, kAtOnce, 0, restore},
+    {"-offset",    kFirst, kGoOn,   0, set_offset},
+    {"-i2c_bf",    kEach,  kEnd,    0, configure_dsp},
+    {"-vblk_test", kEach,  kGoOn,   0, [](Line) { SetVBLK_F0(1); }},
+    {"-bf_rw",     kFirst, kGoOn,   0, dsp_register},
+    {"-isifrw",    kFirst, kEnd,    0, isif_register},
+    {"-ipiperw",   kFirst, kEnd,    0, ipipe_register},
+    {"-5150rw",    kFirst, kEnd,    0, tvp5150_register},
+    {"-vblk_rw",   kEach,  kEnd,    0, tvp7002_register},
+    {"-i2c_bf_st", kEach,  kEnd,    0, start_dsp},
+    {"-rdver_bf",  kEach,  kEnd,    0, print_dsp_version},
+    {"-rdstat_bf", kEach,  kEnd,    0, print_dsp_status},
+    {"-rdreg",     kEach,  kEnd,    0, [](Line line) { print_fpga_word(operand(line, 2)); }},
+    {"-wrreg",     kEach,  kEnd,    0, [](Line line) { write_fpga_word(operand(line, 2), operand(line, 3)); }},
+    {"-wr",        kFirst, kGoOn,   0, [](Line line) { write_ac3_control(operand(line, 2)); }},
+    {"-gpio",      kEach,  kGoOn,   0, [](Line line) { prog_gpio(operand(line, 2)); }},
+    {"-f=",        kEach,  kGoOn,   0, [](Line line) { fpgaLoadBitstream(file_name(line)); }},
+    {"-w=",        kEach,  kGoOn,   0, [](Line line) { fpgaLoadBitstream(file_name(line)); }},
+    {"-pll",       kEach,  kEnd,    0, [](Line) { swing_pll(); }},
+    {"-7353",      kEach,  kGoOn,   0, [](Line) { prog7353(); }},
+    {"-blk",       kEach,  kGoOn,   0, [](Line) { prog_blk(); }},
+    {"-aablk",     kEach,  kGoOn,   0, [](Line) { prog_aablk(); }},
+    {"-i2c",       kEach,  kGoOn,   0, read_i2c},
+    {"-5150",      kFirst, kEnd,    0, [](Line line) { line.status = tvp5150_report_loop(); }},
+    {"-7002",      kEach,  kGoOn,   0, [](Line) { set_up_vga_digitizer(); }},
+    {"-602",       kEach,  kGoOn,   0, run_service},
+    {"-ac3",       kEach,  kGoOn,   0, capture_ac3},
+    {"-4192",      kEach,  kGoOn,   0, [](Line) { prog4192(); }},
+    {"-reg",       kEach,  kGoOn,   0, [](Line) { FpgaReg(); }},
+    {"-perf",      kEach,  kGoOn,   0, [](Line) { FpgaPerf(); }},
+    {"-ts",        kEach,  kGoOn,   2, nullptr},
+};
+// clang-format on
+
+std::span<const Option> options() { return kOptions; }
+
+// --- scan and run --------------------------------------------------------
+
+static bool matches(const char* text, const char* argument) {
+  const bool prefix = text[strlen(text) - 1] == '=';
+  return prefix ? strncmp(argument, text, kPrefixLength) == 0 : strcmp(argument, text) == 0;
 }
 
-static void dispatch_service_commands(const CommandLine& line) {
-  if (line.flag[k7002]) set_up_vga_digitizer();
-  if (line.flag[kService]) run_service(line);
-  if (line.flag[kAc3]) {
-    puts("ac3_test");
-    ac3_test();
+// Runs or flags the option of one kind that the argument names. Returns the
+// arguments to pass over; unknown arguments are ignored.
+static int scan_argument(Line line, bool* flagged, Look look, const char* argument) {
+  for (std::size_t i = 0; i < std::size(kOptions); ++i) {
+    const Option& option = kOptions[i];
+    if (option.look != look || !matches(option.text, argument)) continue;
+    if (option.act == kAtOnce) {
+      option.action(line);
+    } else {
+      flagged[i] = option.action != nullptr;
+    }
+    return option.skip;
   }
-  if (line.flag[k4192]) prog4192();
-  if (line.flag[kReg]) FpgaReg();
-  if (line.flag[kPerf]) FpgaPerf();
+  return 0;
 }
 
 int run_command_line(int argc, char** argv) {
-  CommandLine line{argc, argv, {}, 0, 0, ""};
-  scan(line);
-  if (dispatch_register_commands(line) == Next::kEnd) return 0;
-  dispatch_board_commands(line);
-  // The report ends only when the bus does not open.
-  if (line.flag[kTvp5150]) return tvp5150_report_loop();
-  dispatch_service_commands(line);
-  return 0;
+  CommandLine line{argc, argv};
+  bool flagged[std::size(kOptions)] = {};
+  for (int index = 1; index < argc; ++index) {
+    scan_argument(line, flagged, kFirst, argv[1]);
+    index += scan_argument(line, flagged, kEach, argv[index]);
+  }
+  for (std::size_t i = 0; i < std::size(kOptions); ++i) {
+    if (!flagged[i]) continue;
+    kOptions[i].action(line);
+    if (kOptions[i].act == kEnd) break;
+  }
+  return line.status;
 }

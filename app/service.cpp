@@ -4,7 +4,6 @@
 #include "app/service.h"
 
 #include <pthread.h>
-#include <sys/ioctl.h>
 #include <unistd.h>
 
 #include <cstdint>
@@ -13,12 +12,14 @@
 #include "hostlink/dispatcher.h"
 #include "hw/fpga.h"
 #include "hw/fpga_registers.h"
+#include "hw/gpio.h"
 #include "hw/shared_memory_davinci.h"
+#include "hw/time_units.h"
 #include "state/service_flags.h"
 #include "supervision/status_file.h"
 #include "supervision/supervisor.h"
 
-static constexpr int kLinkStart_us = 100'000;
+static constexpr useconds_t kLinkStart_us = 100 * kMillisecond_us;
 static constexpr char kVersionFile[] = "/home/tovin/version.ini";
 
 static void start_link_thread() {
@@ -28,14 +29,11 @@ static void start_link_thread() {
   }
 }
 
-int start_service_threads() {
+int start_service_threads(bool status_file) {
   const int attached = get_shm_key();
   if (attached < 0) return attached;
   config_sys = 0;
-  if (start_monitoring == 1) {
-    StartSystemMonitoring();
-    start_monitoring = 0;
-  }
+  if (status_file) StartSystemMonitoring();
   start_link_thread();
   usleep(kLinkStart_us);
   return 0;
@@ -44,10 +42,7 @@ int start_service_threads() {
 // The handle stays open for the life of the service.
 static void set_front_panel_led() {
   FILE* leds = open_fpga_stream(kSecondHandleNotOpened);
-  if (leds == nullptr) return;
-  std::int32_t zero = 0;
-  const int result = ioctl(fileno(leds), kFpgaLedStart, &zero);
-  if (result != 0) printf("Error %d in IOCTL - LED\n", result);
+  if (leds != nullptr) line_action(leds, kLine84High, 0);
 }
 
 // First line of the version file into `ver`; without the file it stays empty.
@@ -65,10 +60,10 @@ static void read_software_version() {
   fclose(file);
 }
 
-int prog602(int monitor_disabled) {
+int prog602(bool monitor_disabled, bool status_file) {
   puts("prog602 Y_HD");
   clear_supervision_counters();
-  if (const int started = start_service_threads(); started < 0) return started;
+  if (const int started = start_service_threads(status_file); started < 0) return started;
   puts("end configure\n");
   set_front_panel_led();
   read_software_version();

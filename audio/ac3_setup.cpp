@@ -14,19 +14,17 @@
 #include "hw/fpga.h"
 #include "hw/fpga_registers.h"
 #include "hw/shared_memory_davinci.h"
+#include "hw/time_units.h"
 #include "state/fpgaregs.h"
 #include "state/service_flags.h"
 
 namespace {
 
-constexpr unsigned kSecond_us = 1000000;
-constexpr unsigned kSettle_us = 10000;
-constexpr unsigned kAc3SyncFlipped = 0x770B;  // sync word 0x0B77 as it is captured
-constexpr int kAudioModeSetup = 22;           // kRegAudioMode at the start of a set-up
-constexpr unsigned kCaptureWait_us = 100000;  // after the capture is enabled
+constexpr useconds_t kSettle_us = 10 * kMillisecond_us;
+constexpr useconds_t kCaptureWait_us = 100 * kMillisecond_us;  // after the capture is enabled
 constexpr int kSyncTries = 15;
-constexpr unsigned kPollWait_us = 10000;  // between looks of the polling
-constexpr unsigned kWordWait_us = 1000;
+constexpr useconds_t kPollWait_us = 10 * kMillisecond_us;  // between looks of the polling
+constexpr useconds_t kWordWait_us = kMillisecond_us;
 
 // Descriptor of a stream that is not there; the DSP's stream has the same first
 // five values.

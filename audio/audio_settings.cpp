@@ -11,6 +11,7 @@
 #include "hw/fpga.h"
 #include "hw/fpga_registers.h"
 #include "hw/shared_memory_davinci.h"
+#include "hw/time_units.h"
 #include "state/fpgaregs.h"
 
 Relaxed<std::int32_t> SampleRate;
@@ -23,8 +24,7 @@ constexpr int kCodecVolumeLeft = 0;
 constexpr int kCodecVolumeRight = 1;
 constexpr std::uint32_t kVolumeOffset = 23;
 
-constexpr unsigned kSecond_us = 1000000;
-constexpr unsigned kConfigWait_us = 10;
+constexpr useconds_t kConfigWait_us = 10;
 constexpr int kDspModeOn = 1;
 constexpr int kConfigMode = 1;
 constexpr int kRate32kHz = 32;

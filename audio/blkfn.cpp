@@ -3,6 +3,7 @@
 
 #include <unistd.h>
 
+#include <algorithm>
 #include <cstdint>
 #include <cstdio>
 #include <cstdlib>
@@ -12,6 +13,7 @@
 #include "hw/gpio.h"
 #include "hw/i2c_registers.h"
 #include "hw/i2capi.h"
+#include "hw/time_units.h"
 
 namespace {
 
@@ -34,6 +36,7 @@ enum Command : std::uint8_t {
 constexpr std::int32_t kNotOpened = -1;
 constexpr std::int32_t kTransferFailed = -2;
 constexpr int kConfigAttempts = 5;
+constexpr useconds_t kReplyWait_us = 10;
 
 constexpr char kI2cError[] = "blkfn i2c error";
 constexpr char kI2cErrorBlank[] = "blkfn i2c error ";
@@ -41,7 +44,8 @@ constexpr char kI2cErrorStart[] = "blkfn i2c error : Cannot access I2C device";
 
 // Peak stream.
 constexpr int kPeakRounds = 10;
-constexpr int kPeakBytes = 4;
+constexpr int kPeakBytes = 4;  // a word
+constexpr int kPeakMarker = 0xAB;
 
 // Firmware push.
 constexpr char kFirmwareFile[] = "/home/tovin/MELK_spi.bin";
@@ -49,25 +53,18 @@ constexpr int kExitNoFile = 1;
 constexpr int kExitNoMemory = 2;
 constexpr int kExitReadFailed = 3;
 constexpr int kPushAttempts = 3;
-constexpr unsigned kLineWait_us = 10000;
-constexpr unsigned kFifoWait_us = 6000;
+constexpr useconds_t kLineWait_us = 10 * kMillisecond_us;
+constexpr useconds_t kFifoWait_us = 6 * kMillisecond_us;
 constexpr int kFifoWaits = 30;  // a byte that needs more ends the push
 constexpr int kFifoMaxLevel = 400;
 constexpr long kProgressStep = 50000;  // bytes between two progress lines
-
-// Status and control of the SPI master. The control words carry HWAIT in bit 2.
-constexpr unsigned kSpiLevelMask = 0x01FF;
-constexpr unsigned kSpiBusy = 0x0800;
-constexpr int kSpiHwaitBit = 15;
-constexpr int kSpiControlRun = 3;
-constexpr int kSpiControlEnd = 2;
 
 int write_frame(int fd, const std::uint8_t* frame, int size) {
   return i2c_writeblk(fd, kDspAddress, 0, 0, size, frame);
 }
 
 int read_reply(int fd, std::uint8_t* reply) {
-  usleep(kDspReplyWait_us);
+  usleep(kReplyWait_us);
   return i2c_readblk(fd, kDspAddress, 0, 0, 1, reply);
 }
 
@@ -135,16 +132,13 @@ std::int32_t write_codec(int fd, std::uint8_t reg, int data) {
   return 0;
 }
 
-// ORs four bytes of the peak stream into the accumulator, least significant
-// first. Returns the larger of the maximum and the accumulator.
-std::int32_t add_peak(std::uint32_t* accumulator, std::int32_t maximum) {
+std::uint32_t read_peak_word() {
+  std::uint32_t word = 0;
   for (int k = 0; k < kPeakBytes; ++k) {
-    const std::uint32_t byte = static_cast<std::uint32_t>(blkfn_read_peak()) & 0xFF;
-    usleep(kDspReplyWait_us);
-    *accumulator |= byte << (8 * k);
+    word |= (static_cast<std::uint32_t>(blkfn_read_peak()) & 0xFF) << (8 * k);
+    usleep(kReplyWait_us);
   }
-  const std::int32_t value = static_cast<std::int32_t>(*accumulator);
-  return value > maximum ? value : maximum;
+  return word;
 }
 
 // The board cannot work without its DSP: the process ends here.
@@ -191,9 +185,9 @@ void reset_dsp_lines() {
 
 // Starts the SPI master. Returns HWAIT as the control words carry it.
 int start_spi() {
-  const int hwait = static_cast<int>(GetValue(kRegDspSpiStatus) >> kSpiHwaitBit) & 1;
+  const int hwait = static_cast<int>(GetValue(kRegDspSpiStatus) >> kDspSpiHwaitBit) & 1;
   printf("Initial SPI state: HWAIT=%d, SPI_STATUS_REG 0x%x\n", hwait, GetValue(kRegDspSpiStatus));
-  const int run = 4 * hwait + kSpiControlRun;
+  const int run = 4 * hwait + kDspSpiRun;
   printf("Writing control_data 0x%x\n", run);
   SetValue(kRegDspSpiControl, 0);
   SetValue(kRegDspSpiControl, run);
@@ -201,7 +195,7 @@ int start_spi() {
 }
 
 bool fifo_accepts(unsigned status) {
-  return (status & kSpiLevelMask) <= kFifoMaxLevel && (status & kSpiBusy) == 0;
+  return (status & kDspSpiLevelMask) <= kFifoMaxLevel && (status & kDspSpiBusy) == 0;
 }
 
 // Waits for room in the FIFO and sends byte number index. Returns 0, or -1 after
@@ -219,7 +213,7 @@ int push_byte(long index, std::uint8_t byte) {
   SetValue(kRegDspSpiData, byte);
   if (index % kProgressStep == 0) {
     printf("sending data %d 0x%x level %d 0x%x\n", static_cast<int>(index), byte,
-           static_cast<int>(status & kSpiLevelMask), status);
+           static_cast<int>(status & kDspSpiLevelMask), status);
   }
   return 0;
 }
@@ -281,17 +275,24 @@ std::int32_t blkfn_read_peak_r_l() {
   return query(kReadPeakLeftRight, kI2cError, "blkfn_read_peak PEAK_LEFT");
 }
 
+// The stream repeats its marker and two words for ever: find the marker, then read.
+void blkfn_add_peaks(std::uint32_t* left, std::uint32_t* right) {
+  while (blkfn_read_peak() != kPeakMarker) {
+  }
+  *left |= read_peak_word();
+  *right |= read_peak_word();
+}
+
 std::int32_t blkfn_new_read_peak() {
-  // The accumulators are not cleared between rounds: each ORs onto the last.
+  // The words are not cleared between rounds: each ORs onto the last.
   std::uint32_t left = 0;
   std::uint32_t right = 0;
   std::int32_t left_maximum = 0;
   std::int32_t right_maximum = 0;
   for (int round = 0; round < kPeakRounds; ++round) {
-    while (blkfn_read_peak() != kPeakMarker) {
-    }
-    left_maximum = add_peak(&left, left_maximum);
-    right_maximum = add_peak(&right, right_maximum);
+    blkfn_add_peaks(&left, &right);
+    left_maximum = std::max(left_maximum, static_cast<std::int32_t>(left));
+    right_maximum = std::max(right_maximum, static_cast<std::int32_t>(right));
   }
   printf("blkfn_read_peak tatal PEAK_LEFT =0x%x \n", left_maximum);
   printf("blkfn_read_peak tatal PEAK_RIGHT =0x%x \n", right_maximum);
@@ -304,8 +305,7 @@ std::int32_t TestIfBFisEmpty() {
 }
 
 std::int32_t SendBFFileUpdate() {
-  fpga_file = open_fpga_stream(kFpgaNotOpened);  // stays open, also after the push
-  if (fpga_file == nullptr) return 1;
+  if (!open_fpga_file()) return 1;  // stays open, also after the push
   const Firmware firmware = read_firmware();
   reset_dsp_lines();
   const int hwait = start_spi();
@@ -316,7 +316,7 @@ std::int32_t SendBFFileUpdate() {
     }
   }
   printf("end send file MELK_spi.bin size %d\n", static_cast<int>(firmware.size));
-  SetValue(kRegDspSpiControl, 4 * hwait + kSpiControlEnd);
+  SetValue(kRegDspSpiControl, 4 * hwait + kDspSpiEnd);
   release(firmware);
   return 0;
 }

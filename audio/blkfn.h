@@ -6,9 +6,6 @@
 
 #include <cstdint>
 
-inline constexpr int kPeakMarker = 0xAB;  // precedes the eight bytes of the peak stream
-inline constexpr unsigned kDspReplyWait_us = 10;
-
 // Error bytes of WritereadCODEC; a register that holds them looks the same.
 inline constexpr std::int32_t kCodecTransferFailed = 254;
 inline constexpr std::int32_t kCodecNotOpened = 255;
@@ -32,6 +29,10 @@ std::int32_t blkfn_read_status();
 std::int32_t blkfn_read_version();
 std::int32_t blkfn_read_peak();
 std::int32_t blkfn_read_peak_r_l();
+
+// Waits without limit for the marker of the peak stream, then ORs the left and the
+// right peak behind it, four bytes each, least significant first, onto the words.
+void blkfn_add_peaks(std::uint32_t* left, std::uint32_t* right);
 
 // Reads ten rounds of the peak stream and prints the largest left and right
 // peak. Never returns when the marker never comes. Returns 0.

@@ -9,6 +9,7 @@
 #include "hw/i2c_registers.h"
 #include "hw/i2capi.h"
 #include "hw/shared_memory_davinci.h"
+#include "hw/time_units.h"
 
 namespace {
 
@@ -23,7 +24,6 @@ constexpr int kAudioStatusLocked = 1;
 constexpr int kReceiverStatusLocked = 3;
 constexpr int kAudioEnabled = 2;  // shared audio byte
 
-constexpr unsigned kSecond_us = 1000000;
 void write_chip(int fd, int reg, int value) { i2c_writebyte(fd, kDix4192Address, reg, value); }
 
 }  // namespace

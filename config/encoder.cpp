@@ -9,6 +9,7 @@
 #include "config/ranged.h"
 #include "hw/shared_memory_davinci.h"
 #include "hw/shell.h"
+#include "hw/time_units.h"
 #include "state/fpgaregs.h"
 #include "state/service_flags.h"
 
@@ -143,7 +144,7 @@ int SetInterlace(const std::int32_t* value, std::int32_t) {
 
 // --- launch ---------------------------------------------------------------
 
-static constexpr int kLaunchSettle_us = 1000;
+static constexpr useconds_t kLaunchSettle_us = kMillisecond_us;
 
 int start_hd(const std::int32_t*, std::int32_t) {
   puts("start_hd - with system command");

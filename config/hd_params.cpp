@@ -18,13 +18,14 @@
 #include "hw/fpga.h"
 #include "hw/fpga_registers.h"
 #include "hw/shared_memory_davinci.h"
+#include "hw/time_units.h"
 #include "video/input_selection.h"
 
 // clang-format off
 // Row order is part of the design: rates before resolution, the audio input
 // before its codec rows and "AVSync", the launch of `encode` after PIDs and
 // offsets. A key that stands more than once is read and applied each time.
-constexpr HdParam hd_params[kHdParamRows + 1] = {
+constexpr HdParam hd_params[] = {
     // key                   format  encoder         video input        audio input   FPGA
     {"eb_mode",               "%d", nullptr,        nullptr,           nullptr,      SetEbMode},
     {"extra_output_rate_pct", "%d", nullptr,        nullptr,           nullptr,      SetExtraOutputRate},
@@ -67,7 +68,7 @@ constexpr HdParam hd_params[kHdParamRows + 1] = {
 };
 // clang-format on
 
-static constexpr int kApplySettle_us = 1'000'000;
+static constexpr useconds_t kApplySettle_us = kSecond_us;
 
 // Where a row's value is scanned to. Kept over the walk: a number stays until
 // the next key that scans.

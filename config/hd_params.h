@@ -17,8 +17,7 @@ struct HdParam {
   HdHandler fpga;
 };
 
-inline constexpr int kHdParamRows = 37;  // without the end row
-extern const HdParam hd_params[kHdParamRows + 1];
+extern const HdParam hd_params[];  // every key, in the order in which they act
 
 // Applies the whole of hd.ini, row by row. Returns 0, or -1 when the file cannot
 // be opened; the FPGA path is held then.

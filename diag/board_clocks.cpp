@@ -10,6 +10,7 @@
 
 #include "hw/i2c_registers.h"
 #include "hw/i2capi.h"
+#include "hw/time_units.h"
 #include "video/tvp7002.h"
 
 namespace {
@@ -29,8 +30,6 @@ constexpr std::uint8_t kNothingRead = 0xAA;  // still in the buffer when a read 
 // Channel 3 takes the value of channel 1.
 constexpr RegisterValue k7353Setup[k7353Channels] = {{1, 0x14}, {2, 0x15}, {3, 0x14}};
 
-constexpr unsigned kSecond_us = 1000000;
-constexpr unsigned kMillisecond_us = 1000;
 constexpr int kMaxTestBytes = kI2cMaxWrite - 1;
 
 // Opens the board's bus. Returns its descriptor, or -1 after a message.
@@ -80,6 +79,17 @@ int progPll(std::uint8_t* buf) {
   [[maybe_unused]] const size_t answered = fread(buf, 1, kPllCommandSize, pll);
   fclose(pll);
   return 0;
+}
+
+void swing_pll() {
+  constexpr std::uint8_t kSwing = 0xF0;
+  std::uint8_t command[kPllCommandSize] = {0x70, 0x00};
+  for (;;) {
+    std::uint8_t buffer[] = {command[0], command[1]};
+    progPll(buffer);
+    command[1] ^= kSwing;
+    usleep(kMillisecond_us);
+  }
 }
 
 int prog_blk() {

@@ -13,6 +13,9 @@ inline constexpr int kPllCommandSize = 2;
 // Returns 0 done, 1 device not opened.
 int progPll(std::uint8_t* buf);
 
+// Swings the PLL between its two settings, one a millisecond, for ever.
+[[noreturn]] void swing_pll();
+
 // Sends one byte to the block at 0x1C. Returns 0 done, 1 bus not opened.
 int prog_blk();
 

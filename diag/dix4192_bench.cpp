@@ -9,6 +9,7 @@
 #include "audio/dix4192.h"
 #include "hw/i2c_registers.h"
 #include "hw/i2capi.h"
+#include "hw/time_units.h"
 
 namespace {
 
@@ -18,9 +19,9 @@ enum Register : int {
   kPageSelect = 0x7F,
 };
 
-constexpr unsigned kResetWait_us = 100;
-constexpr unsigned kRunWait_us = 5000;
-constexpr unsigned kDumpWait_us = 10000;
+constexpr useconds_t kResetWait_us = 100;
+constexpr useconds_t kRunWait_us = 5 * kMillisecond_us;
+constexpr useconds_t kDumpWait_us = 10 * kMillisecond_us;
 
 constexpr int kResetValue = 0x80;
 constexpr int kRunValue = 0x7F;

@@ -12,6 +12,7 @@
 
 #include "hw/fpga.h"
 #include "hw/fpga_registers.h"
+#include "hw/time_units.h"
 
 static constexpr int kNotOpened = 1;  // result of every command here
 
@@ -45,10 +46,9 @@ int prog_wrreg(int address, int value) {
 // The requests are crossed: data goes out with the read request and the other
 // way round.
 int wr_fpga(int address, int data) {
-  constexpr useconds_t kOpenSettle_us = 1000;
   FILE* fpga = open_fpga_stream(kFpgaNotOpened);
   if (fpga == nullptr) return kNotOpened;
-  usleep(kOpenSettle_us);
+  usleep(kMillisecond_us);
   const int even = address & ~1;
   FpgaSingle single{};
   single.index = even;
@@ -66,11 +66,37 @@ int wr_fpga(int address, int data) {
   return fclose(fpga);
 }
 
+// --- registers of the operator, in 16-bit words ---------------------------
+
+static int byte_address(int word) { return static_cast<int>(static_cast<unsigned>(word) * 2U); }
+
+void print_fpga_word(int word) {
+  open_fpga_file();
+  printf("addr 0x%x: 0x%x\n", static_cast<unsigned>(word), GetValue(byte_address(word)));
+  close_fpga_file();
+}
+
+void write_fpga_word(int word, int value) {
+  puts("wr_fpga_reg!!!!!!!!!!!!!");
+  open_fpga_file();
+  printf("Write 0x%x to reg 0x%x\n", static_cast<unsigned>(value), static_cast<unsigned>(word));
+  SetValue(byte_address(word), value);
+  close_fpga_file();
+}
+
 int SetAC3ctrl(int value) {
   const int rc = SetValue(kRegAc3Control, value & 0xFFFF);
   // The word address, as the register commands take it.
   printf("read reg add 0x%x data 0x%x \n", kRegAc3Control / 2, value);
   return rc;
+}
+
+void write_ac3_control(int value) {
+  puts("FPGA WR  command");
+  open_fpga_file();
+  SetAC3ctrl(value & 0xFFFF);
+  usleep(kMillisecond_us);
+  close_fpga_file();
 }
 
 // --- register test -------------------------------------------------------
@@ -136,8 +162,6 @@ int FpgaReg() {
 static constexpr std::uint32_t kPerfBytes = 40'000'000;  // a block size
 static constexpr std::uint32_t kSmallestBlock = 256;
 static constexpr std::uint32_t kLargestBlock = 65'536;
-static constexpr int kMillisecondsASecond = 1000;
-static constexpr int kMicrosecondsAMillisecond = 1000;
 
 struct PerfPass {
   const char* name;
@@ -153,9 +177,8 @@ static constexpr PerfPass kPerfPasses[] = {{"Write", kFpgaWriteBlock}, {"Read", 
 }
 
 static int elapsed_ms(const timeval& start, const timeval& end) {
-  return static_cast<int>(
-      (end.tv_sec - start.tv_sec) * kMillisecondsASecond +
-      (end.tv_usec / kMicrosecondsAMillisecond - start.tv_usec / kMicrosecondsAMillisecond));
+  return static_cast<int>((end.tv_sec - start.tv_sec) * 1000 +
+                          (end.tv_usec / 1000 - start.tv_usec / 1000));
 }
 
 static int transfer_duration_ms(FILE* fpga, FpgaRequest number, std::uint32_t size, void* buffer) {

@@ -1,6 +1,7 @@
 // Bench commands on "/dev/fpga": single registers, register test, block speed.
 //
-// Each opens the device itself and returns 1 when it cannot be opened.
+// Each opens the device itself. Those with a result return 1 when it cannot be
+// opened; without the device the others say so and go on, reading 0.
 #pragma once
 
 #include <cstdint>
@@ -25,6 +26,13 @@ int FpgaPerf();
 // 0 a write. Returns the close result.
 int wr_fpga(int address, int data);
 
-// Bench: writes the low 16 bits of value to the AC-3 control register. Returns
-// the write's result.
+// Registers by 16-bit word, as operators number them: print one, write one.
+void print_fpga_word(int word);
+void write_fpga_word(int word, int value);
+
+// Writes the low 16 bits of value to the AC-3 control register of the open device.
+// Returns the write's result.
 int SetAC3ctrl(int value);
+
+// SetAC3ctrl as a command, with the device opened for it.
+void write_ac3_control(int value);

@@ -9,6 +9,7 @@
 #include <cstdio>
 
 #include "config/hd_params.h"
+#include "hw/time_units.h"
 #include "video/capture.h"
 
 std::int32_t x_offset = 0;
@@ -32,8 +33,7 @@ struct StandardRow {
 constexpr StandardRow kStandardRows[] = {{8, 4},  {9, 1},  {10, 2}, {23, 0},
                                          {25, 7}, {30, 8}, {35, 9}, {40, 10}};
 
-constexpr unsigned kSettle_us = 10;
-constexpr unsigned kSecond_us = 1000000;
+constexpr useconds_t kSettle_us = 10;
 
 const VgaSet& set_for(int video_std) {
   for (const StandardRow& standard : kStandardRows) {

@@ -7,8 +7,9 @@
 #include <cstdio>
 
 #include "hw/spi_slave.h"
+#include "hw/time_units.h"
 
-static constexpr useconds_t kReadPause_us = 20'000;
+static constexpr useconds_t kReadPause_us = 20 * kMillisecond_us;
 static constexpr useconds_t kEmptyPause_us = 100;
 static constexpr std::intptr_t kNotOpened = 1;
 

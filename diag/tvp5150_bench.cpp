@@ -10,13 +10,14 @@
 
 #include "hw/i2c_registers.h"
 #include "hw/i2capi.h"
+#include "hw/time_units.h"
 #include "video/tvp5150.h"
 
 Relaxed<std::uint8_t> Closed_caption_byte[2];
 
 namespace {
 
-constexpr unsigned kReportInterval_us = 2000000;
+constexpr useconds_t kReportInterval_us = 2 * kSecond_us;
 
 // Unlike the full initialisation: outputs and line address stay as they are.
 constexpr RegisterValue kBenchFinalValues[] = {

@@ -8,12 +8,13 @@
 
 #include "hw/i2c_registers.h"
 #include "hw/i2capi.h"
+#include "hw/shared_memory_davinci.h"
+#include "hw/time_units.h"
 #include "video/capture.h"
 #include "video/tvp7002.h"
 
 std::int32_t TestVBLK_F0 = 0;
 
-static constexpr unsigned kSecond_us = 1000000;
 static constexpr int kNotOpened = -1;
 static constexpr int kReadFailed = -2;
 
@@ -138,4 +139,12 @@ int Print_Hsync() {
   puts((status & kVsyncFromSeparator) != 0 ? "VSYNC from sync separator"
                                            : "VSYNC from selected VSYNC input (pin 78 or 79)");
   return 0;
+}
+
+void set_up_vga_digitizer() {
+  constexpr int kBenchVideoStd = 25;
+  get_shm_key();
+  shared_set(&SharedBlock::videoStd, kBenchVideoStd);
+  SetInputMux(kChannelRgb);
+  Init7002(kChannelRgb);
 }

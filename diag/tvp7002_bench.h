@@ -31,3 +31,7 @@ int VBLK_RW(int read, int reg, int value);
 
 // Bench: prints what the sync status register says. Returns 0.
 int Print_Hsync();
+
+// Sets the chip up for VGA in video standard 25, which it stores in the shared
+// block.
+void set_up_vga_digitizer();

@@ -25,13 +25,13 @@ check() { # page, expression with NAME in it, names
   done
 }
 
-check docs/bench-manual.md '^### `NAME[^a-z0-9_]' "$(rows app/command_line.cpp '"(-[^"]+)", +Look')"
+check docs/bench-manual.md '^### `NAME[^a-z0-9_]' "$(rows app/command_line.cpp '"(-[^"]+)", +k(First|Each)')"
 check docs/host-protocol.md '`NAME`' "$(rows hostlink/dispatcher.cpp '[0-9]+, "([A-Z_0-9]+)"')"
 check docs/hd-ini.md '`NAME`' "$(rows config/hd_params.cpp '"([A-Za-z_]+)", +"%d"')"
 check docs/host-protocol.md 'NAME' "$(rows supervision/supervisor.cpp 'k[A-Za-z]+, (0x8[0-9]),')"
 
 # Manual pages write options without their dash, and words of melk as commands.
-check packaging/man/vantorig.1 '^\.It .*Fl NAME( |$)' "$(rows app/command_line.cpp '"-([^"]+)", +Look')"
+check packaging/man/vantorig.1 '^\.It .*Fl NAME( |$)' "$(rows app/command_line.cpp '"-([^"]+)", +k(First|Each)')"
 check packaging/man/hd.ini.5 '^\.It Cm .*\bNAME\b' "$(rows config/hd_params.cpp '"([A-Za-z_]+)", +"%d"')"
 check packaging/man/melk.1 '^\.It Cm (.*[ ,])?NAME( |$)' "$(rows melk/commands.cpp '"([a-z-]+)", take_')"
 

@@ -4,7 +4,6 @@
 // host link, then takes one command byte and runs its row of the table.
 #include "hostlink/dispatcher.h"
 
-#include <sys/ioctl.h>
 #include <unistd.h>
 
 #include <cstddef>
@@ -17,9 +16,11 @@
 #include "hostlink/upload.h"
 #include "hw/fpga.h"
 #include "hw/fpga_registers.h"
+#include "hw/gpio.h"
 #include "hw/shared_memory_davinci.h"
 #include "hw/shell.h"
 #include "hw/spi_slave.h"
+#include "hw/time_units.h"
 #include "state/service_flags.h"
 #include "video/tvp5150.h"
 #include "video/tvp7002.h"
@@ -152,10 +153,10 @@ static void answer_read_reg(FILE* link) {
 
 static constexpr std::int32_t kSmallestConfiguration = 30;  // bytes
 static constexpr useconds_t kHoldSettle_us = 60;
-static constexpr useconds_t kSizeSettle_us = 100'000;
-static constexpr useconds_t kStoreSettle_us = 1'000'000;
-static constexpr useconds_t kSdStart_us = 6'000'000;
-static constexpr useconds_t kHdStart_us = 15'000'000;
+static constexpr useconds_t kSizeSettle_us = 100 * kMillisecond_us;
+static constexpr useconds_t kStoreSettle_us = kSecond_us;
+static constexpr useconds_t kSdStart_us = 6 * kSecond_us;
+static constexpr useconds_t kHdStart_us = 15 * kSecond_us;
 static constexpr int kSizeLine = 50;  // characters of the directory line that are read
 
 // Keeps the supervision and `encode` off while files are received.
@@ -273,7 +274,7 @@ static void stop_encode(FILE* /*link*/) {
 
 static void stop_audio(FILE* /*link*/) {
   puts("\n\nget STOP_AUDIO command");
-  SetValue(kRegAudioMode, 1);
+  SetValue(kRegAudioMode, kAudioModeStop);
   SetValue(kRegDspAudioEnable, 0);
   shared_set(&SharedBlock::audio_enable, 1);
   enable_audio = 1;
@@ -319,7 +320,7 @@ static void delete_logs(FILE* /*link*/) {
 
 // --- software update -----------------------------------------------------
 
-static constexpr useconds_t kUpdateSettle_us = 3'000'000;
+static constexpr useconds_t kUpdateSettle_us = 3 * kSecond_us;
 
 // `encode` stays on hold afterwards: the next configuration releases it.
 static void receive_update(FILE* link, void (*receive)(FILE*, std::int32_t)) {
@@ -396,8 +397,7 @@ const HostCommand* find_host_command(std::uint8_t code) {
 
 // --- the thread ----------------------------------------------------------
 
-static constexpr unsigned long kLedFirst = 0x53;
-static constexpr unsigned long kLedFlip = 5;  // 0x53 and 0x56 in turn
+static constexpr int kLedFlip = kLine83Low ^ kLine83High;  // one and the other in turn
 static constexpr std::intptr_t kResultEnded = 0;
 static constexpr std::intptr_t kResultLedFailed = 2;
 
@@ -413,18 +413,6 @@ static void empty_configuration() {
   static_cast<void>(configuration);
 }
 
-// Issues the LED request and turns it into the other one. Returns its result.
-static int blink(FILE* led, unsigned long* request) {
-  std::uint32_t argument = 0;
-  const int rc = ioctl(descriptor_of(led), *request, &argument);
-  if (rc == 0) {
-    *request ^= kLedFlip;
-  } else {
-    printf("Error %d in IOCTL - LED\n", rc);
-  }
-  return rc;
-}
-
 static void take_command(FILE* link) {
   std::uint8_t code = 0;
   if (read_spi_slave(link, &code, 1) == 0) return;
@@ -433,9 +421,8 @@ static void take_command(FILE* link) {
 }
 
 static std::intptr_t serve_host(FILE* link, FILE* led) {
-  unsigned long led_request = kLedFirst;
-  for (;;) {
-    if (blink(led, &led_request) != 0) return kResultLedFailed;
+  for (int action = kLine83Low;; action ^= kLedFlip) {
+    if (line_action(led, action, 0) != 0) return kResultLedFailed;
     switch (wait_link(link)) {
       case LinkWait::kError:
         return kResultEnded;

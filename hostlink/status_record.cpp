@@ -1,8 +1,6 @@
 // Taking, laying out and walking the host's status record. Host-link thread only.
 #include "hostlink/status_record.h"
 
-#include <unistd.h>
-
 #include <cstddef>
 #include <cstdio>
 
@@ -89,25 +87,10 @@ static void store_statistics() {
 static constexpr int kPeakLeftAt = 37;
 static constexpr int kPeakRightAt = 41;
 
-static std::uint32_t read_peak_word() {
-  std::uint32_t value = 0;
-  for (int k = 0; k < kPeakBytes; ++k) {
-    value |= (static_cast<std::uint32_t>(blkfn_read_peak()) & 0xFF) << (8 * k);
-    usleep(kDspReplyWait_us);
-  }
-  return value;
-}
-
-// The DSP repeats its marker and two words for ever: find the marker, then read.
 static void store_peaks() {
   std::uint32_t left = 0;
   std::uint32_t right = 0;
-  if (start_bf_st != 0) {
-    while (blkfn_read_peak() != kPeakMarker) {
-    }
-    left = read_peak_word();
-    right = read_peak_word();
-  }
+  if (start_bf_st != 0) blkfn_add_peaks(&left, &right);
   store(kPeakLeftAt, kPeakBytes, left);
   store(kPeakRightAt, kPeakBytes, right);
 }

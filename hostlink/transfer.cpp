@@ -15,17 +15,16 @@
 #include "hw/fpga_registers.h"
 #include "hw/shell.h"
 #include "hw/spi_slave.h"
+#include "hw/time_units.h"
 
 static constexpr char kUpdateArchive[] = "/home/tovin/tmp/new_hd_version.tar.gz";
 static constexpr char kSuccessMarker[] = "/home/tovin/tmp/success.txt";
 
-static constexpr useconds_t kConfigurationSettle_us = 3'000'000;
-static constexpr useconds_t kArchiveSettle_us = 1'000'000;
+static constexpr useconds_t kConfigurationSettle_us = 3 * kSecond_us;
+static constexpr useconds_t kArchiveSettle_us = kSecond_us;
 static constexpr useconds_t kFifoStartPause_us = 100;
-static constexpr useconds_t kRestorePause_us = 1000;
+static constexpr useconds_t kRestorePause_us = kMillisecond_us;
 
-static constexpr unsigned kFifoWaitingMask = 0x00FF;  // non-zero: data waiting
-static constexpr unsigned kFifoLevelMask = 0x0FFF;
 static constexpr std::int32_t kFifoWordBytes = 2;
 static constexpr std::size_t kBufferSlack = 4;  // room for the extra word of an odd archive
 
@@ -150,10 +149,10 @@ static void take_fifo_word(std::uint8_t* at) {
 static FifoRead empty_fifo(std::uint8_t* buffer, std::int32_t size) {
   FifoRead result{};
   while (result.offset < size) {
-    while ((GetValue(kRegUpdateStatus) & kFifoWaitingMask) == 0) {
+    while ((GetValue(kRegUpdateStatus) & kUpdateWaitingMask) == 0) {
     }
     take_fifo_word(&buffer[result.offset]);
-    const unsigned level = GetValue(kRegUpdateStatus) & kFifoLevelMask;
+    const unsigned level = GetValue(kRegUpdateStatus) & kUpdateLevelMask;
     if (level > result.max_level) result.max_level = level;
     if (result.offset >= size - kFifoWordBytes) {
       puts("write_fleg_ok");

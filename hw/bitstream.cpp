@@ -10,6 +10,7 @@
 #include <tuple>
 
 #include "hw/fpga.h"
+#include "hw/time_units.h"
 
 enum ConfigRequest : unsigned long {
   kConfigStatus = 0,   // pointer to a word: read the status
@@ -21,7 +22,6 @@ enum ConfigRequest : unsigned long {
 static constexpr std::int32_t kStatusDone = 1;
 static constexpr std::int32_t kStatusReady = 2;  // nSTATUS
 
-static constexpr int kMillisecond_us = 1000;
 static constexpr int kReadyPolls = 100;
 static constexpr std::size_t kChunk = 16;
 static constexpr std::uint8_t kClosingByte = 0xFF;

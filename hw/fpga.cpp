@@ -7,6 +7,7 @@
 
 #include "hw/fpga_registers.h"
 #include "hw/shared_memory_davinci.h"
+#include "hw/time_units.h"
 
 Relaxed<FILE*> fpga_file;
 
@@ -14,6 +15,16 @@ FILE* open_fpga_stream(const char* message) {
   FILE* stream = fopen(kFpgaDevice, "r+b");
   if (stream == nullptr) puts(message);
   return stream;
+}
+
+bool open_fpga_file() {
+  fpga_file = open_fpga_stream(kFpgaNotOpened);
+  return fpga_file != nullptr;
+}
+
+void close_fpga_file() {
+  if (fpga_file != nullptr) fclose(fpga_file);
+  fpga_file = nullptr;
 }
 
 int descriptor_of(FILE* stream) { return stream == nullptr ? -1 : fileno(stream); }
@@ -52,12 +63,12 @@ std::uint32_t GetValue32(int low_address, int high_address) {
 
 // --- reset and start-up defaults -----------------------------------------
 
-static constexpr int kResetSettle_us = 10'000;
-static constexpr int kResetHold_us = 1'000'000;
+static constexpr useconds_t kResetSettle_us = 10 * kMillisecond_us;
+static constexpr useconds_t kResetHold_us = kSecond_us;
 
 void reset_fpga_path() {
   SetValue(kRegReset, 1);
-  SetValue(kRegAudioMode, 1);
+  SetValue(kRegAudioMode, kAudioModeStop);
   SetValue(kRegDspAudioEnable, 0);
   SetValue(kRegAc3Control, 0);
   SetValue(kRegAudioControl, 0);
@@ -80,8 +91,7 @@ static void store_start_up_defaults() {
 }
 
 int open_fpga_dev() {
-  fpga_file = open_fpga_stream(kFpgaNotOpened);
-  if (fpga_file == nullptr) return -1;
+  if (!open_fpga_file()) return -1;
   shared_set(&SharedBlock::do_fpga_restart, 1);
   usleep(kResetSettle_us);
   puts("Reset FPGA");

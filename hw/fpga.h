@@ -21,7 +21,6 @@ enum FpgaRequest : unsigned long {
   kFpgaReadReg = 16,     // FpgaSingle
   kFpgaWriteBlock = 17,  // FpgaBlock
   kFpgaReadBlock = 18,   // FpgaBlock
-  kFpgaLedStart = 87,    // pointer to a word holding 0: front-panel LED at service start
 };
 
 // Record of requests 15 and 16.
@@ -49,8 +48,16 @@ inline constexpr char kSecondHandleNotOpened[] = "Cannot access SPI port (/dev/f
 // Returns null, after printing the message as a line, when it does not open.
 FILE* open_fpga_stream(const char* message);
 
-// The register device, shared by all threads; null until it is opened.
+// The register device, shared by all threads; null until it is opened. Opened and
+// closed by the two functions below alone.
 extern Relaxed<FILE*> fpga_file;
+
+// Opens the device into fpga_file, or prints that it cannot be opened: requests
+// fail then, and reads give 0. Returns whether it is open.
+bool open_fpga_file();
+
+// Closes what open_fpga_file opened.
+void close_fpga_file();
 
 // Descriptor of a stream for ioctl; -1 for a stream that is not open, so that
 // the request fails at the driver.

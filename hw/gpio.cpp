@@ -13,20 +13,21 @@
 
 static constexpr int kLongestRecord = 4;  // 32-bit words
 
+int line_action(FILE* device, int line, std::int32_t word) {
+  // A line action takes the one word. The operator may name any request of the
+  // driver, and the register requests take more: the rest is room for them.
+  std::int32_t words[kLongestRecord] = {word};
+  const int result = ioctl(descriptor_of(device), static_cast<unsigned long>(line), words);
+  if (result != 0) printf("Error %d in IOCTL - LED\n", result);
+  return result;
+}
+
 int prog_gpio(int line) {
   printf("Start prog_gpio,input_data = %d\n", line);
   // The stream is never closed: every action keeps its own open handle.
   FILE* device = open_fpga_stream("Cannot access SPI port (/dev/fpga) - 1");
   if (device == nullptr) return 1;
-  // A line action takes the one word. The operator may name any request of the
-  // driver, and the register requests take more: the rest is room for them.
-  std::int32_t words[kLongestRecord] = {1};
-  const int result = ioctl(fileno(device), static_cast<unsigned long>(line), words);
-  if (result != 0) {
-    printf("Error %d in IOCTL - LED\n", result);
-    return 2;
-  }
-  return 0;
+  return line_action(device, line, 1) == 0 ? 0 : 2;
 }
 
 static constexpr int kValuePathSize = 61;  // 60 characters and the terminator

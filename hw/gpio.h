@@ -1,7 +1,11 @@
 // Reset, release and selection lines: FPGA line actions and sysfs GPIO.
 #pragma once
 
-// Line actions of "/dev/fpga": the request number is the action.
+#include <cstdint>
+#include <cstdio>
+
+// Line actions of "/dev/fpga": the request number is the action. Line 83 is the LED
+// of the host link, line 84 that of the front panel.
 enum GpioLine : int {
   kTvp5150Reset = 26,
   kTvp5150Release = 27,
@@ -21,7 +25,11 @@ enum GpioLine : int {
   kAudioRelease = 96,
 };
 
-// Issues line action `line`. Returns 0 done, 1 device not opened, 2 request
+// Issues a line action with its word on an open stream of the device. Returns the
+// result of the request, 0 when it is done; any other is reported.
+int line_action(FILE* device, int line, std::int32_t word);
+
+// Issues line action `line` Returns 0 done, 1 device not opened, 2 request
 // failed. Each call keeps one more open stream on the device.
 int prog_gpio(int line);
 

@@ -11,7 +11,6 @@ Relaxed<std::uint8_t> wrong_size_flag;
 
 Relaxed<std::uint8_t> SystemOnUpdate;
 Relaxed<std::int32_t> config_sys;
-Relaxed<std::int32_t> start_monitoring;
 Relaxed<std::int32_t> dbg_encode;
 Relaxed<std::int32_t> SystemMonitorStatus;
 

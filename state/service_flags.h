@@ -35,8 +35,6 @@ extern Relaxed<std::uint8_t> wrong_size_flag;       // writer: link            r
 extern Relaxed<std::uint8_t> SystemOnUpdate;
 // 1 once configured   writer: start, link   reader: service
 extern Relaxed<std::int32_t> config_sys;
-// 1 after the word "getmon"   writer, reader: start
-extern Relaxed<std::int32_t> start_monitoring;
 // 1 after the word "dbg"   writer: start   reader: apply
 extern Relaxed<std::int32_t> dbg_encode;
 // 1 once the status thread was started   writer, reader: start

@@ -9,8 +9,6 @@
 #include "video/tvp5150.h"
 #include "video/tvp7002.h"
 
-static constexpr unsigned kVideoOverflowLevel = 34'899;
-static constexpr unsigned kAudioOverflowLevel = 1'989;
 static constexpr int kTvp7002Running = 1;  // mode of its monitor: watching, not waiting
 
 static std::uint16_t read_word(int address) {
@@ -44,5 +42,5 @@ int read_audio_flag() {
 
 std::uint32_t read_frame_period() { return GetValue32(kRegVsRateLow, kRegVsRateHigh); }
 
-bool video_overflows() { return GetValue(kRegVideoLevel) > kVideoOverflowLevel; }
-bool audio_overflows() { return GetValue(kRegAudioLevel) > kAudioOverflowLevel; }
+bool video_overflows() { return GetValue(kRegVideoLevel) > kVideoLevelLimit; }
+bool audio_overflows() { return GetValue(kRegAudioLevel) > kAudioLevelLimit; }

@@ -8,11 +8,12 @@
 #include <cstdio>
 
 #include "hw/shared_memory_davinci.h"
+#include "hw/time_units.h"
 #include "state/service_flags.h"
 
 static constexpr char kStatusFile[] = "monitor.txt";  // in the working directory
-static constexpr useconds_t kPassSleep_us = 5'000'000;
-static constexpr useconds_t kStartSettle_us = 100'000;
+static constexpr useconds_t kPassSleep_us = 5 * kSecond_us;
+static constexpr useconds_t kStartSettle_us = 100 * kMillisecond_us;
 static constexpr int kPassesPerFile = 5;
 
 static pthread_t pMonitorThread;

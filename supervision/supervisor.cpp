@@ -18,6 +18,7 @@
 #include "hw/gpio.h"
 #include "hw/shared_memory_davinci.h"
 #include "hw/shell.h"
+#include "hw/time_units.h"
 #include "state/fpgaregs.h"
 #include "state/service_flags.h"
 #include "supervision/fpga_dump.h"
@@ -25,12 +26,12 @@
 #include "video/capture.h"
 #include "video/tvp7002.h"
 
-static constexpr useconds_t kCycleSleep_us = 500'000;
-static constexpr useconds_t kInputSettle_us = 1'000'000;
-static constexpr useconds_t kAlivePoll_us = 1000;
+static constexpr useconds_t kCycleSleep_us = 500 * kMillisecond_us;
+static constexpr useconds_t kInputSettle_us = kSecond_us;
+static constexpr useconds_t kAlivePoll_us = kMillisecond_us;
 static constexpr useconds_t kDspResetPulse_us = 10;
-static constexpr useconds_t kKillSettle_us = 5'000'000;
-static constexpr useconds_t kRelaunchSettle_us = 15'000'000;
+static constexpr useconds_t kKillSettle_us = 5 * kSecond_us;
+static constexpr useconds_t kRelaunchSettle_us = 15 * kSecond_us;
 
 static constexpr int kAlivePolls = 3001;           // about 3 s
 static constexpr std::uint32_t kDumpCycle = 10;    // register dump
@@ -525,8 +526,8 @@ static void cycle(bool disabled) {
   supervised_cycle();
 }
 
-void supervise(int monitor_disabled) {
-  for (;;) cycle(monitor_disabled != 0);
+void supervise(bool monitor_disabled) {
+  for (;;) cycle(monitor_disabled);
 }
 
 int fpga_monitor() {

@@ -10,6 +10,8 @@
 #include <cstdint>
 #include <cstdio>
 
+#include "hw/time_units.h"
+
 namespace {
 
 struct StandardBit {
@@ -22,8 +24,8 @@ constexpr StandardBit kStandardBits[] = {
     {56, 10}, {57, 11}, {58, 12}, {59, 13}, {60, 14}, {61, 15},
 };
 
-constexpr unsigned kQueryPause_us = 1;
-constexpr unsigned kQuerySettle_us = 1000000;
+constexpr useconds_t kQueryPause_us = 1;
+constexpr useconds_t kQuerySettle_us = kSecond_us;
 
 int standard_number(std::uint64_t mask) {
   for (const StandardBit& standard : kStandardBits) {

@@ -11,6 +11,7 @@
 #include "hw/fpga_registers.h"
 #include "hw/gpio.h"
 #include "hw/shared_memory_davinci.h"
+#include "hw/time_units.h"
 #include "state/service_flags.h"
 #include "video/capture.h"
 #include "video/tvp5150.h"
@@ -29,8 +30,6 @@ constexpr int kCaptureRgb = 3;
 constexpr int kCaptureComposite = 4;
 constexpr int kCaptureComposite577 = 5;
 constexpr int kVideoStd577 = 577;  // composite standard with a capture input of its own
-
-constexpr unsigned kSecond_us = 1000000;
 
 void select_tvp7002(int input) {
   prog_gpio(kSelectTvp7002);

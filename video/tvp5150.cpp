@@ -20,7 +20,7 @@ namespace {
 constexpr std::uint8_t WSS_ARRAY[] = {0xAA, 0x2A, 0xFF, 0x3F, 0x04, 0x51, 0x6E, 0x02,
                                       0x63, 0x8C, 0x09, 0x00, 0x00, 0x00, 0x27, 0x00};
 
-constexpr unsigned kResetPulse_us = 500;
+constexpr useconds_t kResetPulse_us = 500;
 constexpr unsigned kMonitorInterval = 5;  // calls between two readings
 constexpr int kAutoswitchStd = 10;
 

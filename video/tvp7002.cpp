@@ -34,7 +34,7 @@ enum Register : int {
 constexpr std::uint8_t kMux2Component = 0x6F;
 constexpr std::uint8_t kMux2Rgb = 0x6A;
 constexpr std::uint8_t kRgbControlValue = 0x13;
-constexpr unsigned kMuxSettle_us = 100;
+constexpr useconds_t kMuxSettle_us = 100;
 
 // Bits of the sync status register.
 constexpr int kComponentSync = 0x42;  // both set: component sync is good

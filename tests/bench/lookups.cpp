@@ -50,7 +50,11 @@ std::string write_ini(int lines) {
   return path;
 }
 
-Values fresh_values() { return Values(kHdParamRows, kMissing); }
+Values fresh_values() {
+  std::size_t rows = 0;
+  while (hd_params[rows].key != nullptr) ++rows;
+  return Values(rows, kMissing);
+}
 
 Values by_product(const std::string& path) {
   Values values = fresh_values();

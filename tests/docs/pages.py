@@ -81,7 +81,7 @@ def table(source, pattern):
     return re.findall(pattern, read(source), re.M)
 
 def option_findings():
-    known = set(table("app/command_line.cpp", r'^    \{"-([^"]+)", +Look'))
+    known = set(table("app/command_line.cpp", r'^    \{"-([^"]+)", +k(?:First|Each)'))
     page = read("packaging/man/vantorig.1")
     tagged = {name for line in re.findall(r"^\.It (Fl .*)", page, re.M) for name in flags(line)}
     yield from differ("vantorig.1", tagged, known)

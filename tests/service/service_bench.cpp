@@ -97,7 +97,7 @@ bool ServiceBench::run(double seconds, const std::function<void(Host&)>& host,
     host(end);
   });
   return bench.run_for(static_cast<std::int64_t>(seconds * 1e6),
-                       [monitor_disabled] { prog602(monitor_disabled); });
+                       [=, this] { prog602(monitor_disabled != 0, status_file); });
 }
 
 bool serves(const Board& board) {

@@ -61,6 +61,8 @@ class ServiceBench {
   // Runs `-602` for this many board seconds beside the host. True when the
   // service itself ended before.
   bool run(double seconds, const std::function<void(Host&)>& host, int monitor_disabled = 0);
+
+  bool status_file = false;  // as "getmon" asks for it
 };
 
 // The board of this process launched `encode`, holds nothing back and is healthy.

@@ -13,7 +13,7 @@ using testing::StartsWith;
 
 TEST(StatusFile, getmon_writes_it_every_25_s) {
   SupervisedBoard board;
-  start_monitoring = 1;
+  board.service.status_file = true;
   std::vector<double> written;
   board.run_from_start([&](Host& host) {
     const std::string path = board.service.bench.path("monitor.txt");
@@ -24,7 +24,6 @@ TEST(StatusFile, getmon_writes_it_every_25_s) {
       std::remove(path.c_str());
     }
   });
-  EXPECT_EQ(start_monitoring, 0);
   ASSERT_EQ(written.size(), 3u);
   EXPECT_NEAR(written[0], 25.0, 0.2);
   EXPECT_NEAR(written[1], 50.0, 0.2);
@@ -35,7 +34,7 @@ TEST(StatusFile, shows_what_encode_reports_and_reaches_the_host) {
   SupervisedBoard board;
   board.config = example_config_with({{"mpgVidRes", 10}, {"mpgVidRate", 8000}});
   board.world("set-standard 720p50");
-  start_monitoring = 1;
+  board.service.status_file = true;
   std::string fetched;
   board.run_from_start([&](Host& host) {
     board.configure(host);
@@ -51,7 +50,6 @@ TEST(StatusFile, shows_what_encode_reports_and_reaches_the_host) {
 
 TEST(StatusFile, service_without_getmon_writes_none) {
   SupervisedBoard board;
-  start_monitoring = 0;
   board.run_from_start([&](Host& host) { host.wait(100); });
   EXPECT_FALSE(board.service.bench.has_file("monitor.txt"));
 }

@@ -49,7 +49,7 @@ TEST(BoardWeek, a_fault_every_hour_ends_healthy_with_one_launch_for_each) {
   stay_on_one_core();
   SupervisedBoard board;
   board.seconds = (kHours + 1) * kHour;
-  start_monitoring = 1;
+  board.service.status_file = true;
   vboard::set_trace_sink(nullptr);  // a week of trace is of no use
   std::vector<int> last_status;
 

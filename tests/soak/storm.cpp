@@ -137,7 +137,7 @@ void Storm::prepare() {
     chmod(bench.path(name).c_str(), 0755);
   bench.put_file("version.ini", "1.12.3\n");
   bench.put_file("MELK_spi.bin", std::string(600, '\x42'));
-  start_monitoring = 1;
+  service_.status_file = true;
   vboard::set_trace_sink(nullptr);
   stream_cost_ = heap_of_a_stream();
   vboard::set_trace_sink(take_trace);

@@ -7,14 +7,12 @@ import common
 HEADER = re.compile(r"^\s*#\s*include\s+<(sys/ioctl\.h|sys/shm\.h|sys/sem\.h|sys/select\.h|linux/[^>]+)>")
 
 OWNERS = {
-    "app/service.cpp": "front-panel LED",
     "diag/capture_bench.cpp": "private registers and crop of the capture device",
     "diag/fpga_bench.cpp": "raw FPGA requests",
-    "hostlink/dispatcher.cpp": "link LED",
     "hostlink/link.cpp": "SPI slave device",
     "hw/bitstream.cpp": "FPGA configuration port",
     "hw/fpga.cpp": "FPGA registers",
-    "hw/gpio.cpp": "line actions",
+    "hw/gpio.cpp": "line actions, LEDs",
     "hw/i2capi.cpp": "I2C bus and semaphores",
     "hw/shared_memory_davinci.cpp": "shared block",
     "video/capture.cpp": "capture device",

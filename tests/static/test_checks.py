@@ -12,10 +12,8 @@ import named_tests
 import swept
 import words
 
-
 def numbered(text):
     return list(enumerate(text.split("\n"), 1))
-
 
 OVERRIDES = """
 int seam_close(int fd) { return fd; }
@@ -26,7 +24,6 @@ int close(int fd) { return seam::seam_close(fd); }
 %s
 }  // extern "C"
 """
-
 
 class Checks(unittest.TestCase):
     def test_include_from_above_is_found(self):
@@ -76,7 +73,7 @@ class Checks(unittest.TestCase):
         self.assertEqual(len(list(swept.problems(*good[:2], set(), *good[3:]))), 1)
         self.assertEqual(len(list(swept.problems(*good[:4], '{"-gpio", "5"}'))), 1)
         self.assertEqual(swept.asked('if (call_fails("open", path)) x(should_fail("malloc"));'), {"open", "malloc"})
-        self.assertEqual(swept.options('kOptions[] = {\n    {"-wr", Look::kOne},\n};\n    {"-no", 1},'), ["-wr"])
+        self.assertEqual(swept.options('kOptions[] = {\n    {"-wr", kEach},\n};\n    {"-no", 1},'), ["-wr"])
 
     def test_imports_are_accounted_for(self):
         listed = {"open": "wrapped", "puts": "pass", "memcpy": "compiler"}
@@ -109,7 +106,6 @@ class Checks(unittest.TestCase):
         self.assertFalse(head_comments.has_head("//", "#include <x>\n"))
         self.assertFalse(head_comments.has_head("//", "//\n// later\n"))
         self.assertFalse(head_comments.has_head("//", ""))
-
 
 if __name__ == "__main__":
     unittest.main()

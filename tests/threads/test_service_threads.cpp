@@ -21,12 +21,11 @@ using vboard::TimeMode;
 constexpr double kBoardSpeed = 100;
 
 void* serve(void*) {
-  prog602(0);
+  prog602(false, true);  // the status thread as well
   return nullptr;
 }
 
 void start_service() {
-  start_monitoring = 1;  // the status thread as well
   pthread_t thread = {};
   ASSERT_EQ(pthread_create(&thread, nullptr, serve, nullptr), 0);
   pthread_detach(thread);

@@ -31,13 +31,12 @@ struct Capture {
   Capture() {
     fpga_file = nullptr;
     shared_memory = nullptr;
-    start_monitoring = 0;
     SystemMonitorStatus = 0;
     config_sys = 1;
   }
   void make_mount() const { bench.put_file(kCaptureFile, "what was there before"); }
-  bool run(std::int64_t limit_us) {
-    return bench.run_for(limit_us, [] { ac3_test(); });
+  bool run(std::int64_t limit_us, bool status_file = false) {
+    return bench.run_for(limit_us, [=] { ac3_test(status_file); });
   }
 };
 
@@ -159,9 +158,7 @@ TEST(Ac3Test, failed_register_reads_capture_nothing) {
 TEST(Ac3Test, getmon_starts_the_status_file) {
   Capture capture;
   capture.make_mount();
-  start_monitoring = 1;
-  EXPECT_FALSE(capture.run(kStart_us + 50'000));
-  EXPECT_EQ(start_monitoring, 0);
+  EXPECT_FALSE(capture.run(kStart_us + 50'000, true));
   EXPECT_EQ(SystemMonitorStatus, 1);
   EXPECT_THAT(capture.bench.output(), StartsWith("Start System Monitoring\n"));
   EXPECT_EQ(capture.bench.trace({"thread"}).size(), 2u);  // and the host link's
@@ -171,7 +168,7 @@ TEST(Ac3Test, block_that_cannot_be_attached_ends_it) {
   Capture capture;
   seam::fail_call("shmat", "", 0, -1, ENOMEM);
   int result = 0;
-  EXPECT_TRUE(capture.bench.run_for(kStart_us, [&result] { result = ac3_test(); }));
+  EXPECT_TRUE(capture.bench.run_for(kStart_us, [&result] { result = ac3_test(false); }));
   EXPECT_LT(result, 0);
   EXPECT_EQ(capture.bench.output(), "Error, cannot map SNMP shared memory!!!\n");
   EXPECT_EQ(config_sys, 1);

@@ -23,7 +23,6 @@ struct CommandLineRun {
   Bench bench;
   CommandLineRun() {
     shared_memory = nullptr;
-    start_monitoring = 0;
     SystemMonitorStatus = 0;
     dbg_encode = 0;
   }
@@ -46,7 +45,7 @@ TEST(CommandLineService, alone_starts_the_service_with_supervision) {
   CommandLineRun line;
   EXPECT_THAT(line.run({"-602"}, kStarted_us),
               StartsWith(" LN 3151\nargc=2\n LN 3157\nprog602 Y_HD\n"));
-  EXPECT_EQ(start_monitoring, 0);
+  EXPECT_EQ(SystemMonitorStatus, 0);
   EXPECT_EQ(dbg_encode, 0);
   EXPECT_EQ(line.bench.trace({"thread"}).size(), 1u);  // the host link's
 }

@@ -27,15 +27,14 @@ struct Service {
   Service() {
     fpga_file = nullptr;
     shared_memory = nullptr;
-    start_monitoring = 0;
     SystemMonitorStatus = 0;
     config_sys = 1;
     fpga_hw_version = 0;
     for (int i = 0; i < kVersionTextSize; ++i) ver[i] = '\0';
   }
   // Runs it for this long; false: it was still running then.
-  bool run(std::int64_t limit_us, int monitor_disabled = 0) {
-    return bench.run_for(limit_us, [monitor_disabled] { prog602(monitor_disabled); });
+  bool run(std::int64_t limit_us, bool monitor_disabled = false, bool status_file = false) {
+    return bench.run_for(limit_us, [=] { prog602(monitor_disabled, status_file); });
   }
   std::string version() const {
     std::string text;
@@ -79,19 +78,17 @@ TEST(Prog602, messages_stores_and_traffic_in_one_order) {
   SharedBlock& block = service.bench.attach_block();
   service.bench.put_file("version.ini", "1.2.3\n");
   block.encode_alive = 1;
-  start_monitoring = 1;
   service.bench.follow();
   service.bench.watch("config_sys", config_sys);
-  service.bench.watch("start_monitoring", start_monitoring);
   service.bench.watch("status thread", SystemMonitorStatus);
   service.bench.watch("version", fpga_hw_version);
   service.bench.watch("alive", block.encode_alive);
-  EXPECT_FALSE(service.run(250'000));
+  EXPECT_FALSE(service.run(250'000, false, true));
   EXPECT_THAT(service.bench.stream(),
               ElementsAre("say prog602 Y_HD", "shmget 0x4d454c4b 4096 0x3ff", "config_sys = 0",
                           "say Start System Monitoring", "status thread = 1", StartsWith("thread"),
                           "wait 100000", "wait 5000000",  // the status thread's
-                          "start_monitoring = 0", StartsWith("thread"), "wait 100000",
+                          StartsWith("thread"), "wait 100000",
                           "say OPEN NEW /dev/fpga!!!!!!!!!!!!!!!!!!!!!1", "open /dev/fpga r+b",
                           "wait 10000", "say Reset FPGA", "fpga wr 0x0004 <- 0x0001",
                           "fpga wr 0x0008 <- 0x0001", "fpga wr 0x0010 <- 0x0000",
@@ -125,14 +122,12 @@ TEST(Prog602, alive_word_is_clear_when_supervision_begins) {
 
 TEST(Prog602, block_that_cannot_be_attached_ends_the_service) {
   Service service;
-  start_monitoring = 1;
   seam::fail_call("shmat", "", 0, -1, ENOMEM);
   int result = 0;
-  EXPECT_TRUE(service.bench.run_for(kStarted_us, [&result] { result = prog602(0); }));
+  EXPECT_TRUE(service.bench.run_for(kStarted_us, [&result] { result = prog602(false, true); }));
   EXPECT_LT(result, 0);
   EXPECT_EQ(service.bench.output(), "prog602 Y_HD\nError, cannot map SNMP shared memory!!!\n");
   EXPECT_EQ(config_sys, 1);
-  EXPECT_EQ(start_monitoring, 1);
   EXPECT_THAT(service.bench.trace({"thread", "open", "file", "wait"}), IsEmpty());
 }
 
@@ -147,9 +142,7 @@ TEST(Prog602, segment_that_cannot_be_had_prints_both_messages) {
 
 TEST(Prog602, getmon_starts_the_status_thread_before_the_link) {
   Service service;
-  start_monitoring = 1;
-  EXPECT_FALSE(service.run(kStarted_us));
-  EXPECT_EQ(start_monitoring, 0);
+  EXPECT_FALSE(service.run(kStarted_us, false, true));
   EXPECT_EQ(SystemMonitorStatus, 1);
   EXPECT_THAT(service.bench.output(),
               StartsWith("prog602 Y_HD\nStart System Monitoring\nOPEN NEW /dev/fpga"));
@@ -157,14 +150,6 @@ TEST(Prog602, getmon_starts_the_status_thread_before_the_link) {
   EXPECT_THAT(service.bench.trace({"thread", "wait", "open"}),
               ElementsAre(StartsWith("thread"), "wait 100000", "wait 5000000", StartsWith("thread"),
                           "wait 100000", "open /dev/fpga r+b", "wait 10000", "wait 1000000"));
-}
-
-TEST(Prog602, monitoring_word_of_another_value_starts_no_status_thread) {
-  Service service;
-  start_monitoring = 2;
-  EXPECT_FALSE(service.run(kStarted_us));
-  EXPECT_EQ(start_monitoring, 2);
-  EXPECT_THAT(service.bench.output(), Not(HasSubstr("Start System Monitoring")));
 }
 
 // ---- version.ini ------------------------------------------------------------------------

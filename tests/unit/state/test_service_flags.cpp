@@ -23,7 +23,6 @@ TEST(ServiceFlags, all_other_bytes_and_words_start_at_0) {
   EXPECT_EQ(wrong_size_flag, 0);
   EXPECT_EQ(SystemOnUpdate, 0);
   EXPECT_EQ(config_sys, 0);
-  EXPECT_EQ(start_monitoring, 0);
   EXPECT_EQ(dbg_encode, 0);
   EXPECT_EQ(SystemMonitorStatus, 0);
   EXPECT_EQ(status_init_flag, 0);

@@ -71,7 +71,7 @@ class SupervisionBench : public testing::Test {
 
   void run(double seconds, int monitor_disabled) {
     EXPECT_FALSE(bench.run_for(static_cast<std::int64_t>(seconds * 1e6),
-                               [monitor_disabled] { supervise(monitor_disabled); }));
+                               [monitor_disabled] { supervise(monitor_disabled != 0); }));
   }
 
   // Two captures at 40: the level stopped rising, then the audio phase is skipped.
