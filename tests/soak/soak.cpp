@@ -74,7 +74,13 @@ int main(int argc, char** argv) {
   auto* hours = app.add_option("--hours", course.hours, "board time, instead of days");
   app.add_option("--seed", course.seed, "of the storm")->capture_default_str();
   app.add_flag("--repeat", repeat, "run twice and compare, to the byte");
-  CLI11_PARSE(app, argc, argv);
+  app.footer("Exit status: 0 nothing was amiss, 1 something was, 2 not understood.");
+  try {
+    app.parse(argc, argv);
+  } catch (const CLI::ParseError& error) {
+    constexpr int kUsage = 2;
+    return app.exit(error) == 0 ? 0 : kUsage;
+  }
   if (hours->empty()) course.hours = days * 24;
   course.report = fdopen(vboard::real::dup(STDOUT_FILENO), "w");
   return course.report == nullptr ? 1 : soak(course, repeat);

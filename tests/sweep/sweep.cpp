@@ -147,6 +147,16 @@ void run(std::vector<Plan>& plans, const Choice& choice) {
   }
 }
 
+const CLI::Validator kScenario(
+    [](const std::string& name) {
+      if (std::ranges::find(scenarios(), name, &Scenario::name) != scenarios().end())
+        return std::string();
+      std::string text = "'" + name + "' is no scenario; there are";
+      for (const Scenario& one : scenarios()) text += " " + one.name;
+      return text;
+    },
+    "NAME");
+
 double cpu_seconds() {
   rusage used = {};
   getrusage(RUSAGE_CHILDREN, &used);
@@ -176,6 +186,7 @@ int sweep(const Choice& choice) {
   for (const auto& [call, points] : by_call) printf(" %s %ld", call.c_str(), points);
   printf("\n%zu scenarios, %ld points, %ld failures, %.0f s of processor time\n", plans.size(),
          all.points, all.failures, cpu_seconds());
+  if (all.points == 0) fprintf(stderr, "There is no such call.\n");
   return all.failures == 0 && all.points > 0 ? 0 : 1;
 }
 
@@ -184,13 +195,19 @@ int sweep(const Choice& choice) {
 int main(int argc, char** argv) {
   CLI::App app{"Makes every call that can fail do so, one at a time, and looks at what follows."};
   Choice choice;
-  app.add_option("--scenario", choice.scenario, "only this one");
+  app.footer("Exit status: 0 no failure, 1 a failure, 2 not understood.");
+  app.add_option("--scenario", choice.scenario, "only this one")->check(kScenario);
   app.add_option("--point", choice.call, "only this call of it");
   app.add_option("--sample", choice.sample, "at most this many points a scenario");
   app.add_option("--seed", choice.seed, "of the sample")->capture_default_str();
   app.add_option("--jobs", choice.jobs, "processes side by side")
       ->capture_default_str()
       ->check(CLI::Range(1, 64));
-  CLI11_PARSE(app, argc, argv);
+  try {
+    app.parse(argc, argv);
+  } catch (const CLI::ParseError& error) {
+    constexpr int kUsage = 2;
+    return app.exit(error) == 0 ? 0 : kUsage;
+  }
   return sweep(choice);
 }
