@@ -48,6 +48,37 @@ try_arm_packages() {
   }
 }
 
+# in_scratch COMMAND...: runs it in a session of its own with a temporary folder of its
+# own. Whatever ends it, ^C, a signal or a closed pipe too, neither stays behind. Ends
+# the shell when the command failed.
+in_scratch() {
+  scratch=$(mktemp -d "${TMPDIR:-/tmp}/vantorig-XXXXXX")
+  session=
+  trap leave_scratch EXIT
+  trap 'exit 129' HUP
+  trap 'exit 130' INT
+  trap 'exit 131' QUIT
+  trap 'exit 141' PIPE
+  trap 'exit 143' TERM
+  TMPDIR=$scratch setsid env --default-signal=INT,QUIT "$@" &
+  session=$!
+  wait "$session" || exit $?
+}
+
+leave_scratch() {
+  status=$?
+  trap '' HUP INT QUIT PIPE TERM
+  if [ -n "$session" ]; then
+    kill "$session" 2>/dev/null || : # also before it has its session
+    tries=0
+    while pkill -TERM -s "$session" && [ $((tries += 1)) -lt 20 ]; do sleep 0.1; done
+    pkill -KILL -s "$session" || :
+  fi
+  # Who dies may have written something meanwhile.
+  until rm -rf "$scratch"; do sleep 0.1; done
+  exit "$status"
+}
+
 # source_date: seconds since 1970, of the last commit; of the newest source file where
 # the history is missing (a tarball) or not to be read (another user's, no git).
 source_date() {

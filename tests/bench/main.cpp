@@ -80,8 +80,8 @@ void silence_output() {
 }  // namespace
 
 int main(int argc, char** argv) {
-  char name[] = "/tmp/vantorig-bench-XXXXXX";
-  bench::use_home(mkdtemp(name));
+  std::string name = std::filesystem::temp_directory_path() / "vantorig-bench-XXXXXX";
+  bench::use_home(mkdtemp(name.data()));
   silence_output();
   const std::vector<Workload> all = all_workloads();
   int status = 0;

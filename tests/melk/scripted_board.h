@@ -11,6 +11,7 @@
 #include <cstdio>
 #include <cstdlib>
 #include <deque>
+#include <filesystem>
 #include <string>
 #include <vector>
 
@@ -82,13 +83,13 @@ class ScriptedBoard : public melk::Transport {
 class HostFile {
  public:
   explicit HostFile(const std::string& content = "") {
-    const int fd = mkstemp(path_);
+    const int fd = mkstemp(path_.data());
     EXPECT_EQ(write(fd, content.data(), content.size()), static_cast<ssize_t>(content.size()));
     close(fd);
   }
   ~HostFile() {
-    unlink(path_);
-    unlink((std::string(path_) + ".part").c_str());
+    unlink(path_.c_str());
+    unlink((path_ + ".part").c_str());
   }
   HostFile(const HostFile&) = delete;
   HostFile& operator=(const HostFile&) = delete;
@@ -104,7 +105,7 @@ class HostFile {
   }
 
  private:
-  char path_[32] = "/tmp/melk_test_XXXXXX";
+  std::string path_ = std::filesystem::temp_directory_path() / "melk_test_XXXXXX";
 };
 
 inline bool contains(const std::string& text, const std::string& part) {

@@ -26,7 +26,7 @@ namespace fs = std::filesystem;
 // Files for a board, gone with the test.
 class Directory {
  public:
-  Directory() { EXPECT_NE(mkdtemp(path_), nullptr); }
+  Directory() { EXPECT_NE(mkdtemp(path_.data()), nullptr); }
   ~Directory() { fs::remove_all(path_); }
   Directory(const Directory&) = delete;
   Directory& operator=(const Directory&) = delete;
@@ -39,7 +39,7 @@ class Directory {
   }
 
  private:
-  char path_[32] = "/tmp/make_update_XXXXXX";
+  std::string path_ = fs::temp_directory_path() / "make_update_XXXXXX";
 };
 
 std::string problem_with(const Directory& directory) {

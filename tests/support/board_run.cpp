@@ -24,8 +24,8 @@ std::string read_file(const std::string& path) {
 }
 
 std::string temporary_directory() {
-  char name[] = "/tmp/vboard-test-XXXXXX";
-  return mkdtemp(name);
+  std::string name = fs::temp_directory_path() / "vboard-test-XXXXXX";
+  return mkdtemp(name.data());
 }
 
 }  // namespace

@@ -148,8 +148,8 @@ Bench::Bench(TimeMode mode, double speed) {
   board_->clock.speed = speed;
   board_->clock.running = 1;
   board_->clock.epoch_mono_ns = real::monotonic_ns();
-  char name[] = "/tmp/vboard-XXXXXX";
-  home_ = mkdtemp(name);
+  std::string name = std::filesystem::temp_directory_path() / "vboard-XXXXXX";
+  home_ = mkdtemp(name.data());
   came_from_ = std::filesystem::current_path();
   std::filesystem::current_path(home_);
   fflush(stdout);
