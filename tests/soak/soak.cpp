@@ -25,12 +25,15 @@ bool run_apart(const Course& course, const std::vector<Reference>& references,
   fflush(course.report);
   const pid_t child = fork();
   if (child == 0) {
-    Storm storm(course, references);
-    const bool good = storm.run();
-    const std::uint64_t mine = storm.digest();
-    const bool said = write(channel[1], &mine, sizeof mine) == sizeof mine;
+    bool good = false;
+    {
+      Storm storm(course, references);
+      good = storm.run();
+      const std::uint64_t mine = storm.digest();
+      good &= write(channel[1], &mine, sizeof mine) == sizeof mine;
+    }
     fflush(course.report);
-    _exit(good && said ? 0 : 1);
+    _exit(good ? 0 : 1);
   }
   close(channel[1]);
   const bool heard = read(channel[0], digest, sizeof *digest) == sizeof *digest;
