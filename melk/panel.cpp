@@ -29,7 +29,8 @@ std::string cause_text(const Status& status) {
 // '#' up to the level, '|' where the level had settled.
 std::string bar(std::uint32_t level, std::uint32_t settled, std::uint32_t full, std::size_t width) {
   const auto place = [&](std::uint32_t value) {
-    return full == 0 ? 0 : std::min<std::size_t>(width, std::uint64_t{value} * width / full);
+    const std::uint64_t cells = full == 0 ? 0 : std::uint64_t{value} * width / full;
+    return static_cast<std::size_t>(std::min<std::uint64_t>(width, cells));
   };
   std::string text = std::string(place(level), '#') + std::string(width - place(level), '.');
   if (settled > 0 && place(settled) < width) text[place(settled)] = '|';

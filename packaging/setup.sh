@@ -23,12 +23,11 @@ need_packages() {
   }
 }
 
-# try_arm_packages: the cross compiler, musl for the board and the emulator. Installs
-# them as root; where they cannot be had, says so and fails.
-try_arm_packages() {
-  wanted='g++-arm-linux-gnueabi musl-dev:armel qemu-user-static'
+# try_packages NAME...: the same for packages that not every machine can have, some of
+# the board's processor. Where they cannot be had, says so and fails.
+try_packages() {
   missing=
-  for package in $wanted; do
+  for package in "$@"; do
     dpkg-query -W -f '${Status}' "$package" 2>/dev/null | grep -q 'install ok installed' ||
       missing="$missing $package"
   done
@@ -85,6 +84,16 @@ source_date() {
   { [ -e .git ] && git log -1 --format=%ct 2>/dev/null; } && return
   find . \( -path './build*' -o -path ./out -o -path ./.git \) -prune -o \
     -type f -printf '%T@\n' | sort -n | tail -n 1 | cut -d . -f 1
+}
+
+# The cross compiler, musl for the board and the emulator of its processor.
+try_arm_packages() { try_packages g++-arm-linux-gnueabi musl-dev:armel qemu-user-static; }
+
+# What an emulated board with a kernel needs beside them; for one of our own
+# configuration, a compiler's helpers.
+try_kernel_packages() {
+  try_packages g++-arm-linux-gnueabi musl-dev:armel make qemu-system-arm || return 1
+  [ "$1" != arm926 ] || try_packages bc bison flex xz-utils
 }
 
 # build DIRECTORY [TARGET...]: builds quietly; shows what went wrong.
