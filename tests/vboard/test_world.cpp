@@ -76,6 +76,16 @@ bool dsp_answers() {
   return result >= 0;
 }
 
+// What a read of the link gives when the host has sent nothing.
+ssize_t silent_link_read() {
+  const int fd = open("/dev/spislave", O_RDWR);
+  fcntl(fd, F_SETFL, O_NONBLOCK);
+  char byte = 0;
+  const ssize_t got = read(fd, &byte, 1);
+  close(fd);
+  return got;
+}
+
 bool opens(const char* device) {
   const int fd = open(device, O_RDWR);
   if (fd < 0) return false;
@@ -171,6 +181,7 @@ const FaultCase kFaultCases[] = {
     {"fpga_fail", "fpga-fail", [] { return GetValue(kRegHwVersion) == 0; }},
     {"fpga_fail_one_request", "fpga-fail 15",
      [] { return SetValue(kRegLatch, 1) != 0 && GetValue(kRegHwVersion) != 0; }},
+    {"link_ends", "link-ends", [] { return silent_link_read() == 0; }},
     {"missing_fpga", "missing fpga", [] { return !opens("/dev/fpga"); }},
     {"missing_fpga2", "missing fpga2", [] { return !opens("/dev/fpga2"); }},
     {"missing_spislave", "missing spislave", [] { return !opens("/dev/spislave"); }},

@@ -94,6 +94,7 @@ struct Faults {
   std::uint32_t stuck_count = 0;
   std::uint64_t ghost_standards = 0;  // bits that the capture driver reports besides the right one
   std::uint32_t missing_devices = 0;  // bit per Device: its node is gone
+  bool link_ends = false;             // a read of the silent link ends with 0 bytes
   // What the losses took away, so that they can be undone; kNone when not lost.
   VideoSource lost_video = VideoSource::kNone;
   AudioSource lost_audio = AudioSource::kNone;

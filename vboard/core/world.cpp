@@ -596,6 +596,8 @@ constexpr WorldFault kFaults[] = {
      add_ghost_standard, drop_ghost_standards, tell_ghost_standards},
     {"fpga-fail", "[REQUEST]", "requests of the FPGA driver fail: all, or this number", fail_fpga,
      mend_fpga, tell_fpga},
+    {"link-ends", "", "a read of the link that finds nothing ends with 0 bytes, not with EAGAIN",
+     raise<&F::link_ends>, lower<&F::link_ends>, tell<&F::link_ends>},
     {"missing", "DEVICE", "the device node is gone: fpga fpga2 spislave i2c video0 gpio",
      remove_device, return_device, tell_devices},
     {"nstatus", "DELAY|never", "the configuration port shows nSTATUS after DELAY polls",

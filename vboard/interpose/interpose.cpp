@@ -630,11 +630,22 @@ int seam_fcntl(int fd, int command, long argument) {
 
 // ---- waiting -------------------------------------------------------------------------
 
+// Descriptors beyond the first set stand in further sets behind it.
+bool in_set(int fd, const fd_set* set) {
+  return FD_ISSET(fd % FD_SETSIZE, set + fd / FD_SETSIZE) != 0;
+}
+
+// Leaves nothing in the set but this descriptor (-1: nothing at all).
+void leave_in_set(int count, int only, fd_set* set) {
+  for (int fd = 0; fd < count; ++fd) FD_CLR(fd % FD_SETSIZE, set + fd / FD_SETSIZE);
+  if (only >= 0) FD_SET(only % FD_SETSIZE, set + only / FD_SETSIZE);
+}
+
 int link_descriptor(int count, const fd_set* set) {
   if (set == nullptr || !active()) return -1;
   std::lock_guard<std::mutex> hold(seam().lock);
   for (const auto& [fd, handle] : seam().handles)
-    if (fd < count && handle.device == Device::kSpiSlave && FD_ISSET(fd, set)) return fd;
+    if (fd < count && handle.device == Device::kSpiSlave && in_set(fd, set)) return fd;
   return -1;
 }
 
@@ -648,8 +659,7 @@ int seam_select(int count, fd_set* read, fd_set* write, fd_set* except, timeval*
                          : static_cast<std::int64_t>(timeout->tv_sec) * 1000000 + timeout->tv_usec;
   const bool ready = board_wait(WaitFor::kHostBytes, limit_us);
   trace("select %lld %s", static_cast<long long>(limit_us), ready ? "ready" : "timeout");
-  FD_ZERO(read);
-  if (ready) FD_SET(fd, read);
+  leave_in_set(count, ready ? fd : -1, read);
   if (timeout != nullptr && !ready) *timeout = {0, 0};
   return ready ? 1 : 0;
 }

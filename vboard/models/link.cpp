@@ -50,6 +50,7 @@ long link_board_read(Board& board, std::uint8_t* data, std::size_t size) {
   board.link.settled = got == 0;
   if (got == 0) {
     link_changed(board);
+    if (board.world.faults.link_ends) return 0;
     errno = EAGAIN;
     return -1;
   }
