@@ -71,7 +71,11 @@ int init_i2c(int bus) {
   return open(path, O_RDWR);
 }
 
-static constexpr int kSubaddrRoom = 4;  // longest sub-address a message can count
+static constexpr int kSubaddrRoom = 1024;  // longest sub-address that a message counts
+
+static bool subaddr_fits(int subaddr_len) {
+  return subaddr_len >= 0 && subaddr_len <= kSubaddrRoom;
+}
 
 // Fills the sub-address bytes, most significant first. Any length other than 0
 // and 1 gives two bytes. Returns how many bytes were filled.
@@ -103,15 +107,17 @@ static int transfer(int fd, i2c_msg* messages, unsigned count) {
 }
 
 int i2c_readblk(int fd, int addr, int subaddr, int subaddr_len, int len, std::uint8_t* buf) {
+  if (!subaddr_fits(subaddr_len)) return -2;
   if (subaddr_len == 0) {
     // One byte whatever len says: chips without registers answer single bytes.
     i2c_msg read_one = message(addr, I2C_M_RD, 1, buf);
     return transfer(fd, &read_one, 1);
   }
-  std::uint8_t sub[kSubaddrRoom] = {};
+  std::uint8_t sub[kSubaddrRoom];
+  memset(sub, 0, static_cast<std::size_t>(subaddr_len));
   put_subaddr(sub, subaddr, subaddr_len);
   i2c_msg combined[] = {
-      message(addr, 0, std::min(subaddr_len, kSubaddrRoom), sub),
+      message(addr, 0, subaddr_len, sub),
       message(addr, I2C_M_RD, len, buf),
   };
   return transfer(fd, combined, 2);
@@ -119,13 +125,15 @@ int i2c_readblk(int fd, int addr, int subaddr, int subaddr_len, int len, std::ui
 
 int i2c_writeblk(int fd, int addr, int subaddr, int subaddr_len, int len,
                  const std::uint8_t* data) {
-  if (len < 0 || len >= kI2cMaxWrite) return -2;
-  std::uint8_t buffer[kSubaddrRoom + kI2cMaxWrite] = {};
+  if (len < 0 || len >= kI2cMaxWrite || !subaddr_fits(subaddr_len)) return -2;
+  std::uint8_t buffer[kSubaddrRoom + kI2cMaxWrite];
+  const int count = subaddr_len + len;
+  memset(buffer, 0, static_cast<std::size_t>(count));
   const int start = put_subaddr(buffer, subaddr, subaddr_len);
   if (len > 0) memcpy(buffer + start, data, static_cast<std::size_t>(len));
   // The message counts the sub-address length as given: a length of 3 sends two
   // sub-address bytes and one spare byte after the data.
-  i2c_msg write_all = message(addr, 0, std::min(subaddr_len, kSubaddrRoom) + len, buffer);
+  i2c_msg write_all = message(addr, 0, count, buffer);
   return transfer(fd, &write_all, 1);
 }
 

@@ -24,14 +24,16 @@ int UnLockStatus();
 int init_i2c(int bus);
 
 // Reads len bytes after writing a sub-address of subaddr_len (0, 1 or 2) bytes,
-// most significant first. Without a sub-address exactly one byte is read,
-// whatever len says. Returns the result of the transfer (negative on failure).
+// most significant first; of a longer one the other bytes are zeros. Without a
+// sub-address exactly one byte is read, whatever len says. Returns the result of
+// the transfer (negative on failure, the bytes left as they were), or -2 without
+// touching the bus when subaddr_len is negative or more than 1024.
 int i2c_readblk(int fd, int addr, int subaddr, int subaddr_len, int len, std::uint8_t* buf);
 
 // Writes the sub-address and len bytes in one message. Returns the result of
 // the transfer, or -2 without touching the bus when len is negative or 1024 or
-// more. A subaddr_len of 3 still sends two sub-address bytes, and a spare byte
-// after the data.
+// more, or subaddr_len negative or more than 1024. A subaddr_len above 2 still
+// sends two sub-address bytes, and a zero after the data for each that is missing.
 int i2c_writeblk(int fd, int addr, int subaddr, int subaddr_len, int len, const std::uint8_t* data);
 
 // One register, one byte.

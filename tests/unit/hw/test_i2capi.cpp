@@ -9,6 +9,7 @@
 #include <unistd.h>
 
 #include <cerrno>
+#include <cstdint>
 #include <string>
 #include <vector>
 
@@ -94,6 +95,32 @@ TEST(I2cReadblk, sub_address_of_three_sends_two_bytes_and_a_spare_one) {
               ElementsAre(MatchesRegex("i2c 2e rd 01 02 [0-9a-f]{2} -> [0-9a-f]{2}")));
 }
 
+// Two bytes of sub-address, and zeros up to the length: all of it goes out.
+TEST(I2cReadblk, longer_sub_address_goes_out_whole) {
+  OpenBus on;
+  std::uint8_t byte = 0;
+  EXPECT_EQ(i2c_readblk(on.fd, kChip, 0x70102, 5, 1, &byte), 2);
+  EXPECT_THAT(on.traffic(), ElementsAre(MatchesRegex("i2c 2e rd 01 02 00 00 00 -> [0-9a-f]{2}")));
+}
+
+TEST(I2cReadblk, longest_sub_address_goes_out_whole) {
+  OpenBus on;
+  std::uint8_t byte = 0;
+  EXPECT_EQ(i2c_readblk(on.fd, kChip, 0x0102, 1024, 1, &byte), 2);
+  std::string line = "i2c 2e rd 01 02";
+  for (int i = 0; i < 30; ++i) line += " 00";  // the trace shows 32 bytes
+  EXPECT_THAT(on.traffic(), ElementsAre(testing::StartsWith(line + " ... n=1024 -> ")));
+}
+
+TEST(I2cReadblk, sub_address_without_room_is_refused_off_the_bus) {
+  OpenBus on;
+  std::uint8_t byte = 0xEE;
+  for (const int length : {1025, 65537, INT32_MAX, -1, INT32_MIN})
+    EXPECT_EQ(i2c_readblk(on.fd, kChip, 0x0102, length, 1, &byte), -2) << length;
+  EXPECT_THAT(on.bench.trace(), IsEmpty());
+  EXPECT_EQ(byte, 0xEE);
+}
+
 TEST(I2cReadblk, failed_transfer_is_negative_and_leaves_the_buffer) {
   OpenBus on;
   on.bench.world("fault i2c-fail 2e");
@@ -141,7 +168,10 @@ INSTANTIATE_TEST_SUITE_P(
     testing::Values(SubAddress{0, "i2c 2e wr ab cd"}, SubAddress{1, "i2c 2e wr 34 ab cd"},
                     SubAddress{2, "i2c 2e wr 12 34 ab cd"},
                     // Two bytes of sub-address, but counted as three: a spare byte at the end.
-                    SubAddress{3, "i2c 2e wr 12 34 ab cd [0-9a-f]{2}"}),
+                    SubAddress{3, "i2c 2e wr 12 34 ab cd [0-9a-f]{2}"},
+                    SubAddress{4, "i2c 2e wr 12 34 ab cd 00 00"},
+                    SubAddress{5, "i2c 2e wr 12 34 ab cd 00 00 00"},
+                    SubAddress{9, "i2c 2e wr 12 34 ab cd 00 00 00 00 00 00 00"}),
     [](const auto& test) { return "length_" + std::to_string(test.param.length); });
 
 TEST(I2cWriteblk, longest_block_is_sent_whole) {
@@ -160,11 +190,29 @@ TEST(I2cWriteblk, longest_block_with_two_byte_sub_address_is_sent_whole) {
   EXPECT_THAT(on.traffic(), ElementsAre(testing::EndsWith(" ... n=1025")));
 }
 
+TEST(I2cWriteblk, longest_block_with_the_longest_sub_address_is_sent_whole) {
+  OpenBus on;
+  const std::vector<std::uint8_t> data(1023, 0x5A);
+  EXPECT_EQ(i2c_writeblk(on.fd, kChip, 0x1234, 1024, 1023, data.data()), 1);
+  std::string line = "i2c 2e wr 12 34";
+  for (int i = 0; i < 30; ++i) line += " 5a";
+  EXPECT_THAT(on.traffic(), ElementsAre(line + " ... n=2047"));
+}
+
+TEST(I2cWriteblk, sub_address_without_room_is_refused_off_the_bus) {
+  OpenBus on;
+  const std::uint8_t byte = 1;
+  for (const int length : {1025, 65537, INT32_MAX, -1, INT32_MIN})
+    EXPECT_EQ(i2c_writeblk(on.fd, kChip, 0x12, length, 1, &byte), -2) << length;
+  EXPECT_THAT(on.bench.trace(), IsEmpty());
+}
+
 TEST(I2cWriteblk, oversized_block_is_refused_off_the_bus) {
   OpenBus on;
   const std::vector<std::uint8_t> data(2000, 0x5A);
   EXPECT_EQ(i2c_writeblk(on.fd, kChip, 0x12, 1, 1024, data.data()), -2);
   EXPECT_EQ(i2c_writeblk(on.fd, kChip, 0x12, 1, INT32_MAX, data.data()), -2);
+  EXPECT_EQ(i2c_writeblk(on.fd, kChip, 0x12, 1, -1, data.data()), -2);
   EXPECT_THAT(on.traffic(), IsEmpty());
 }
 
