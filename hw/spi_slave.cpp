@@ -9,8 +9,7 @@ FILE* open_spi_slave() {
 
 std::size_t read_spi_slave(FILE* stream, void* buffer, std::size_t size) {
   const std::size_t count = fread(buffer, 1, size, stream);
-  // Marks are looked at after an empty read only: what a read brings, it brings
-  // whatever marks it leaves.
-  if (count == 0 && (feof(stream) != 0 || ferror(stream) != 0)) clearerr(stream);
+  // A stream that is marked answers the next read without asking the device.
+  if (count < size) clearerr(stream);
   return count;
 }

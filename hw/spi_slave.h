@@ -10,6 +10,6 @@ inline constexpr char kSpiSlaveDevice[] = "/dev/spislave";
 FILE* open_spi_slave();
 
 // Reads up to size bytes and returns how many came. Clears the stream's error
-// and end-of-file marks after a read that brought nothing, so that the next read
+// and end-of-file marks after a read that brought less, so that the next read
 // reaches the device again.
 std::size_t read_spi_slave(FILE* stream, void* buffer, std::size_t size);

@@ -9,6 +9,7 @@
 
 namespace {
 
+using testing::ElementsAre;
 using testing::HasSubstr;
 using testing::Not;
 
@@ -157,6 +158,23 @@ INSTANTIATE_TEST_SUITE_P(
                  "max mem buf=0x0\nlast = 0  f_size/2=0 i=0\n"
                  "FPGA  write_fleg_ok=0, total=0, f_size 0 \n"}),
     [](const auto& row) { return row.param.name; });
+
+// A driver may say "nothing more" with 0 bytes, which a stream takes for its end. The
+// next read has to ask the driver again: one wait for each byte, none in vain.
+TEST(HostLinkDriver, end_behind_a_gulp_costs_the_next_byte_no_wait) {
+  BoardRun board;
+  ASSERT_EQ(board.vboard("fault link-ends").status, 0);
+  board.service("-602", "at 10s\nlink 12 00 00 01 2c\nafter 1ms link 01\nafter 1ms collect 1\n",
+                12);
+  EXPECT_EQ(board.host_log(), "link 12>-- 00>-- 00>-- 01>-- 2c>--\nlink 01>--\nlink a5>2d\n");
+  Lines link;
+  for (const std::string& line : board.trace({"select", "spi"}))
+    if (line != "select 15000000 timeout") link.push_back(line);
+  const std::string ready = "select 15000000 ready";
+  EXPECT_THAT(link, ElementsAre(ready, "spi rd 12", ready, "spi rd 00", ready, "spi rd 00", ready,
+                                "spi rd 01", ready, "spi rd 2c", ready, "spi rd 01", "spi wr 2d",
+                                ready, "spi rd a5"));
+}
 
 TEST(HostLinkIgnored, all_other_codes_get_no_answer) {
   BoardRun board;

@@ -31,6 +31,13 @@ TEST_F(EndedLink, short_read_gives_what_came) {
   EXPECT_EQ(bytes[1], 0x1c);
 }
 
+TEST_F(EndedLink, short_read_leaves_no_marks) {
+  unsigned char bytes[32];
+  EXPECT_EQ(read_spi_slave(link, bytes, sizeof bytes), 2u);
+  EXPECT_EQ(feof(link), 0);
+  EXPECT_EQ(ferror(link), 0);
+}
+
 TEST_F(EndedLink, empty_read_leaves_no_marks) {
   unsigned char bytes[32];
   read_spi_slave(link, bytes, sizeof bytes);
