@@ -30,8 +30,7 @@ static void start_link_thread() {
 }
 
 int start_service_threads(bool status_file) {
-  const int attached = get_shm_key();
-  if (attached < 0) return attached;
+  if (const std::int64_t attached = get_shm_key(); attached < 0) return static_cast<int>(attached);
   config_sys = 0;
   if (status_file) StartSystemMonitoring();
   start_link_thread();

@@ -23,12 +23,12 @@ static bool attach_block() {
   return true;
 }
 
-int get_shm_key() {
+std::int64_t get_shm_key() {
   if (!attach_block()) return -1;
   shared_memory->header = static_cast<std::int32_t>(kSharedHeader);
   shared_memory->magic = static_cast<std::int32_t>(kSharedMagic);
   shared_memory->header_zero = 0;
-  return 0;
+  return static_cast<std::int64_t>(reinterpret_cast<std::uintptr_t>(shared_memory));
 }
 
 int initial_shered_mem() {

@@ -125,8 +125,9 @@ static_assert(offsetof(SharedBlock, interlace_flag) == 304);
 extern SharedBlock* shared_memory;
 
 // Gets or creates the segment, attaches it and writes the header words.
-// Returns a non-negative value on success, -1 when it cannot be attached.
-int get_shm_key();
+// Returns the address at which it is attached, or -1 when it cannot be. Wider than
+// a pointer of the board: an address in the upper half of its memory is not negative.
+std::int64_t get_shm_key();
 
 // Attaches the segment and checks the magic word instead of writing it.
 // Returns 0 when it is there, -1 (with a message) otherwise.

@@ -136,6 +136,10 @@ TEST(SharedAccess, attached_block_reads_what_is_there) {
   EXPECT_EQ(shared_get(&SharedBlock::statistics, 3), 8);
 }
 
+std::int64_t address_of(const SharedBlock* block) {
+  return static_cast<std::int64_t>(reinterpret_cast<std::uintptr_t>(block));
+}
+
 // The first 12 bytes of the block.
 std::vector<int> header(const SharedBlock& block) {
   std::uint8_t bytes[12];
@@ -146,8 +150,9 @@ std::vector<int> header(const SharedBlock& block) {
 TEST(GetShmKey, fresh_system_creates_the_segment_and_writes_the_header) {
   Bench bench;
   shared_memory = nullptr;
-  EXPECT_GE(get_shm_key(), 0);
+  const std::int64_t address = get_shm_key();
   ASSERT_NE(shared_memory, nullptr);
+  EXPECT_EQ(address, address_of(shared_memory));
   EXPECT_THAT(bench.trace(), ElementsAre("shmget 0x4d454c4b 4096 0x3ff"));
   // 308 = 0x134; "MELK" with its first letter in the highest byte.
   EXPECT_THAT(header(*shared_memory),
@@ -162,7 +167,7 @@ TEST(GetShmKey, segment_that_exists_keeps_all_but_the_header) {
   block.magic = 2;
   block.header_zero = 3;
   block.gop_size = 44;
-  EXPECT_GE(get_shm_key(), 0);
+  EXPECT_EQ(get_shm_key(), address_of(&block));
   EXPECT_THAT(header(block), ElementsAre(0x34, 0x01, 0, 0, 'K', 'L', 'E', 'M', 0, 0, 0, 0));
   EXPECT_EQ(block.gop_size, 44);
 }
