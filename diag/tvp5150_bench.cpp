@@ -220,8 +220,8 @@ void report_status5(int fd) {
 
 // Reads two caption bytes from reg on and acknowledges the field.
 void read_caption_bytes(int reg, int field_bit) {
-  Closed_caption_byte[0] = static_cast<std::uint8_t>(read_chip(i2c_handle, reg));
-  Closed_caption_byte[1] = static_cast<std::uint8_t>(read_chip(i2c_handle, reg + 1));
+  refresh_register(i2c_handle, kTvp5150Address, reg, &Closed_caption_byte[0]);
+  refresh_register(i2c_handle, kTvp5150Address, reg + 1, &Closed_caption_byte[1]);
   write_chip(i2c_handle, kTvp5150CaptionStatus, field_bit);
 }
 

@@ -1,5 +1,5 @@
 // Small helpers of the chips on the I2C bus: the bus opened with its message and
-// closed, register tables, a register read that needs no check.
+// closed, register tables, register reads that need no check.
 #pragma once
 
 #include <unistd.h>
@@ -9,6 +9,7 @@
 #include <span>
 
 #include "hw/i2capi.h"
+#include "state/relaxed.h"
 
 // One row of a chip set-up table.
 struct RegisterValue {
@@ -25,6 +26,15 @@ inline void write_registers(int fd, int addr, std::span<const RegisterValue> row
 inline std::uint8_t read_register(int fd, int addr, int reg) {
   std::uint8_t byte = 0;
   i2c_readbyte(fd, addr, reg, &byte);
+  return byte;
+}
+
+// Reads one register into a byte that outlives the call: a failed read leaves it
+// as it was. Returns what it holds then.
+inline std::uint8_t refresh_register(int fd, int addr, int reg, Relaxed<std::uint8_t>* kept) {
+  std::uint8_t byte = *kept;
+  i2c_readbyte(fd, addr, reg, &byte);
+  *kept = byte;
   return byte;
 }
 

@@ -46,8 +46,6 @@ enum Status1 : int {
 };
 constexpr int kBothLocks = kHorizontalLock | kVerticalLock;
 
-int read_chip(int fd, int reg) { return read_register(fd, kTvp5150Address, reg); }
-
 void write_chip(int fd, int reg, int value) { i2c_writebyte(fd, kTvp5150Address, reg, value); }
 
 // Opens the board's bus. Returns its descriptor, or -1 after a message.
@@ -147,8 +145,8 @@ int video_monitorTVP5150(int mode) {
 
   const int fd = open_bus();
   if (fd < 0) return -1;
-  const int status1 = read_chip(fd, kTvp5150Status1);
-  old_data1 = static_cast<std::uint8_t>(status1);
+  // One failed transfer of a locked input is no loss of lock.
+  const int status1 = refresh_register(fd, kTvp5150Address, kTvp5150Status1, &old_data1);
   write_chip(fd, kTvp5150CaptionStatus, kCaptionClearAll);
   tvp5150_print_locks(status1);
   const int result = judge_locks(status1, mode);

@@ -310,6 +310,24 @@ TEST(ForcedRestart, decoder_without_lock_after_a_configuration_restarts_without_
               HasSubstr("Set CH input to 4 \nstart Configure_System!!\n"));
 }
 
+// The reading of the decoder fails once; the input was locked all the time.
+TEST(NoRestart, one_failed_reading_of_a_locked_decoder_changes_nothing) {
+  SupervisedBoard board;
+  board.config = example_config_with(kComposite);
+  board.world("source composite");
+  board.run([&](Host& host) {
+    EXPECT_TRUE(SupervisedBoard::until(host, 30, [] { return count_st == 4; }));
+    board.service.bench.trace();
+    board.world("fault i2c-fail 5d 1");
+    EXPECT_TRUE(SupervisedBoard::until(host, 30, [] { return count_st == 1; }));
+    EXPECT_THAT(board.service.bench.trace({"i2c 5d rd"}), ElementsAre("i2c 5d rd 88 = EREMOTEIO"));
+    host.wait(60);
+    EXPECT_TRUE(board.healthy());
+    EXPECT_EQ(board.launches(), 1u);
+    EXPECT_EQ(status_vantorig, 0x80);
+  });
+}
+
 TEST(ForcedRestart, state_2_from_outside_restarts_without_a_cause) {
   SupervisedBoard board;
   board.run([&](Host& host) {

@@ -408,6 +408,28 @@ TEST_F(CaptionField, bus_missing_is_minus_1) {
   EXPECT_EQ(Closed_caption_byte[0], 0x55);
 }
 
+TEST_F(CaptionField, failed_reads_leave_the_bytes) {
+  for (const int field : {1, 2}) {
+    bench.world("fault i2c-fail 5d");
+    EXPECT_EQ(GetFild(field), 1);
+    EXPECT_EQ(Closed_caption_byte[0], 0x55);
+    EXPECT_EQ(Closed_caption_byte[1], 0x66);
+  }
+  EXPECT_EQ(bench.output(), "");
+  EXPECT_EQ(vboard::seam::open_handles(), "");
+}
+
+TEST_F(CaptionField, each_byte_is_left_by_its_own_failed_read) {
+  bench.world("fault i2c-fail 5d 1");
+  EXPECT_EQ(GetFild(1), 1);
+  EXPECT_EQ(Closed_caption_byte[0], 0x55);
+  EXPECT_EQ(Closed_caption_byte[1], 0xA2);
+  bench.world("fault i2c-fail 5d 2");
+  EXPECT_EQ(GetFild(2), 1);
+  EXPECT_EQ(Closed_caption_byte[0], 0xB1);
+  EXPECT_EQ(Closed_caption_byte[1], 0xA2);
+}
+
 // ---- bench access ----------------------------------------------------------------------------
 
 using Tvp5150Rw = Tvp5150Bench;

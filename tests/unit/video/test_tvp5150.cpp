@@ -17,6 +17,7 @@ namespace {
 using i2c_lines::Lines;
 using i2c_lines::masked;
 using i2c_lines::rd;
+using i2c_lines::rd_failed;
 using i2c_lines::wr;
 using testing::ElementsAre;
 using testing::ElementsAreArray;
@@ -315,12 +316,31 @@ TEST_F(VideoMonitor5150, bus_missing_is_minus_1_and_the_count_starts_again) {
   EXPECT_THAT(bench.trace({"close", "i2c"}), IsEmpty());
 }
 
-TEST_F(VideoMonitor5150, failed_read_counts_as_no_lock) {
-  old_data1 = 0x1E;
+TEST_F(VideoMonitor5150, failed_read_judges_the_status_of_the_last_one) {
+  bench.world("fault i2c-fail 5d");
+  for (const int mode : {1, 2}) {
+    old_data1 = 0x1E;
+    error_count = 0;
+    EXPECT_EQ(monitor_now(mode), 0);
+    EXPECT_EQ(old_data1, 0x1E);
+    EXPECT_EQ(bench.output(), tvp5150_texts::locks(0x1E) + "Tvp 5150 is status register  lock \n");
+    EXPECT_THAT(bench.trace(), ElementsAre("open /dev/i2c-1", rd_failed(kChip, 0x88),
+                                           "i2c 5d wr c6 ff = EREMOTEIO", "close /dev/i2c-1"));
+
+    old_data1 = 0x02;
+    EXPECT_EQ(monitor_now(mode), -1);
+    EXPECT_EQ(old_data1, 0x02);
+    EXPECT_EQ(bench.output(), tvp5150_texts::locks(0x02) +
+                                  " Tvp 5150 is status register no lock error_count=1\n" + kNoLock);
+    bench.trace();
+  }
+  EXPECT_EQ(vboard::seam::open_handles(), "");
+}
+
+TEST_F(VideoMonitor5150, failed_read_before_any_other_is_no_lock) {
   bench.world("fault i2c-fail 5d");
   EXPECT_EQ(monitor_now(1), -1);
   EXPECT_EQ(old_data1, 0);
-  EXPECT_EQ(vboard::seam::open_handles(), "");
 }
 
 TEST_F(VideoMonitor5150, follows_the_plug) {
