@@ -131,8 +131,10 @@ int VBLK_RW(int read, int reg, int value) {
 int Print_Hsync() {
   const int fd = open_i2c(kNoBus);
   if (fd < 0) return kNotOpened;
-  const int status = read_chip(fd, kTvp7002SyncStatus);
+  std::uint8_t status = 0;
+  const int rc = i2c_readbyte(fd, kTvp7002Address, kTvp7002SyncStatus, &status);
   close_i2c(fd);
+  if (rc < 0) return kReadFailed;
   printf("-- reg 14 %x \n", status);
   puts((status & kHsyncActive) != 0 ? "HSYNC activity detected" : "no HSYNC activity detected");
   puts((status & kVsyncActive) != 0 ? "VSYNC activity detected" : "no VSYNC activity detected");

@@ -29,7 +29,8 @@ int SetVBLK_F0(int mode);
 // without a bus; a read that fails prints 0.
 int VBLK_RW(int read, int reg, int value);
 
-// Bench: prints what the sync status register says. Returns 0.
+// Bench: prints what the sync status register says. Returns 0; -1 without the bus,
+// -2 (nothing printed) when the read fails.
 int Print_Hsync();
 
 // Sets the chip up for VGA in video standard 25, which it stores in the shared

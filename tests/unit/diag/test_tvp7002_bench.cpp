@@ -277,7 +277,7 @@ using PrintHsync = Tvp7002;
 TEST_F(PrintHsync, says_what_each_status_means) {
   for (int status = 0; status < 256; ++status) {
     stick(0x14, status);
-    Print_Hsync();
+    EXPECT_EQ(Print_Hsync(), 0);
     char heading[32];
     snprintf(heading, sizeof heading, "-- reg 14 %x \n", status);
     std::string expected = heading;
@@ -295,6 +295,14 @@ TEST_F(PrintHsync, bus_missing_prints_and_is_minus_1) {
   bench.world("fault missing i2c");
   EXPECT_EQ(Print_Hsync(), -1);
   EXPECT_EQ(bench.output(), kNoBusBrightness);
+}
+
+TEST_F(PrintHsync, failed_read_closes_the_bus_and_says_nothing) {
+  bench.world("fault i2c-fail 5c");
+  EXPECT_EQ(Print_Hsync(), -2);
+  EXPECT_EQ(bench.output(), "");
+  EXPECT_THAT(bench.trace(),
+              ElementsAre("open /dev/i2c-1", rd_failed(kChip, 0x14), "close /dev/i2c-1"));
 }
 
 }  // namespace
