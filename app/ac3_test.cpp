@@ -34,7 +34,7 @@ static void capture_round(FILE* file) {
 
 int ac3_test(bool status_file) {
   if (const int started = start_service_threads(status_file); started < 0) return started;
-  puts("end configure");
+  puts("end configure\n");
   // Held open beside the link's handle, as the service does for its LEDs.
   open_fpga_stream(kSecondHandleNotOpened);
   start_capture();

@@ -259,7 +259,7 @@ const char kCaptureStart[] =
     "ac3_test\n"
     "OPEN NEW /dev/fpga!!!!!!!!!!!!!!!!!!!!!1\n"
     "Reset FPGA\n"
-    "end configure\n"
+    "end configure\n\n"
     "loop_control=0x0\n"
     "loop_control=0x4\n"
     "status=0x0\n"

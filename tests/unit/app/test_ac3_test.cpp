@@ -75,7 +75,7 @@ TEST(Ac3Test, steps_in_order) {
                   "fpga rd 0x0104 -> 0x0000", "fpga rd 0x0104 -> 0x0000"));
   EXPECT_EQ(capture.bench.output(),
             "OPEN NEW /dev/fpga!!!!!!!!!!!!!!!!!!!!!1\n"
-            "Reset FPGA\nend configure\nloop_control=0x0\nloop_control=0x4\nstatus=0x0\n"
+            "Reset FPGA\nend configure\n\nloop_control=0x0\nloop_control=0x4\nstatus=0x0\n"
             "date_from_fifo=0x0\n");
   EXPECT_EQ(config_sys, 0);
   EXPECT_EQ(capture.bench.get_file(kCaptureFile), "");  // written anew
@@ -140,7 +140,7 @@ TEST(Ac3Test, second_handle_does_not_open_goes_on) {
   seam::fail_call("fopen", "/dev/fpga", 1, 1, EMFILE);
   EXPECT_FALSE(capture.run(kStart_us + 200));
   EXPECT_THAT(capture.bench.output(),
-              HasSubstr("end configure\nCannot access SPI port (/dev/fpga) - for LEDs\n"
+              HasSubstr("end configure\n\nCannot access SPI port (/dev/fpga) - for LEDs\n"
                         "loop_control=0x0\nloop_control=0x4\n"));
 }
 
