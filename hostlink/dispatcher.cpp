@@ -100,7 +100,8 @@ static void get_sw_version(FILE* link) {
 }
 
 // A sequence left at 2 by GET_SW_VERSION gets no answer. The high byte comes
-// from one register and the print beside it from the other.
+// from one register and the print beside it from the other; the print beside the
+// low byte reads its register once more.
 static void get_fps(FILE* link) {
   if (state.sequence == 0) {
     const std::uint8_t value = static_cast<std::uint8_t>(GetValue(kRegVsRateLow) >> 8);
@@ -109,11 +110,10 @@ static void get_fps(FILE* link) {
     printf("fps msb reg = %x\n", GetValue(kRegVsRateHigh));
     state.sequence = 1;
   } else if (state.sequence == 1) {
-    const unsigned rate = GetValue(kRegVsRateLow);
-    const std::uint8_t value = static_cast<std::uint8_t>(rate);
+    const std::uint8_t value = static_cast<std::uint8_t>(GetValue(kRegVsRateLow));
     answer(link, value);
     printf("fps_hd_to_send[1]=%x\n", value);
-    printf("fps lsb reg = %x\n", rate);
+    printf("fps lsb reg = %x\n", GetValue(kRegVsRateLow));
     state.sequence = 0;
   }
 }
