@@ -152,11 +152,12 @@ int read_reg() {
 int get_byte_send_ac3_params(FILE* link) {
   for (int k = kAc3DescriptorSize - 1; k >= 0; --k) {
     const std::uint8_t byte = hd_ac3_desc_parameters[k];
-    if (get_byte_send_byte(link, byte) < 0) {
+    const int rc = get_byte_send_byte(link, byte);
+    shared_set(&SharedBlock::hd_ac3_desc, static_cast<std::size_t>(k), byte);
+    if (rc < 0) {
       puts("error get_byte_send_ac3_params");
       return -1;
     }
-    shared_set(&SharedBlock::hd_ac3_desc, static_cast<std::size_t>(k), byte);
   }
   return 0;
 }
