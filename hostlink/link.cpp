@@ -5,6 +5,8 @@
 #include <sys/select.h>
 #include <unistd.h>
 
+#include <cstdlib>
+
 #include "hw/spi_slave.h"
 
 static constexpr useconds_t kIntegerBytePause_us = 10;
@@ -19,18 +21,24 @@ FILE* open_link() {
   return link;
 }
 
+// Waits for one descriptor, in a set as large as it needs: sets in a row, of which
+// the kernel looks at as many bits as it is told. Returns what select returns.
+static int wait_readable(int fd) {
+  if (fd < 0) return -1;
+  const auto last = static_cast<std::size_t>(fd) / FD_SETSIZE;
+  fd_set one{};  // no allocation for ordinary descriptors
+  auto* sets = last == 0 ? &one : static_cast<fd_set*>(calloc(last + 1, sizeof one));
+  if (sets == nullptr) return -1;
+  FD_SET(fd % FD_SETSIZE, &sets[last]);
+  timeval wait{};
+  wait.tv_sec = kLinkWait_s;
+  const int ready = select(fd + 1, sets, nullptr, nullptr, &wait);
+  if (last > 0) free(sets);
+  return ready;
+}
+
 LinkWait wait_link(FILE* link) {
-  const int fd = fileno(link);
-  int ready = -1;
-  // A descriptor beyond the set's size has no bit in it: that wait cannot be made.
-  if (fd >= 0 && fd < FD_SETSIZE) {
-    fd_set readable;
-    FD_ZERO(&readable);
-    FD_SET(fd, &readable);
-    timeval wait{};
-    wait.tv_sec = kLinkWait_s;
-    ready = select(fd + 1, &readable, nullptr, nullptr, &wait);
-  }
+  const int ready = wait_readable(fileno(link));
   if (ready < 0) {
     puts("SPI: select error");
     return LinkWait::kError;

@@ -1,6 +1,9 @@
 // Every command code, on the link of a running service: bytes, output, actions.
 #include <gmock/gmock.h>
 
+#include <sys/resource.h>
+#include <sys/select.h>
+
 #include <cstring>
 #include <functional>
 #include <string>
@@ -251,6 +254,22 @@ TEST(HostCommand, read_reg_leaves_a_stream_behind_and_goes_on_working) {
     for (const std::string& one : vboard::lines(vboard::seam::open_handles()))
       streams += one == "/dev/spislave" ? 1 : 0;
     EXPECT_EQ(streams, 1 + 20);
+  });
+}
+
+// Each leaves a handle open; the thousandth comes to where a descriptor set ends.
+TEST(HostCommand, read_reg_goes_on_behind_the_thousandth_time) {
+  rlimit limit{};
+  ASSERT_EQ(getrlimit(RLIMIT_NOFILE, &limit), 0);
+  limit.rlim_cur = limit.rlim_max;
+  ASSERT_EQ(setrlimit(RLIMIT_NOFILE, &limit), 0);
+  talk([](Talk& host) {
+    for (int i = 1; i <= 1100; ++i) {
+      host.bench.board().tvp7002.reg[0x37] = static_cast<std::uint8_t>(i);
+      ASSERT_THAT(host.say({5, 0xB8, 0x37}).answer, ElementsAre(i & 0xFF)) << i;
+    }
+    EXPECT_GT(open_files(), FD_SETSIZE);
+    EXPECT_THAT(host.say({1}).answer, ElementsAre(0x2D));
   });
 }
 

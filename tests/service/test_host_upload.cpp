@@ -1,9 +1,6 @@
 // Log and status files on their way to the host, and the status record.
 #include <gmock/gmock.h>
 
-#include <sys/select.h>
-#include <unistd.h>
-
 #include <cerrno>
 #include <cstring>
 #include <filesystem>
@@ -260,28 +257,6 @@ TEST(HostRecord, asking_for_all_behind_the_short_record_starts_at_byte_0) {
     EXPECT_EQ(record(host, 51).size(), 51u);
     host.say({36});
     EXPECT_THAT(record(host, 2), ElementsAre(0x77, 0x2D));
-  });
-}
-
-// ---- descriptors that no descriptor set holds ----------------------------------------------
-
-// Every READ_REG leaves a stream behind; after months they reach the set's size.
-TEST(HostReadRegForMonths, streams_beyond_the_set_are_select_errors) {
-  talk([](Talk& host) {
-    std::vector<int> taken;
-    while (taken.empty() || taken.back() < FD_SETSIZE - 1) {
-      taken.push_back(dup(STDERR_FILENO));
-      ASSERT_GE(taken.back(), 0);
-    }
-    for (int i = 0; i < 3; ++i) {
-      const Heard heard = host.say({5});
-      EXPECT_THAT(heard.answer, ElementsAre(0));
-      EXPECT_EQ(heard.printed,
-                "SPI: select error\n\n\nget READ_REG command\n"
-                "After write ver,rc = 1,hd_reg = 0\n");
-    }
-    EXPECT_THAT(host.say({1}).answer, ElementsAre(0x2D));  // the link's own is an early one
-    for (const int fd : taken) close(fd);
   });
 }
 

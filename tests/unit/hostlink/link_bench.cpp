@@ -2,6 +2,7 @@
 #include "tests/unit/hostlink/link_bench.h"
 
 #include <gtest/gtest.h>
+#include <sys/resource.h>
 #include <sys/select.h>
 #include <unistd.h>
 
@@ -82,7 +83,15 @@ int open_files() {
   return static_cast<int>(std::distance(begin(all), end(all)));
 }
 
+void raise_descriptor_limit() {
+  rlimit limit{};
+  ASSERT_EQ(getrlimit(RLIMIT_NOFILE, &limit), 0);
+  limit.rlim_cur = limit.rlim_max;
+  ASSERT_EQ(setrlimit(RLIMIT_NOFILE, &limit), 0);
+}
+
 DescriptorsUsedUp::DescriptorsUsedUp() {
+  raise_descriptor_limit();
   int fd = -1;
   do {
     fd = dup(STDERR_FILENO);

@@ -42,6 +42,9 @@ class LinkBench {
 // How many files the process has open.
 int open_files();
 
+// Lets the process open as many files as the machine allows it.
+void raise_descriptor_limit();
+
 // Occupies every descriptor that fits into a descriptor set, so that the next
 // one opened does not.
 class DescriptorsUsedUp {

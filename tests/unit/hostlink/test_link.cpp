@@ -1,7 +1,10 @@
 // The link's primitives: opening, waits, bytes, integers and paced answers.
 #include "hostlink/link.h"
 
+#include <fcntl.h>
 #include <gmock/gmock.h>
+#include <sys/select.h>
+#include <unistd.h>
 
 #include <cerrno>
 #include <climits>
@@ -253,20 +256,43 @@ TEST(GetByteSendByte, empty_reads_wait_again) {
   EXPECT_THAT(one.written(), ElementsAre(0x3C));
 }
 
-// A descriptor that no descriptor set can hold: every wait on it is an error,
-// and no memory beyond the set is touched.
-TEST(LinkDescriptor, beyond_the_set_is_a_select_error_everywhere) {
+// ---- descriptors of any number ----------------------------------------------------
+
+TEST(LinkDescriptor, beyond_a_descriptor_set_works_as_any_other) {
   const DescriptorsUsedUp used;
   LinkBench one;
   ASSERT_NE(one.link, nullptr);
-  one.gulp({0xA5});
-  EXPECT_EQ(wait_link(one.link), LinkWait::kError);
-  EXPECT_EQ(get_byte(one.link), 0);
-  EXPECT_EQ(get_int_number(one.link), 0);
+  ASSERT_GE(fileno(one.link), FD_SETSIZE);
+  one.gulp({0x31});
+  ASSERT_EQ(wait_link(one.link), LinkWait::kReadable);
+  EXPECT_EQ(get_byte(one.link), 0x31);
+  one.host_sends({0x00, 0x00, 0x01, 0x2C, 0xA5});
+  EXPECT_EQ(get_int_number(one.link), 300);
   EXPECT_EQ(get_byte_send_byte(one.link, 0x3C), 0);
-  EXPECT_EQ(one.bench.output(),
-            std::string(kSelectError) + kSelectError + kSelectError + kSelectError);
-  EXPECT_THAT(one.bench.trace(), IsEmpty());
+  EXPECT_THAT(one.written(), ElementsAre(0x3C));
+  EXPECT_EQ(wait_link(one.link), LinkWait::kTimeout);
+  EXPECT_EQ(one.bench.output(), "");
 }
+
+class KernelWait : public testing::TestWithParam<int> {};
+
+// No board: a pipe, and the kernel's own waits.
+TEST_P(KernelWait, sees_the_byte_behind_a_descriptor_of_this_number) {
+  raise_descriptor_limit();
+  int ends[2];
+  ASSERT_EQ(pipe2(ends, O_NONBLOCK), 0);
+  ASSERT_EQ(dup2(ends[0], GetParam()), GetParam());
+  FILE* link = fdopen(GetParam(), "rb");
+  setvbuf(link, nullptr, _IONBF, 0);
+  ASSERT_EQ(write(ends[1], "\x2d", 1), 1);
+  EXPECT_EQ(wait_link(link), LinkWait::kReadable);
+  EXPECT_EQ(get_byte(link), 0x2D);
+  fclose(link);
+  close(ends[0]);
+  close(ends[1]);
+}
+
+INSTANTIATE_TEST_SUITE_P(Link, KernelWait, testing::Values(500, 1023, 1024, 1087, 2048, 4000),
+                         [](auto& test) { return "descriptor_" + std::to_string(test.param); });
 
 }  // namespace
