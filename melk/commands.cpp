@@ -1,14 +1,11 @@
 // One row per sub-command: what it takes and what it does.
 #include "melk/commands.h"
 
-#include <CLI/CLI.hpp>
 #include <algorithm>
 #include <cerrno>
 #include <csignal>
 #include <cstdlib>
 #include <cstring>
-#include <sstream>
-#include <string_view>
 
 #include "melk/local_file.h"
 #include "melk/protocol.h"
@@ -25,6 +22,11 @@ constexpr std::int64_t kBusyBoardUs = 120000000;
 // Frames per second of video inputs, with a margin.
 constexpr double kSlowestInput = 22;
 constexpr double kFastestInput = 130;
+
+// Where a file of this name lies.
+std::string place(const Session& session, const std::string& name) {
+  return session.options.place_of ? session.options.place_of(name) : name;
+}
 
 volatile std::sig_atomic_t stop_asked = 0;
 
@@ -149,7 +151,7 @@ int announce_only(Session& session, Code code, std::size_t size) {
 
 int run_send_config(Session& session) {
   Bytes file;
-  if (!read_whole_file(session.request.file, &file))
+  if (!read_whole_file(place(session, session.request.file), &file))
     return fail_file(session, session.request.file);
   if (session.request.force && file.size() < kSmallestConfiguration)
     return announce_only(session, Code::kSendHdConfiguration, file.size());
@@ -179,7 +181,7 @@ int run_send_config(Session& session) {
 
 int run_update(Session& session) {
   Bytes package;
-  if (!read_whole_file(session.request.file, &package))
+  if (!read_whole_file(place(session, session.request.file), &package))
     return fail_file(session, session.request.file);
   const bool via_fpga = session.request.via_fpga;
   if (via_fpga && !session.link.transport.reaches_update_fifo())
@@ -217,12 +219,12 @@ int run_make_update(Session& session) {
   const std::string& file = session.request.file;
   if (session.options.make_update == nullptr)
     return fail(session, "no packages are made here", kLocalFile);
-  if (!can_write_file(file)) return fail_file(session, file);
+  if (!can_write_file(place(session, file))) return fail_file(session, file);
   std::string problem;
   const std::optional<UpdatePackage> package =
       session.options.make_update(session.request.directory, &problem);
   if (!package) return fail(session, problem, kLocalFile);
-  if (!write_whole_file(file, package->archive)) return fail_file(session, file);
+  if (!write_whole_file(place(session, file), package->archive)) return fail_file(session, file);
   std::vector<const char*> names;
   for (const std::string& name : package->files) names.push_back(name.c_str());
   return report(session,
@@ -317,11 +319,12 @@ int store_upload(Session& session, const Reply<Bytes>& reply) {
   const std::string& file = session.request.file;
   if (!reply.ok()) {
     if (!reply.value || reply.value->empty()) return fail(session, reply.failure);
-    if (!write_whole_file(file + ".part", *reply.value)) return fail_file(session, file + ".part");
+    if (!write_whole_file(place(session, file) + ".part", *reply.value))
+      return fail_file(session, file + ".part");
     note(session, "what arrived is in " + file + ".part");
     return fail(session, reply.failure);
   }
-  if (!write_whole_file(file, *reply.value)) return fail_file(session, file);
+  if (!write_whole_file(place(session, file), *reply.value)) return fail_file(session, file);
   return report(session, text_of("%zu bytes in %s", reply.value->size(), file.c_str()),
                 {{"file", file}, {"bytes", reply.value->size()}});
 }
@@ -334,7 +337,8 @@ Reply<Bytes> fetch_with_progress(Session& session, Code code) {
 }
 
 int run_log(Session& session) {
-  if (!can_write_file(session.request.file)) return fail_file(session, session.request.file);
+  if (!can_write_file(place(session, session.request.file)))
+    return fail_file(session, session.request.file);
   const Reply<Bytes> reply = fetch_with_progress(
       session, session.request.log == 1 ? Code::kGetLogFile1 : Code::kGetLogFile2);
   return store_upload(session, reply);
@@ -342,7 +346,7 @@ int run_log(Session& session) {
 
 int run_monitor_file(Session& session) {
   const std::string& file = session.request.file;
-  if (!file.empty() && !can_write_file(file)) return fail_file(session, file);
+  if (!file.empty() && !can_write_file(place(session, file))) return fail_file(session, file);
   const Reply<Bytes> reply = fetch_with_progress(session, Code::kGetMonitorFile);
   if (!file.empty()) return store_upload(session, reply);
   if (!reply.ok()) return fail(session, reply.failure);
@@ -429,7 +433,7 @@ int run_shell(Session& session) {
     if (words[0] == "shell")
       complain({"shell", "this is the shell", "", kUsage}, session.json, session.out, session.err);
     else
-      code = melk_command(session.link.transport, words, session.out, session.err, options);
+      code = options.command(session.link.transport, words, session.out, session.err, options);
     if (result == kDone) result = code;
   }
   if (prompt) fputc('\n', session.out);
@@ -437,126 +441,64 @@ int run_shell(Session& session) {
 }
 
 // ---- the table ----------------------------------------------------------------------
-// Seconds from `least` to `most`; a range check alone lets "nan" through.
-CLI::Validator seconds_within(double least, double most) {
-  return CLI::Validator(
-      [least, most](const std::string& text) {
-        char* end = nullptr;
-        const double seconds = strtod(text.c_str(), &end);
-        const bool good =
-            end != text.c_str() && *end == '\0' && seconds >= least && seconds <= most;
-        return good ? std::string()
-                    : text_of("'%s' is no time from %g to %g s", text.c_str(), least, most);
-      },
-      "SECONDS");
-}
+constexpr Allowed kByte = {Allowed::kRange, 0, 255};
+constexpr Allowed kCount = {Allowed::kCount};
 
-// A count that is not negative.
-CLI::Validator counting() {
-  return CLI::Validator(
-      [](const std::string& text) {
-        const bool digits =
-            !text.empty() && text.find_first_not_of("0123456789") == std::string::npos;
-        return digits ? std::string() : text_of("'%s' is no count", text.c_str());
-      },
-      "COUNT");
-}
-
-void take_nothing(CLI::App&, Request&) {}
-
-void take_config(CLI::App& app, Request& request) {
-  app.add_option("FILE", request.file, "configuration file (hd.ini)")->required()->option_text(" ");
-  app.add_flag("--wait", request.wait, "wait until the board has applied it, and print its status");
-  app.add_flag("--force", request.force,
-               "announce a size that the board refuses (29 or less), without data");
-}
-
-void take_update(CLI::App& app, Request& request) {
-  app.add_option("PACKAGE", request.file, "update archive, at most 5000000 bytes")
-      ->required()
-      ->option_text(" ");
-  CLI::Option* via_fpga =
-      app.add_flag("--via-fpga", request.via_fpga, "send it through the update FIFO of the FPGA");
-  app.add_option("--rate", request.rate, "with --via-fpga: bytes per board second")
-      ->check(counting())
-      ->needs(via_fpga)
-      ->option_text("N");
-  app.add_flag("--wait", request.wait, "wait for the board and ask for the result");
-  app.add_flag("--force", request.force,
-               "announce a size that the board refuses (above 5000000), without data");
-}
-
-void take_make_update(CLI::App& app, Request& request) {
-  app.add_option("DIR", request.directory, "files for the board; vantorig must be among them")
-      ->required()
-      ->option_text(" ");
-  app.add_option("-o,--output", request.file, "where the package goes (required)")
-      ->required()
-      ->option_text("FILE");
-}
-
-void take_clock(CLI::App& app, Request& request) {
-  app.add_option("TEXT", request.text, "12 characters, DDMMYYhhmmss; the local time if absent")
-      ->option_text(" ");
-}
-
-void take_register(CLI::App& app, Request& request) {
-  app.add_option("DEV", request.device, "device address in 8-bit form, as 0x90")
-      ->required()
-      ->check(CLI::Range(0, 255))
-      ->option_text(" ");
-  app.add_option("REG", request.reg, "register number")
-      ->required()
-      ->check(CLI::Range(0, 255))
-      ->option_text(" ");
-}
-
-void take_log(CLI::App& app, Request& request) {
-  app.add_option("NUMBER", request.log, "1 or 2")
-      ->required()
-      ->check(CLI::Range(1, 2))
-      ->option_text(" ");
-  app.add_option("-o,--output", request.file, "where the archive goes (required)")
-      ->required()
-      ->option_text("FILE");
-}
-
-void take_monitor_file(CLI::App& app, Request& request) {
-  app.add_option("-o,--output", request.file, "where the file goes; printed if absent")
-      ->option_text("FILE");
-}
-
-void take_record(CLI::App& app, Request& request) {
-  app.add_flag("--full", request.full, "all 104 bytes instead of the first 51");
-}
-
-void take_number(CLI::App& app, Request& request) {
-  app.add_option("N", request.number, "32-bit number")
-      ->required()
-      ->check(CLI::Range(std::int64_t{-2147483648}, std::int64_t{4294967295}))
-      ->option_text(" ");
-}
-
-void take_raw(CLI::App& app, Request& request) {
-  app.add_option("CODE", request.codes, "command code, and what else is to be sent")
-      ->required()
-      ->check(CLI::Range(0, 255))
-      ->option_text("...");
-  app.add_option_function<std::size_t>(
-         "--answers", [&request](const std::size_t& count) { request.answers = count; },
-         "collect this many bytes (default: one, if it comes within 0.5 s)")
-      ->option_text("N");
-}
-
-void take_watch(CLI::App& app, Request& request) {
-  app.add_option("--interval", request.interval_s, "board seconds between readings (1)")
-      ->check(seconds_within(0.01, 3600))
-      ->option_text("SECONDS");
-  app.add_option("--count", request.count, "end after this many readings")
-      ->check(counting())
-      ->option_text("N");
-  app.add_flag("--no-levels", request.no_levels, "leave the buffer levels out");
-}
+constexpr Argument kConfig[] = {
+    {"FILE", "configuration file (hd.ini)", &Request::file, "", true},
+    {"--wait", "wait until the board has applied it, and print its status", &Request::wait},
+    {"--force", "announce a size that the board refuses (29 or less), without data",
+     &Request::force},
+};
+constexpr Argument kUpdate[] = {
+    {"PACKAGE", "update archive, at most 5000000 bytes", &Request::file, "", true},
+    {"--via-fpga", "send it through the update FIFO of the FPGA", &Request::via_fpga},
+    {"--rate", "with --via-fpga: bytes per board second", &Request::rate, "N", false, kCount,
+     "--via-fpga"},
+    {"--wait", "wait for the board and ask for the result", &Request::wait},
+    {"--force", "announce a size that the board refuses (above 5000000), without data",
+     &Request::force},
+};
+constexpr Argument kMakeUpdate[] = {
+    {"DIR", "files for the board; vantorig must be among them", &Request::directory, "", true},
+    {"-o,--output", "where the package goes (required)", &Request::file, "FILE", true},
+};
+constexpr Argument kClock[] = {
+    {"TEXT", "12 characters, DDMMYYhhmmss; the local time if absent", &Request::text},
+};
+constexpr Argument kRegister[] = {
+    {"DEV", "device address in 8-bit form, as 0x90", &Request::device, "", true, kByte},
+    {"REG", "register number", &Request::reg, "", true, kByte},
+};
+constexpr Argument kLog[] = {
+    {"NUMBER", "1 or 2", &Request::log, "", true, {Allowed::kRange, 1, 2}},
+    {"-o,--output", "where the archive goes (required)", &Request::file, "FILE", true},
+};
+constexpr Argument kMonitorFile[] = {
+    {"-o,--output", "where the file goes; printed if absent", &Request::file, "FILE"},
+};
+constexpr Argument kRecord[] = {
+    {"--full", "all 104 bytes instead of the first 51", &Request::full},
+};
+constexpr Argument kNumber[] = {
+    {"N", "32-bit number", &Request::number, "", true, {Allowed::kRange, -2147483648, 4294967295}},
+};
+constexpr Argument kRaw[] = {
+    {"CODE", "command code, and what else is to be sent", &Request::codes, "...", true, kByte},
+    {"--answers", "collect this many bytes (default: one, if it comes within 0.5 s)",
+     &Request::answers, "N"},
+};
+constexpr Argument kWatch[] = {
+    {"--interval",
+     "board seconds between readings (1)",
+     &Request::interval_s,
+     "SECONDS",
+     false,
+     {Allowed::kSeconds, 0.01, 3600}},
+    {"--count", "end after this many readings", &Request::count, "N", false, kCount},
+    {"--no-levels", "leave the buffer levels out", &Request::no_levels},
+};
+constexpr std::span<const Argument> kNothing = {};
 
 // Headings of the help.
 constexpr const char* kStatus = "Status";
@@ -564,51 +506,41 @@ constexpr const char* kConfiguration = "Configuration";
 constexpr const char* kFiles = "Files";
 constexpr const char* kOther = "Other";
 
-struct SubCommand {
-  const char* word;
-  void (*take)(CLI::App&, Request&);
-  int (*run)(Session&);
-  const char* group;
-  const char* example;         // what stands behind `melk`
-  const char* help = nullptr;  // that of the host command if null
-  bool wants_board = true;
-};
-
 // clang-format off
 constexpr SubCommand kSubCommands[] = {
-    {"status", take_nothing, run_status, kStatus, "status"},
-    {"watch", take_watch, run_watch, kStatus, "watch --interval 2",
+    {"status", kNothing, run_status, kStatus, "status"},
+    {"watch", kWatch, run_watch, kStatus, "watch --interval 2",
      "follow state, inputs, rates, buffers and restarts"},
-    {"registers", take_record, run_registers, kStatus, "registers --full"},
-    {"fps", take_nothing, run_fps, kStatus, "fps"},
-    {"hd-version", take_nothing, run_hd_version, kStatus, "hd-version"},
-    {"sw-version", take_nothing, run_sw_version, kStatus, "sw-version"},
-    {"monitor-state", take_nothing, run_monitor_state, kStatus, "monitor-state"},
-    {"shared-status", take_nothing, run_shared_status, kStatus, "shared-status"},
-    {"input-mux", take_nothing, run_input_mux, kStatus, "input-mux"},
-    {"clear-status", take_nothing, run_plain, kStatus, "clear-status"},
-    {"read-reg", take_register, run_read_reg, kStatus, "read-reg 0xb8 0x14"},
-    {"send-config", take_config, run_send_config, kConfiguration, "send-config --wait hd.ini"},
-    {"set-rtc", take_clock, run_set_rtc, kConfiguration, "set-rtc 010226123000"},
-    {"set-spts", take_number, run_set_spts, kConfiguration, "set-spts 300"},
-    {"stop-encode", take_nothing, run_plain, kConfiguration, "stop-encode"},
-    {"stop-audio", take_nothing, run_plain, kConfiguration, "stop-audio"},
-    {"keep-alive", take_nothing, run_plain, kConfiguration, "keep-alive"},
-    {"temp", take_nothing, run_plain, kConfiguration, "temp"},
-    {"reg-file-size", take_nothing, run_plain, kConfiguration, "reg-file-size"},
-    {"make-logs", take_nothing, run_plain, kFiles, "make-logs"},
-    {"log", take_log, run_log, kFiles, "log 1 -o log1.tar.gz"},
-    {"delete-logs", take_nothing, run_plain, kFiles, "delete-logs"},
-    {"monitor-file", take_monitor_file, run_monitor_file, kFiles, "monitor-file -o monitor.txt"},
-    {"update", take_update, run_update, kFiles, "update --wait new_version.tar.gz"},
-    {"update-result", take_nothing, run_update_result, kFiles, "update-result"},
-    {"make-update", take_make_update, run_make_update, kFiles,
+    {"registers", kRecord, run_registers, kStatus, "registers --full"},
+    {"fps", kNothing, run_fps, kStatus, "fps"},
+    {"hd-version", kNothing, run_hd_version, kStatus, "hd-version"},
+    {"sw-version", kNothing, run_sw_version, kStatus, "sw-version"},
+    {"monitor-state", kNothing, run_monitor_state, kStatus, "monitor-state"},
+    {"shared-status", kNothing, run_shared_status, kStatus, "shared-status"},
+    {"input-mux", kNothing, run_input_mux, kStatus, "input-mux"},
+    {"clear-status", kNothing, run_plain, kStatus, "clear-status"},
+    {"read-reg", kRegister, run_read_reg, kStatus, "read-reg 0xb8 0x14"},
+    {"send-config", kConfig, run_send_config, kConfiguration, "send-config --wait hd.ini"},
+    {"set-rtc", kClock, run_set_rtc, kConfiguration, "set-rtc 010226123000"},
+    {"set-spts", kNumber, run_set_spts, kConfiguration, "set-spts 300"},
+    {"stop-encode", kNothing, run_plain, kConfiguration, "stop-encode"},
+    {"stop-audio", kNothing, run_plain, kConfiguration, "stop-audio"},
+    {"keep-alive", kNothing, run_plain, kConfiguration, "keep-alive"},
+    {"temp", kNothing, run_plain, kConfiguration, "temp"},
+    {"reg-file-size", kNothing, run_plain, kConfiguration, "reg-file-size"},
+    {"make-logs", kNothing, run_plain, kFiles, "make-logs"},
+    {"log", kLog, run_log, kFiles, "log 1 -o log1.tar.gz"},
+    {"delete-logs", kNothing, run_plain, kFiles, "delete-logs"},
+    {"monitor-file", kMonitorFile, run_monitor_file, kFiles, "monitor-file -o monitor.txt"},
+    {"update", kUpdate, run_update, kFiles, "update --wait new_version.tar.gz"},
+    {"update-result", kNothing, run_update_result, kFiles, "update-result"},
+    {"make-update", kMakeUpdate, run_make_update, kFiles,
      "make-update files -o new_hd_version.tar.gz",
      "make a package for update from a directory of files; needs no board", false},
-    {"restore-factory", take_nothing, run_plain, kFiles, "restore-factory"},
-    {"raw", take_raw, run_raw, kOther, "raw 8 0xA5 --answers 4",
+    {"restore-factory", kNothing, run_plain, kFiles, "restore-factory"},
+    {"raw", kRaw, run_raw, kOther, "raw 8 0xA5 --answers 4",
      "send bytes as they are and print what comes back"},
-    {"shell", take_nothing, run_shell, kOther, "shell < commands.txt",
+    {"shell", kNothing, run_shell, kOther, "shell < commands.txt",
      "read commands from standard input"},
 };
 // clang-format on
@@ -618,85 +550,12 @@ const SubCommand* row_of(const Request& request) {
       kSubCommands, [&request](const SubCommand& one) { return request.word == one.word; });
 }
 
-const char* help_of(const SubCommand& row) {
-  return row.help != nullptr ? row.help : host_command(code_of(row.word)).help;
-}
-
-// ---- words that are not understood ------------------------------------------------------
-// Letters to change, add or drop between two words.
-std::size_t distance(std::string_view a, std::string_view b) {
-  std::vector<std::size_t> row(b.size() + 1);
-  for (std::size_t j = 0; j <= b.size(); ++j) row[j] = j;
-  for (std::size_t i = 1; i <= a.size(); ++i) {
-    std::size_t diagonal = row[0];
-    row[0] = i;
-    for (std::size_t j = 1; j <= b.size(); ++j) {
-      const std::size_t changed = diagonal + (a[i - 1] == b[j - 1] ? 0 : 1);
-      diagonal = row[j];
-      row[j] = std::min({changed, row[j] + 1, row[j - 1] + 1});
-    }
-  }
-  return row[b.size()];
-}
-
-// The command that was probably meant.
-std::string likely(const std::string& stranger) {
-  constexpr std::size_t kFurthest = 2;
-  const auto far = [&stranger](const SubCommand& row) { return distance(stranger, row.word); };
-  const auto* best = std::ranges::min_element(kSubCommands, {}, far);
-  return far(*best) <= kFurthest ? best->word : "";
-}
-
-Complaint complaint_about(const CLI::App& app, const CLI::ParseError& error) {
-  const std::vector<CLI::App*> given = app.get_subcommands();
-  const std::vector<std::string> strangers = app.remaining();
-  if (given.empty() && !strangers.empty()) {
-    const bool option = strangers[0].starts_with('-');
-    const std::string meant = option ? "" : likely(strangers[0]);
-    return {"", "'" + strangers[0] + "' is none of its " + (option ? "options" : "commands"),
-            meant.empty() ? "melk --help lists them" : "did you mean " + meant + "?", kUsage};
-  }
-  const std::string word = given.empty() ? "" : given[0]->get_name();
-  return {word, error.what(),
-          "melk " + word + (word.empty() ? "" : " ") + "--help tells what it takes", kUsage};
-}
-
 }  // namespace
 
-void add_sub_commands(CLI::App& app, Request& request) {
-  app.fallthrough();
-  app.add_flag("--json", request.json, "print one JSON object per outcome");
-  app.add_option_function<double>(
-         "--timeout", [&request](const double& s) { request.timeout_s = s; },
-         "board seconds of silence before melk gives up (20)")
-      ->check(seconds_within(0.001, 86400))
-      ->option_text("SECONDS");
-  for (const SubCommand& row : kSubCommands) {
-    CLI::App* sub = app.add_subcommand(row.word, help_of(row));
-    sub->group(row.group);
-    sub->footer(std::string("Example: melk ") + row.example);
-    row.take(*sub, request);
-    sub->callback([&request, word = row.word] { request.word = word; });
-  }
-}
+std::span<const SubCommand> sub_commands() { return kSubCommands; }
 
-std::optional<int> parse_words(CLI::App& app, std::vector<std::string> words, FILE* out,
-                               FILE* err) {
-  // Also where the words cannot be parsed.
-  const bool json = std::ranges::find(words, "--json") != words.end();
-  std::ranges::reverse(words);
-  try {
-    app.parse(std::move(words));
-  } catch (const CLI::Success& wish) {  // help, version
-    std::ostringstream text;
-    app.exit(wish, text, text);
-    fputs(text.str().c_str(), out);
-    return kDone;
-  } catch (const CLI::ParseError& error) {
-    return complain(complaint_about(app, error), json, out, err);
-  }
-  if (!app.get_subcommands().empty()) return std::nullopt;
-  return complain({"", "a command is wanted", "melk --help lists them", kUsage}, json, out, err);
+const char* help_of(const SubCommand& row) {
+  return row.help != nullptr ? row.help : host_command(code_of(row.word)).help;
 }
 
 bool wants_board(const Request& request) { return row_of(request)->wants_board; }
@@ -721,21 +580,6 @@ int run_request(Transport& transport, const Request& request, FILE* out, FILE* e
   if (session.link.stale > 0)
     note(session, text_of("%zu bytes of an earlier conversation dropped", session.link.stale));
   return code;
-}
-
-int melk_command(Transport& transport, const std::vector<std::string>& words, FILE* out, FILE* err,
-                 const Options& options) {
-  CLI::App app("Host side of the encoder board's link.", "melk");
-  Request request;
-  add_sub_commands(app, request);
-  if (const std::optional<int> code = parse_words(app, words, out, err)) return *code;
-  return run_request(transport, request, out, err, options);
-}
-
-std::vector<std::string> sub_command_words() {
-  std::vector<std::string> words;
-  for (const SubCommand& row : kSubCommands) words.emplace_back(row.word);
-  return words;
 }
 
 }  // namespace melk

@@ -1,4 +1,4 @@
-// The sub-commands of melk: parsing one, running it, printing the outcome.
+// The sub-commands of melk: what they take, running one, printing the outcome.
 //
 // Used by the program and by scripted hosts in virtual time, so that nothing
 // here looks at a clock or sleeps but through the transport.
@@ -10,15 +10,12 @@
 #include <optional>
 #include <span>
 #include <string>
+#include <variant>
 #include <vector>
 
 #include "melk/make_update.h"
 #include "melk/panel.h"
 #include "melk/transport.h"
-
-namespace CLI {
-class App;
-}
 
 namespace melk {
 
@@ -29,6 +26,12 @@ inline constexpr int kUsage = 2;
 inline constexpr int kBoardSilent = 3;
 inline constexpr int kLocalFile = 4;  // a file of the host, the board directory, the SPI device
 inline constexpr int kIncompleteTransfer = 5;
+
+struct Options;
+
+// Takes the words of one sub-command and runs it; see melk/arguments.h.
+using Command = int(Transport& transport, const std::vector<std::string>& words, FILE* out,
+                    FILE* err, const Options& options);
 
 // What the surroundings offer.
 struct Options {
@@ -42,6 +45,9 @@ struct Options {
   FILE* in = nullptr;                             // commands of the shell
   std::function<std::string()> local_clock = {};  // DDMMYYhhmmss, for set-rtc without a text
   decltype(&melk::make_update) make_update = nullptr;
+  Command* command = nullptr;  // of the shell
+  // Where the file lies that a name means; empty: where it says.
+  std::function<std::string(const std::string& name)> place_of = {};
 };
 
 // One parsed command line.
@@ -68,6 +74,43 @@ struct Request {
   double interval_s = 1;
 };
 
+// What the text of an argument may be.
+struct Allowed {
+  enum Kind { kAnything, kRange, kCount, kSeconds };
+  Kind kind = kAnything;
+  double least = 0;  // of a range, of seconds
+  double most = 0;
+};
+
+// An operand or an option of a sub-command.
+struct Argument {
+  const char* name;  // "FILE", "-o,--output"
+  const char* help;
+  // What it sets; a bool makes it a flag.
+  std::variant<bool Request::*, int Request::*, std::int64_t Request::*, double Request::*,
+               std::string Request::*, std::vector<int> Request::*,
+               std::optional<std::size_t> Request::*>
+      field;
+  const char* value = "";  // as help shows its value
+  bool required = false;
+  Allowed allowed = {};
+  const char* needs = nullptr;  // the option that must stand beside it
+};
+
+struct Session;
+
+struct SubCommand {
+  const char* word;
+  std::span<const Argument> takes;
+  int (*run)(Session&);
+  const char* group;           // heading in the help
+  const char* example;         // what stands behind `melk`
+  const char* help = nullptr;  // that of the host command if null
+  bool wants_board = true;
+};
+std::span<const SubCommand> sub_commands();
+const char* help_of(const SubCommand& row);
+
 // What went wrong, and what to do about it.
 struct Complaint {
   std::string word;  // the sub-command, if there is one
@@ -79,24 +122,10 @@ struct Complaint {
 // Prints a complaint, with --json as an object too, and returns its exit code.
 int complain(const Complaint& complaint, bool json, FILE* out, FILE* err);
 
-// Declares every sub-command on `app`, with the options common to all.
-void add_sub_commands(CLI::App& app, Request& request);
-
-// Parses words into `request` by `app`. Empty when there is something to run;
-// otherwise an exit code, help or the complaint having been printed.
-std::optional<int> parse_words(CLI::App& app, std::vector<std::string> words, FILE* out, FILE* err);
-
 // False for what is done without a board; any transport will do then.
 bool wants_board(const Request& request);
 
 int run_request(Transport& transport, const Request& request, FILE* out, FILE* err,
                 const Options& options);
-
-// Parses one sub-command and runs it.
-int melk_command(Transport& transport, const std::vector<std::string>& words, FILE* out, FILE* err,
-                 const Options& options);
-
-// The words that melk understands.
-std::vector<std::string> sub_command_words();
 
 }  // namespace melk

@@ -1,5 +1,4 @@
-// Whole files of the host. They go to the machine's own file system also where
-// the board's one stands in front of it, in a scripted host.
+// Whole files of the host.
 #pragma once
 
 #include <span>

@@ -6,10 +6,10 @@
 #include <ctime>
 #include <exception>
 
-#include "melk/board_transport.h"
-#include "melk/commands.h"
+#include "melk/arguments.h"
 #include "melk/spidev_transport.h"
 #include "melk/terminal.h"
+#include "vboard/host/board_transport.h"
 
 namespace {
 
@@ -77,8 +77,8 @@ std::unique_ptr<melk::Transport> open_wire(const Place& place, melk::Complaint* 
 
 std::unique_ptr<melk::Transport> open_board(const Place& place, melk::Complaint* complaint) {
   std::string problem;
-  std::unique_ptr<melk::BoardTransport> transport =
-      melk::BoardTransport::open(place.directory, &problem);
+  std::unique_ptr<vboard::BoardTransport> transport =
+      vboard::BoardTransport::open(place.directory, &problem);
   if (transport == nullptr) {
     *complaint = {"", problem, "name the board's directory with --board, or a wire with --spi",
                   melk::kLocalFile};
@@ -135,6 +135,7 @@ int run(int argc, char** argv) {
   options.in = stdin;
   options.local_clock = local_clock;
   options.make_update = melk::make_update;
+  options.command = melk::melk_command;
   return melk::run_request(*transport, request, stdout, stderr, options);
 }
 

@@ -4,7 +4,7 @@
 #include <algorithm>
 #include <cstring>
 
-#include "melk/session.h"
+#include "melk/text.h"
 
 namespace melk {
 

@@ -2,8 +2,6 @@
 #include "melk/session.h"
 
 #include <cerrno>
-#include <cstdarg>
-#include <cstdlib>
 #include <cstring>
 
 namespace melk {
@@ -35,18 +33,6 @@ const char* hint_of(Trouble trouble) {
 }
 
 }  // namespace
-
-std::string text_of(const char* format, ...) {
-  va_list arguments;
-  va_start(arguments, format);
-  char* printed = nullptr;
-  const int length = vasprintf(&printed, format, arguments);
-  va_end(arguments);
-  if (length < 0) return {};
-  std::string text(printed, static_cast<std::size_t>(length));
-  free(printed);
-  return text;
-}
 
 double board_seconds(std::int64_t us) { return static_cast<double>(us) / 1e6; }
 
@@ -118,12 +104,6 @@ int exit_code_of(Trouble trouble) {
       return kLocalFile;
   }
   return kBoardSaysNo;
-}
-
-std::string joined(const std::vector<const char*>& texts) {
-  std::string all;
-  for (const char* text : texts) all += (all.empty() ? "" : ", ") + std::string(text);
-  return all;
 }
 
 Json status_json(const Status& status) {

@@ -9,6 +9,7 @@
 
 #include "melk/commands.h"
 #include "melk/protocol.h"
+#include "melk/text.h"
 
 namespace melk {
 
@@ -22,8 +23,6 @@ struct Session {
   const Request& request;
   bool json;
 };
-
-std::string text_of(const char* format, ...) __attribute__((format(printf, 1, 2)));
 
 double board_seconds(std::int64_t us);
 
@@ -45,7 +44,6 @@ int fail_file(const Session& session, const std::string& path);
 
 int exit_code_of(Trouble trouble);
 
-std::string joined(const std::vector<const char*>& texts);
 Json status_json(const Status& status);
 std::string status_text(const Status& status);
 // Answers of an earlier reading that were passed over.

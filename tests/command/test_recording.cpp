@@ -9,7 +9,7 @@
 #include <vector>
 
 #include "tests/command/command_case.h"
-#include "vboard/core/record.h"
+#include "vboard/core/record_reader.h"
 
 namespace {
 

@@ -6,7 +6,7 @@
 #include <string>
 #include <vector>
 
-#include "melk/commands.h"
+#include "melk/arguments.h"
 
 struct Outcome {
   int code;

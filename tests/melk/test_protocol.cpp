@@ -8,6 +8,12 @@
 namespace {
 
 // ---- the table -----------------------------------------------------------------
+std::vector<std::string> sub_command_words() {
+  std::vector<std::string> words;
+  for (const melk::SubCommand& row : melk::sub_commands()) words.emplace_back(row.word);
+  return words;
+}
+
 TEST(Table, codes_unique_and_in_order) {
   int last = -1;
   for (const melk::HostCommand& row : melk::host_commands()) {
@@ -19,7 +25,7 @@ TEST(Table, codes_unique_and_in_order) {
 }
 
 TEST(Table, every_host_command_has_a_sub_command) {
-  const std::vector<std::string> words = melk::sub_command_words();
+  const std::vector<std::string> words = sub_command_words();
   std::set<std::string> known(words.begin(), words.end());
   EXPECT_EQ(known.size(), words.size());
   for (const melk::HostCommand& row : melk::host_commands()) {
@@ -827,7 +833,7 @@ TEST(Usage, unknown_words_are_named) {
 
 TEST(Usage, every_sub_command_has_help_with_an_example) {
   ScriptedBoard board;
-  for (const std::string& word : melk::sub_command_words()) {
+  for (const std::string& word : sub_command_words()) {
     const Outcome outcome = run(board, {word, "--help"});
     EXPECT_EQ(outcome.code, 0) << word;
     EXPECT_TRUE(contains(outcome.out, "Usage: melk " + word)) << outcome.out;
@@ -838,7 +844,7 @@ TEST(Usage, every_sub_command_has_help_with_an_example) {
 
 // An example that its own command refuses would be a bad one.
 TEST(Usage, every_example_is_understood) {
-  for (const std::string& word : melk::sub_command_words()) {
+  for (const std::string& word : sub_command_words()) {
     ScriptedBoard silent;
     const std::string help = run(silent, {word, "--help"}).out;
     const std::string mark = "Example: melk ";

@@ -14,8 +14,8 @@
 #include <vector>
 
 #include "hw/fpga_registers.h"
-#include "melk/board_transport.h"
 #include "melk/protocol.h"
+#include "vboard/host/board_transport.h"
 #include "vboard/testing/bench.h"
 
 // A command byte with a 32-bit number behind it.
@@ -44,7 +44,7 @@ class Host {
   void send_config(const std::string& text);
 
  private:
-  melk::BoardTransport transport_;
+  vboard::BoardTransport transport_;
 
  public:
   melk::Link link;

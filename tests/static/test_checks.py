@@ -37,6 +37,16 @@ class Checks(unittest.TestCase):
         self.assertIsNone(include_heights.problem("hw", '#include "hw/fpga.h"'))
         self.assertIsNone(include_heights.problem("hw", "#include <cstdio>"))
 
+    def test_tools_keep_their_heights(self):
+        self.assertIsNotNone(include_heights.tool_problem("melk/session.cpp", '#include "vboard/core/real.h"'))
+        self.assertIsNotNone(include_heights.tool_problem("melk/main.cpp", '#include "vboard/core/clock.h"'))
+        self.assertIsNotNone(include_heights.tool_problem("vboard/core/clock.h", '#include "vboard/models/bus.h"'))
+        self.assertIsNotNone(include_heights.tool_problem("vboard/interpose/preload.cpp", '#include "melk/transport.h"'))
+        self.assertIsNotNone(include_heights.tool_problem("vboard/models/link.cpp", '#include "audio/ac3dsp.h"'))
+        self.assertIsNotNone(include_heights.tool_problem("vboard/elsewhere/a.cpp", '#include "vboard/core/real.h"'))
+        self.assertIsNone(include_heights.tool_problem("melk/main.cpp", '#include "vboard/host/board_transport.h"'))
+        self.assertIsNone(include_heights.tool_problem("vboard/models/fpga.cpp", '#include "hw/fpga_registers.h"'))
+
     def test_device_header_is_found(self):
         for header in ("sys/ioctl.h", "sys/shm.h", "sys/sem.h", "sys/select.h", "linux/i2c.h"):
             self.assertEqual(device_headers.device_header(f"#include <{header}>"), header)

@@ -34,7 +34,7 @@ class BoardRun {
   // board time (0: no limit).
   Result vantorig(const std::string& arguments, double seconds = 0);
 
-  // The same beside a script (see vboard/core/script.h); what the host saw is
+  // The same beside a script (see vboard/host/script.h); what the host saw is
   // host_log() afterwards.
   Result service(const std::string& arguments, const std::string& script, double seconds = 0);
 

@@ -16,13 +16,13 @@
 #include <memory>
 
 #include "hw/fpga_registers.h"
-#include "melk/board_transport.h"
 #include "melk/make_update.h"
 #include "melk/protocol.h"
 #include "vboard/cli/sandbox.h"
 #include "vboard/core/clock.h"
 #include "vboard/core/real.h"
-#include "vboard/core/world.h"
+#include "vboard/host/board_transport.h"
+#include "vboard/world/world.h"
 
 namespace vboard {
 
@@ -95,7 +95,7 @@ struct Demo {
   std::string config;
   Board* board = nullptr;
   std::unique_ptr<Run> service;
-  std::unique_ptr<melk::BoardTransport> transport;
+  std::unique_ptr<BoardTransport> transport;
   std::unique_ptr<melk::Link> link;
   std::size_t log_seen = 0;  // of the service's output
 };
@@ -430,7 +430,7 @@ int demo(const DemoOptions& options, const fs::path& place) {
   }
   Demo demo{{}, BoardDirectory(place), program, options.speed, config, {}, {}, {}, {}, {}};
   if (demo.directory.prepare(&problem) && demo.directory.map(&problem) != nullptr)
-    demo.transport = melk::BoardTransport::open(place.string(), &problem);
+    demo.transport = BoardTransport::open(place.string(), &problem);
   if (demo.transport == nullptr) {
     fprintf(stderr, "vboard: %s\n", problem.c_str());
     return 125;

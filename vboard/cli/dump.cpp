@@ -6,18 +6,19 @@
 #include <cstdio>
 #include <cstring>
 #include <fstream>
-#include <iterator>
-#include <sstream>
 #include <string_view>
 #include <vector>
 
 #include "hw/fpga_registers.h"
 #include "vboard/core/clock.h"
+#include "vboard/core/text.h"
 #include "vboard/models/fpga.h"
 
 namespace vboard {
 
 namespace {
+
+using Words = std::vector<std::string_view>;
 
 struct Value {
   unsigned word;
@@ -41,7 +42,7 @@ bool parse_number(std::string_view word, unsigned* number) {
 
 // "0xADDRESS 0xVALUE" by even byte address; the name behind it may be missing,
 // but not another register's.
-bool parse_saved(const std::vector<std::string>& words, Value* value) {
+bool parse_saved(const Words& words, Value* value) {
   unsigned address = 0;
   if (words.size() < 2 || words.size() > 3 || !parse_number(words[0], &address) ||
       !parse_number(words[1], &value->value) || address % 2 != 0)
@@ -52,15 +53,10 @@ bool parse_saved(const std::vector<std::string>& words, Value* value) {
 }
 
 // "addr 0xWORD: 0xVALUE" by word address.
-bool parse_printed(const std::vector<std::string>& words, Value* value) {
+bool parse_printed(const Words& words, Value* value) {
   if (words.size() != 3 || words[0] != "addr" || words[1].back() != ':') return false;
-  return parse_number(std::string_view(words[1]).substr(0, words[1].size() - 1), &value->word) &&
+  return parse_number(words[1].substr(0, words[1].size() - 1), &value->word) &&
          parse_number(words[2], &value->value);
-}
-
-std::vector<std::string> words_of(const std::string& line) {
-  std::istringstream stream(line);
-  return {std::istream_iterator<std::string>(stream), {}};
 }
 
 // Reads all lines. False with a text in `problem` when one of them is faulty or
@@ -74,7 +70,7 @@ bool read_values(const std::string& file, std::vector<Value>* values, std::strin
   int number = 0;
   for (std::string line; std::getline(stream, line);) {
     ++number;
-    const std::vector<std::string> words = words_of(line);
+    const Words words = words_of(line);
     if (words.empty() || words[0][0] == '#') continue;
     Value value = {};
     if ((!parse_saved(words, &value) && !parse_printed(words, &value)) ||

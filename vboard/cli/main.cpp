@@ -22,7 +22,8 @@
 #include "vboard/cli/show.h"
 #include "vboard/cli/timeline.h"
 #include "vboard/core/clock.h"
-#include "vboard/core/world.h"
+#include "vboard/core/text.h"
+#include "vboard/world/world.h"
 
 namespace {
 
@@ -42,30 +43,14 @@ int misused(const std::string& problem) {
   return kUsage;
 }
 
-// The board time that "90", "90s", "5min", "2h" or "3d" means.
-bool microseconds_of(const std::string& text, std::int64_t* us) {
-  constexpr double kMost_us = 1e15;  // some thirty years
-  char* unit = nullptr;
-  const double number = strtod(text.c_str(), &unit);
-  const std::string name = unit;
-  const double scale = name.empty() || name == "s" ? 1
-                       : name == "ms"              ? 1e-3
-                       : name == "min"             ? 60
-                       : name == "h"               ? 3600
-                       : name == "d"               ? 86400
-                                                   : 0;
-  const double time_us = number * scale * 1e6;
-  if (unit == text.c_str() || scale == 0 || std::signbit(number) || !(time_us <= kMost_us))
-    return false;
-  *us = static_cast<std::int64_t>(time_us);
-  return true;
-}
+// A number alone means seconds.
+bool board_time(const std::string& text, std::int64_t* us) { return parse_time(text, us, "s"); }
 
 const CLI::Validator kBoardTime(
     [](const std::string& text) {
       std::int64_t us = 0;
-      return microseconds_of(text, &us) ? std::string()
-                                        : "'" + text + "' is no time such as 90, 5min or 2h";
+      return board_time(text, &us) ? std::string()
+                                   : "'" + text + "' is no time such as 90, 5min or 2h";
     },
     "TIME");
 
@@ -123,8 +108,7 @@ int change_world(const fs::path& directory, const std::vector<std::string>& word
   if (board == nullptr) return complain(problem);
   clock_attach(board);
   let_rest(place, *board);
-  std::string command;
-  for (const std::string& word : words) command += (command.empty() ? "" : " ") + word;
+  const std::string command = joined(words);
   Locked hold(*board);
   if (!world_command(*board, command, problem)) {
     fprintf(stderr, "vboard: %s\n", problem.c_str());
@@ -276,7 +260,7 @@ void declare_operations(CLI::App& app, Arguments& arguments) {
 
 int run_or_record(Arguments& arguments, bool record) {
   RunOptions& run = arguments.run;
-  if (!arguments.for_text.empty()) microseconds_of(arguments.for_text, &run.for_us);
+  if (!arguments.for_text.empty()) board_time(arguments.for_text, &run.for_us);
   if (!run.virtual_time && (run.for_us >= 0 || !run.script.empty()))
     return misused("--for and --script need --virtual");
   const BoardDirectory directory(arguments.board);

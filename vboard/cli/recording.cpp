@@ -27,6 +27,7 @@
 #include <sstream>
 
 #include "hw/fpga_registers.h"
+#include "vboard/core/text.h"
 #include "vboard/core/trace.h"
 
 namespace vboard {
@@ -39,27 +40,6 @@ namespace {
 constexpr int kOwnFailure = 125;
 constexpr std::size_t kStateChunk = 32;
 constexpr int kFirstSignal = 128;
-
-// ---- bytes as text -----------------------------------------------------------------
-
-std::string hex_of(const std::string& bytes) {
-  static constexpr char kDigits[] = "0123456789abcdef";
-  std::string text;
-  text.reserve(bytes.size() * 2);
-  for (const char c : bytes) {
-    const auto byte = static_cast<unsigned char>(c);
-    text += kDigits[byte >> 4];
-    text += kDigits[byte & 15];
-  }
-  return text;
-}
-
-std::string bytes_of(const std::string& hex) {
-  std::string bytes;
-  for (std::size_t i = 0; i + 1 < hex.size(); i += 2)
-    bytes += static_cast<char>(strtoul(hex.substr(i, 2).c_str(), nullptr, 16));
-  return bytes;
-}
 
 // ---- the board before the run --------------------------------------------------------
 
@@ -81,7 +61,8 @@ void write_state(std::ostream& out, const Board& board) {
   for (std::size_t at = kStateFirst; at < kStateEnd; at += kStateChunk) {
     const std::size_t size = std::min(kStateChunk, kStateEnd - at);
     if (memcmp(now + at, then + at, size) != 0)
-      out << "# state " << kBoardVersion << ' ' << at << ' ' << hex_of({now + at, size}) << '\n';
+      out << "# state " << kBoardVersion << ' ' << at << ' ' << packed_hex({now + at, size})
+          << '\n';
   }
 }
 
@@ -123,7 +104,7 @@ bool write_home(std::ostream& out, const fs::path& home, std::string* problem) {
     const auto rights = static_cast<unsigned>(fs::status(path).permissions()) & 0777u;
     char octal[8];
     snprintf(octal, sizeof octal, "%o", rights);
-    out << "# file " << octal << ' ' << hex_of(content) << ' ' << name << '\n';
+    out << "# file " << octal << ' ' << packed_hex(content) << ' ' << name << '\n';
   }
   return true;
 }

@@ -6,7 +6,7 @@
 #include <vector>
 
 #include "vboard/cli/sandbox.h"
-#include "vboard/core/record.h"
+#include "vboard/core/record_reader.h"
 
 namespace vboard {
 

@@ -36,7 +36,7 @@ constexpr char kBoardHome[] = "/home/tovin";
 constexpr char kLibrary[] = "/home/libvboard.so";
 
 std::vector<std::string> sandbox_command(const BoardDirectory& directory, const fs::path& library,
-                                         const RunOptions& options) {
+                                         const RunOptions& options, bool guest) {
   std::vector<std::string> command = {"bwrap", "--dev-bind", "/", "/", "--tmpfs", "/home"};
   std::error_code ignored;
   for (const auto& entry : fs::directory_iterator("/home", ignored)) {
@@ -54,9 +54,7 @@ std::vector<std::string> sandbox_command(const BoardDirectory& directory, const 
   };
   setenv("VBOARD_STATE", directory.state_file());
   if (!options.trace.empty()) setenv("VBOARD_TRACE", fs::absolute(options.trace));
-  if (!options.replay.empty()) setenv("VBOARD_REPLAY", fs::absolute(options.replay));
-  if (!options.script.empty()) setenv("VBOARD_SCRIPT", fs::absolute(options.script));
-  if (!options.host_log.empty()) setenv("VBOARD_HOST_LOG", fs::absolute(options.host_log));
+  if (guest) setenv("VBOARD_GUEST", "1");
   return command;
 }
 
@@ -211,9 +209,10 @@ bool Run::set_out(const RunOptions& options) {
   board_->link.settled = true;
   board_->encoder.pid = 0;  // processes do not outlive their run
   board_->encoder.streaming = false;
-  board_->failed_steps = 0;
+  board_->operations = 0;
+  board_->last_acted_us = -1;
   board_->trace_errno = 0;
-  board_->host_log_errno = 0;
+  board_->guest = {};
   return true;
 }
 
@@ -234,6 +233,7 @@ Run::Run(const BoardDirectory& directory, const RunOptions& options,
     problem_ = problem;
     return;
   }
+  if (!beside_.read(options.script, options.replay, &problem_)) return;
   board_ = directory.map(&problem_);
   if (board_ == nullptr || !take_board(directory, &problem_) || !set_out(options)) return;
   int told[2] = {-1, -1};
@@ -241,7 +241,7 @@ Run::Run(const BoardDirectory& directory, const RunOptions& options,
     problem_ = std::string("cannot make a pipe: ") + strerror(errno);
     return;
   }
-  std::vector<std::string> words = sandbox_command(directory, library, options);
+  std::vector<std::string> words = sandbox_command(directory, library, options, beside_.there());
   words.insert(words.end(), {"--json-status-fd", std::to_string(told[1])});
   words.insert(words.end(),
                {"--setenv", options.shell ? "VBOARD_LIBRARY" : "LD_PRELOAD", kLibrary});
@@ -252,6 +252,10 @@ Run::Run(const BoardDirectory& directory, const RunOptions& options,
   if (child_ < 0) problem_ = std::string("cannot fork: ") + strerror(errno);
   close(told[1]);
   status_fd_ = told[0];
+  if (child_ > 0)
+    beside_.start(*board_, options.host_log, [home = directory.home()](const std::string& name) {
+      return outside(name, home).string();
+    });
 }
 
 Run::~Run() {
@@ -265,6 +269,7 @@ void Run::finish() {
   child_ = -1;
   program_ended();
   end_descendants();
+  beside_.finish();
   reached_board_ = board_->clock.running > 0;
   std::string told(4096, '\0');
   const ssize_t size = real::read(status_fd_, told.data(), told.size());
@@ -277,10 +282,10 @@ void Run::finish() {
 std::string Run::lost_output() const {
   if (board_->trace_errno != 0)
     return "cannot write all of " + options_.trace + ": " + strerror(board_->trace_errno);
-  if (board_->host_log_errno != 0)
+  if (beside_.log_errno() != 0)
     return "cannot write all of " +
            (options_.host_log.empty() ? "standard output" : options_.host_log) + ": " +
-           strerror(board_->host_log_errno);
+           strerror(beside_.log_errno());
   return {};
 }
 
@@ -299,7 +304,7 @@ int Run::wait() {
     problem_ = lost_output();
   }
   if (!problem_.empty()) return kOwnFailure;
-  if (status == 0 && board_->failed_steps > 0) return kStepFailed;
+  if (status == 0 && beside_.failed_steps() > 0) return kStepFailed;
   return shell_status(status);
 }
 

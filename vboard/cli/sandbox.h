@@ -8,6 +8,7 @@
 #include <string>
 #include <vector>
 
+#include "vboard/cli/beside.h"
 #include "vboard/cli/board_directory.h"
 #include "vboard/core/board.h"
 
@@ -74,6 +75,7 @@ class Run {
   bool executed_ = false;  // not only the sandbox
   bool reached_board_ = false;
   std::string problem_;
+  Beside beside_;
 };
 
 // Why the sandbox cannot be set up on this machine, in the words of bwrap; "" when it

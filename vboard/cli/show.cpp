@@ -8,9 +8,10 @@
 
 #include "hw/fpga_registers.h"
 #include "vboard/core/clock.h"
+#include "vboard/core/sources.h"
 #include "vboard/core/trace.h"
-#include "vboard/core/world.h"
 #include "vboard/models/fpga.h"
+#include "vboard/world/world.h"
 
 namespace vboard {
 

@@ -11,10 +11,12 @@
 #include <cstddef>
 #include <cstdint>
 
+#include "vboard/core/fnv.h"
+
 namespace vboard {
 
 inline constexpr std::uint32_t kBoardMagic = 0x44524256;  // "VBRD"
-inline constexpr std::uint32_t kBoardVersion = 3;
+inline constexpr std::uint32_t kBoardVersion = 4;
 
 // ---- time -----------------------------------------------------------------
 enum class TimeMode : std::uint32_t { kReal, kScaled, kVirtual };
@@ -146,11 +148,11 @@ struct FpgaState {
   bool config_line = true;
   std::int32_t nstatus_delay = 0;  // status polls before nSTATUS shows; -1 never
   std::int32_t nstatus_polls = 0;
-  bool config_broken = false;               // loading never reaches done
-  bool config_short_write = false;          // the port takes one byte less
-  std::uint32_t config_bytes = 0;           // bytes since the line was pulsed
-  std::uint32_t config_hash = 2166136261u;  // FNV-1a of these bytes, in order
-  std::uint8_t config_last[32] = {};        // the last 32 of them, ring by count
+  bool config_broken = false;             // loading never reaches done
+  bool config_short_write = false;        // the port takes one byte less
+  std::uint32_t config_bytes = 0;         // bytes since the line was pulsed
+  std::uint32_t config_hash = kFnvStart;  // FNV-1a of these bytes, in order
+  std::uint8_t config_last[32] = {};      // the last 32 of them, ring by count
   std::uint8_t config_readback[64] = {};
   std::uint32_t config_readback_len = 0;
   // Update FIFO, filled by the host at its own rate.
@@ -209,7 +211,7 @@ struct Ac3DspState {
   // Firmware push through the FPGA's SPI master.
   bool loading = false;  // between start and end control word
   std::uint16_t spi_control = 0;
-  std::uint32_t firmware_hash = 2166136261u;  // FNV-1a of the pushed bytes, in order
+  std::uint32_t firmware_hash = kFnvStart;  // FNV-1a of the pushed bytes, in order
 };
 
 struct Dix4192State {
@@ -252,6 +254,18 @@ struct EncoderState {
   bool crash_requested = false;        // one-shot: the process dies by itself
 };
 
+// ---- a process beside the program, in virtual time (core/guest.h) -----------------------
+enum class GuestAsks : std::uint32_t { kTurn, kWait, kHeartbeat, kEnd, kLeave };
+
+struct GuestState {
+  std::uint32_t asked = 0;     // number of the last question; a futex word, like
+  std::uint32_t answered = 0;  // that of the last one answered
+  GuestAsks what = GuestAsks::kTurn;
+  std::uint32_t wait_for = 0;  // a WaitFor
+  std::int64_t timeout_us = 0;
+  bool came_true = false;
+};
+
 // ---- health of the simulation itself --------------------------------------------
 struct Violations {  // things a driver must not do: undocumented registers, bad lengths
   std::uint32_t count = 0;
@@ -282,10 +296,11 @@ struct Board {
   EncoderState encoder;
   Violations violations;
   std::uint64_t trace_sequence = 0;
+  std::uint64_t operations = 0;         // traced ones of this run
   char record_file[kLongestPath] = {};  // the run is recorded there; "" when it is not
-  std::uint32_t failed_steps = 0;       // of this run's script
+  std::int64_t last_acted_us = -1;      // by program, host or world, in the record
   std::int32_t trace_errno = 0;         // why a line of trace or record was lost; 0: none was
-  std::int32_t host_log_errno = 0;      // the same of what the scripted host saw
+  GuestState guest;
 };
 
 // Holds the board's lock, which is shared by processes and survives the death

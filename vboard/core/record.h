@@ -16,11 +16,10 @@
 //   board ended 0              the program's exit status
 #pragma once
 
+#include <cstdio>
 #include <string>
 #include <string_view>
-#include <vector>
 
-#include "hw/shared_memory_davinci.h"
 #include "vboard/core/board.h"
 
 namespace vboard {
@@ -48,31 +47,10 @@ void record(Board& board, const char* who, const std::string& what);
 // The scripted host has waited: whatever lives beside the program acted then.
 void record_look(Board& board);
 
-// Adds what has changed on the board since the last call, at its time now_us. Board
-// and block, which may be null, are left as they are.
-void record_board(Board& board, const SharedBlock* block, std::int64_t now_us);
+// A stream to standard output, each line of which is recorded as said by who().
+FILE* open_heard_output(const char* (*who)());
 
 // A line of a trace or a record, as the file holds it.
 std::string trace_file_line(Board& board, const char* who, const std::string& what);
-
-// ---- reading one -----------------------------------------------------------------
-
-enum class RecordKind { kOperation, kSays, kHost, kWorld, kBoard };
-
-struct RecordLine {
-  RecordKind kind = RecordKind::kOperation;
-  unsigned long long sequence = 0;
-  std::int64_t time_us = 0;
-  std::string who;
-  std::string what;  // clean; of kSays what was said
-};
-
-// What stands behind "# " in a line of a record's head.
-using RecordHead = std::vector<std::string>;
-
-// The lines of a record in the order of their sequence. `problem` says why it is
-// none, or stays empty.
-std::vector<RecordLine> read_record(const char* file, std::string* problem,
-                                    RecordHead* head = nullptr);
 
 }  // namespace vboard

@@ -3,29 +3,24 @@
 //
 //   VBOARD_STATE   the board's state file (none: every call passes through)
 //   VBOARD_TRACE   trace file, appended
-//   VBOARD_SCRIPT  script of a host and of the world, virtual time only
-//   VBOARD_HOST_LOG  what the scripted host saw; standard output when unset
-//   VBOARD_REPLAY  record whose host and world act, virtual time only
+//   VBOARD_GUEST   a guest takes part in virtual time, whatever the text
 #include <fcntl.h>
 #include <pthread.h>
 #include <unistd.h>
 
-#include <atomic>
-#include <cctype>
 #include <cerrno>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <mutex>
 #include <string>
-#include <string_view>
 
 #include "vboard/core/clock.h"
+#include "vboard/core/guest.h"
 #include "vboard/core/real.h"
 #include "vboard/core/record.h"
-#include "vboard/core/replay.h"
-#include "vboard/core/script.h"
 #include "vboard/core/trace.h"
+#include "vboard/interpose/record_board.h"
 #include "vboard/interpose/seam.h"
 
 namespace vboard {
@@ -65,12 +60,10 @@ void append_line(const std::string& line) {
   if (board_of_process().clock.mode != TimeMode::kVirtual) flush_trace();
 }
 
-std::atomic<unsigned long> operations = 0;
-unsigned long operations_done() { return operations; }
-
 void append_trace(const char* clean) {
-  append_line(trace_file_line(board_of_process(), thread_name(), clean));
-  ++operations;
+  Board& board = board_of_process();
+  append_line(trace_file_line(board, thread_name(), clean));
+  __atomic_add_fetch(&board.operations, 1, __ATOMIC_RELAXED);
 }
 
 void open_trace(const char* path) {
@@ -93,23 +86,6 @@ void at_exit() {
 
 // ---- what a record holds besides ----------------------------------------------------
 
-// Standard output in a stream of its own, so that each line is known as it comes.
-ssize_t hear(void* /*cookie*/, const char* data, std::size_t size) {
-  static std::mutex lock;
-  static std::string line;
-  std::lock_guard<std::mutex> hold(lock);
-  for (const char c : std::string_view(data, size)) {
-    if (c != '\n') {
-      line += isprint(static_cast<unsigned char>(c)) != 0 ? c : ' ';
-      continue;
-    }
-    if (!line.empty()) record(board_of_process(), thread_name(), std::string(kSaysPrefix) + line);
-    line.clear();
-  }
-  const ssize_t wrote = real::write(STDOUT_FILENO, data, size);
-  return wrote < 0 ? 0 : wrote;  // a cookie reports failure as 0
-}
-
 void* watch_board(void* given) {
   enter_thread(static_cast<int>(reinterpret_cast<std::intptr_t>(given)));
   become_watcher();
@@ -119,15 +95,17 @@ void* watch_board(void* given) {
   }
 }
 
+void start_thread(const char* name, void* (*run)(void*)) {
+  void* id = reinterpret_cast<void*>(static_cast<std::intptr_t>(announce_thread(name)));
+  pthread_t thread = {};
+  real::pthread_create(&thread, nullptr, run, id);
+  pthread_detach(thread);
+}
+
 void start_recording() {
   set_record_sink(append_line);
-  cookie_io_functions_t calls = {};
-  calls.write = hear;
-  if (FILE* heard = fopencookie(nullptr, "w", calls)) stdout = heard;
-  void* id = reinterpret_cast<void*>(static_cast<std::intptr_t>(announce_thread("board")));
-  pthread_t thread = {};
-  real::pthread_create(&thread, nullptr, watch_board, id);
-  pthread_detach(thread);
+  if (FILE* heard = open_heard_output(thread_name)) stdout = heard;
+  start_thread("board", watch_board);
 }
 
 // The operator stops the program: nothing of it gets to run any more.
@@ -135,6 +113,22 @@ void stop_program() {
   record(board_of_process(), kBoardActs, "stopped");
   at_exit();
   _exit(0);
+}
+
+// ---- a guest -----------------------------------------------------------------------------
+
+// What the guest adds to the record stands behind what went before it.
+void write_out() {
+  if (!recording(board_of_process()) || trace_file == nullptr) return;
+  std::lock_guard<std::mutex> hold(trace_file->lock);
+  flush_trace();
+}
+
+void* stand_for_guest(void* given) {
+  enter_thread(static_cast<int>(reinterpret_cast<std::intptr_t>(given)));
+  serve_guest(board_of_process(), write_out, stop_program);
+  leave_thread();
+  return nullptr;
 }
 
 __attribute__((constructor)) void begin() {
@@ -153,9 +147,7 @@ __attribute__((constructor)) void begin() {
   seam::start(*board, settings);
   if (const char* path = getenv("VBOARD_TRACE")) open_trace(path);
   if (recording(*board) && trace_file != nullptr) start_recording();
-  if (const char* record_file = getenv("VBOARD_REPLAY")) start_replay(record_file, operations_done);
-  if (const char* script = getenv("VBOARD_SCRIPT"))
-    start_script(script, getenv("VBOARD_HOST_LOG"), stop_program);
+  if (getenv("VBOARD_GUEST") != nullptr) start_thread("host", stand_for_guest);
   __atomic_add_fetch(&board->clock.running, 1, __ATOMIC_RELAXED);
   atexit(at_exit);
 }

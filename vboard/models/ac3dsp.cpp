@@ -177,8 +177,6 @@ constexpr std::uint16_t kSpiBusy = 0x0800;
 constexpr std::uint16_t kSpiHwait = 0x8000;
 
 constexpr std::int64_t kSpiByte_us = 10;
-constexpr std::uint32_t kFnvStart = 2166136261u;
-constexpr std::uint32_t kFnvPrime = 16777619u;
 
 // The DSP holds the master off while it is not there to take a byte.
 bool holds_off(const Board& board, std::int64_t now_us) {
@@ -257,7 +255,7 @@ void dsp_spi_data(Board& board, std::int64_t now_us, std::uint16_t value) {
   dsp.has_firmware = false;
   ++fpga.spi_level;
   ++fpga.firmware_bytes;
-  dsp.firmware_hash = (dsp.firmware_hash ^ (value & 0xFFu)) * kFnvPrime;
+  dsp.firmware_hash = fnv1a(dsp.firmware_hash, static_cast<std::uint8_t>(value));
 }
 
 std::uint16_t dsp_spi_status(Board& board, std::int64_t now_us) {

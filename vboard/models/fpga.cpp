@@ -9,6 +9,8 @@
 #include <string>
 
 #include "hw/fpga_registers.h"
+#include "vboard/core/fnv.h"
+#include "vboard/core/text.h"
 #include "vboard/core/trace.h"
 #include "vboard/models/bus.h"
 
@@ -281,7 +283,7 @@ int config_request(Board& board, unsigned long request, std::int32_t* value) {
     trace("fpga config-line %d", *value);
     if (*value == 0) {
       fpga.config_bytes = 0;
-      fpga.config_hash = 2166136261u;
+      fpga.config_hash = kFnvStart;
       fpga.nstatus_polls = 0;
       fpga.config_readback_len = 0;
     }
@@ -319,19 +321,14 @@ int test_request(Board& board, unsigned long request, std::int32_t* value) {
 
 void count_config_byte(FpgaState& fpga, std::uint8_t byte) {
   fpga.config_last[fpga.config_bytes % sizeof fpga.config_last] = byte;
-  fpga.config_hash = (fpga.config_hash ^ byte) * 16777619u;
+  fpga.config_hash = fnv1a(fpga.config_hash, byte);
   ++fpga.config_bytes;
 }
 
-std::string hex_of(const std::uint8_t* data, std::size_t size) {
-  std::string text;
-  char hex[4];
-  for (std::size_t i = 0; i < std::min<std::size_t>(size, 32); ++i) {
-    snprintf(hex, sizeof hex, " %02x", data[i]);
-    text += hex;
-  }
-  if (size > 32) text += " ...";
-  return text;
+constexpr std::size_t kTracedBytes = 32;
+
+std::string first_bytes(const std::uint8_t* data, std::size_t size) {
+  return spaced_hex(data, std::min(size, kTracedBytes)) + (size > kTracedBytes ? " ..." : "");
 }
 
 }  // namespace
@@ -457,7 +454,7 @@ long fpga_port_write(Board& board, const std::uint8_t* data, std::size_t size) {
     if (fpga.config_readback_len < sizeof fpga.config_readback)
       fpga.config_readback[fpga.config_readback_len++] = data[i];
   }
-  if (tracing()) trace("fpga port wr%s", hex_of(data, taken).c_str());
+  if (tracing()) trace("fpga port wr%s", first_bytes(data, taken).c_str());
   if (taken < size) {
     errno = EIO;
     return taken == 0 ? -1 : static_cast<long>(taken);
@@ -471,7 +468,7 @@ long fpga_port_read(Board& board, std::uint8_t* data, std::size_t size) {
   memcpy(data, fpga.config_readback, count);
   memmove(fpga.config_readback, fpga.config_readback + count, fpga.config_readback_len - count);
   fpga.config_readback_len -= static_cast<std::uint32_t>(count);
-  if (tracing()) trace("fpga port rd%s", hex_of(data, count).c_str());
+  if (tracing()) trace("fpga port rd%s", first_bytes(data, count).c_str());
   return static_cast<long>(count);
 }
 

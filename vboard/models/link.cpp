@@ -8,6 +8,7 @@
 
 #include "vboard/core/clock.h"
 #include "vboard/core/record.h"
+#include "vboard/core/text.h"
 #include "vboard/core/trace.h"
 #include "vboard/models/bus.h"
 
@@ -33,13 +34,7 @@ bool take(LinkFifo& fifo, std::uint8_t* byte) {
 }
 
 void trace_bytes(const char* what, const std::uint8_t* data, std::size_t size) {
-  std::string text;
-  char hex[4];
-  for (std::size_t i = 0; i < size; ++i) {
-    snprintf(hex, sizeof hex, " %02x", data[i]);
-    text += hex;
-  }
-  trace("spi %s%s", what, text.c_str());
+  trace("spi %s%s", what, spaced_hex(data, size).c_str());
 }
 
 }  // namespace

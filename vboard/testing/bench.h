@@ -15,8 +15,8 @@
 #include "state/relaxed.h"
 #include "vboard/core/board.h"
 #include "vboard/core/clock.h"
-#include "vboard/core/world.h"
 #include "vboard/interpose/seam.h"
+#include "vboard/world/world.h"
 
 namespace vboard {
 

@@ -32,8 +32,8 @@ std::string pattern(std::size_t size) {
 
 // FNV-1a over the bytes that a file puts on the device: reversed, then 0xFF.
 std::uint32_t hash_on_device(const std::string& file) {
-  std::uint32_t hash = 2166136261u;
-  const auto add = [&hash](std::uint8_t byte) { hash = (hash ^ byte) * 16777619u; };
+  std::uint32_t hash = vboard::kFnvStart;
+  const auto add = [&hash](std::uint8_t byte) { hash = vboard::fnv1a(hash, byte); };
   for (const char c : file) add(reversed(static_cast<std::uint8_t>(c)));
   add(0xFF);
   return hash;

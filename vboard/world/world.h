@@ -48,10 +48,6 @@ std::span<const WorldStandard> world_standards();
 // What is broken, as it would be said behind `fault`: "stall", "missing i2c".
 std::vector<std::string> faults_on(const Board& board);
 
-// A source's word in an operation.
-const char* source_name(VideoSource source);
-const char* source_name(AudioSource source);
-
 // Does the operation that `line` names. Returns false with a reason in `error`;
 // nothing has changed then. The caller holds the board's lock.
 bool world_command(Board& board, std::string_view line, std::string& error);

@@ -1,5 +1,5 @@
 // Transfers, waits and the update FIFO of a virtual board.
-#include "melk/board_transport.h"
+#include "vboard/host/board_transport.h"
 
 #include <fcntl.h>
 #include <sys/file.h>
@@ -11,23 +11,14 @@
 #include "vboard/core/clock.h"
 #include "vboard/core/real.h"
 #include "vboard/core/record.h"
+#include "vboard/core/text.h"
 #include "vboard/models/bus.h"
 
-namespace melk {
+namespace vboard {
 
 namespace {
 
 constexpr std::int64_t kFifoPollUs = 1000;
-
-std::string hex_of(const std::uint8_t* data, std::size_t size) {
-  std::string text;
-  char hex[4];
-  for (std::size_t i = 0; i < size; ++i) {
-    snprintf(hex, sizeof hex, " %02x", data[i]);
-    text += hex;
-  }
-  return text;
-}
 
 }  // namespace
 
@@ -38,21 +29,21 @@ std::unique_ptr<BoardTransport> BoardTransport::open(const std::string& director
     *problem = "no board in " + directory + " (there is no " + file + ")";
     return nullptr;
   }
-  vboard::Board* board = vboard::map_board(file.c_str());
+  Board* board = map_board(file.c_str());
   if (board == nullptr) {
     *problem = errno == EPROTO ? file + " is of another version of the virtual board"
                                : file + ": " + strerror(errno);
     return nullptr;
   }
-  vboard::clock_attach(board);
+  clock_attach(board);
   auto transport = std::make_unique<BoardTransport>(*board);
   transport->lock_fd_ =
-      vboard::real::open((directory + "/link.lock").c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0666);
+      real::open((directory + "/link.lock").c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0666);
   return transport;
 }
 
 BoardTransport::~BoardTransport() {
-  if (lock_fd_ >= 0) vboard::real::close(lock_fd_);
+  if (lock_fd_ >= 0) real::close(lock_fd_);
 }
 
 void BoardTransport::seize() {
@@ -65,13 +56,13 @@ void BoardTransport::release() {
 }
 
 bool BoardTransport::reachable(const std::string& directory, std::string* problem) const {
-  vboard::Locked hold(board_);
+  Locked hold(board_);
   // The lock tells of a run that was killed and could not say so.
-  if (board_.clock.running == 0 || !vboard::board_in_use(directory.c_str())) {
+  if (board_.clock.running == 0 || !board_in_use(directory.c_str())) {
     *problem = "no program runs on the board";
     return false;
   }
-  if (board_.clock.mode == vboard::TimeMode::kVirtual) {
+  if (board_.clock.mode == TimeMode::kVirtual) {
     *problem = "the board runs in virtual time, where only its own scripted host can talk to it";
     return false;
   }
@@ -79,30 +70,32 @@ bool BoardTransport::reachable(const std::string& directory, std::string* proble
 }
 
 bool BoardTransport::transfer(std::uint8_t out, std::uint8_t* in) {
-  vboard::Locked hold(board_);
-  return vboard::link_host_transfer(board_, out, in);
+  Locked hold(board_);
+  return link_host_transfer(board_, out, in);
 }
 
-bool BoardTransport::wait(vboard::WaitFor what, std::int64_t us) {
-  const bool came_true = vboard::board_wait(what, us);
-  vboard::record_look(board_);
+bool BoardTransport::await(WaitFor what, std::int64_t us) { return board_wait(what, us); }
+
+bool BoardTransport::wait(WaitFor what, std::int64_t us) {
+  const bool came_true = await(what, us);
+  record_look(board_);
   return came_true;
 }
 
-bool BoardTransport::wait_taken(std::int64_t us) { return wait(vboard::WaitFor::kBoardTook, us); }
+bool BoardTransport::wait_taken(std::int64_t us) { return wait(WaitFor::kBoardTook, us); }
 
-bool BoardTransport::wait_answer(std::int64_t us) { return wait(vboard::WaitFor::kAnswer, us); }
+bool BoardTransport::wait_answer(std::int64_t us) { return wait(WaitFor::kAnswer, us); }
 
-void BoardTransport::pause(std::int64_t us) { wait(vboard::WaitFor::kNothing, us); }
+void BoardTransport::pause(std::int64_t us) { wait(WaitFor::kNothing, us); }
 
-std::int64_t BoardTransport::now_us() { return vboard::board_now_us(); }
+std::int64_t BoardTransport::now_us() { return board_now_us(); }
 
 bool BoardTransport::push_update(const std::uint8_t* data, std::size_t size, std::int64_t us) {
   const std::int64_t limit = now_us() + us;
   for (;;) {
     {
-      vboard::Locked hold(board_);
-      vboard::FpgaState& fpga = board_.fpga;
+      Locked hold(board_);
+      FpgaState& fpga = board_.fpga;
       constexpr std::uint32_t kDepth = sizeof fpga.update_fifo;
       const std::uint32_t room = kDepth - (fpga.update_head - fpga.update_tail);
       if (size <= room) {
@@ -110,8 +103,7 @@ bool BoardTransport::push_update(const std::uint8_t* data, std::size_t size, std
           fpga.update_fifo[fpga.update_head % kDepth] = data[i];
           ++fpga.update_head;
         }
-        if (vboard::recording(board_))
-          vboard::record(board_, vboard::kHostActs, "fifo" + hex_of(data, size));
+        if (recording(board_)) record(board_, kHostActs, "fifo" + spaced_hex(data, size));
         return true;
       }
     }
@@ -120,4 +112,4 @@ bool BoardTransport::push_update(const std::uint8_t* data, std::size_t size, std
   }
 }
 
-}  // namespace melk
+}  // namespace vboard

@@ -1,7 +1,7 @@
 // The link to a virtual board, through the board's state.
 //
 // One class for both uses: `melk`, which maps the state file of a board that
-// another process runs, and a scripted host, a thread in the board's own process.
+// another process runs, and a host that is a thread of the board's own process.
 #pragma once
 
 #include <memory>
@@ -11,12 +11,12 @@
 #include "vboard/core/board.h"
 #include "vboard/core/clock.h"
 
-namespace melk {
+namespace vboard {
 
-class BoardTransport : public Transport {
+class BoardTransport : public melk::Transport {
  public:
   // A board that is already the board of this process.
-  explicit BoardTransport(vboard::Board& board) : board_(board) {}
+  explicit BoardTransport(Board& board) : board_(board) {}
   ~BoardTransport() override;
 
   // Maps the board kept in `directory` and makes it the board of this process.
@@ -36,11 +36,16 @@ class BoardTransport : public Transport {
   std::int64_t now_us() override;
   bool push_update(const std::uint8_t* data, std::size_t size, std::int64_t us) override;
 
- private:
-  bool wait(vboard::WaitFor what, std::int64_t us);
+ protected:
+  Board& board() const { return board_; }
+  // Waits in board time; as board_wait().
+  virtual bool await(WaitFor what, std::int64_t us);
 
-  vboard::Board& board_;
+ private:
+  bool wait(WaitFor what, std::int64_t us);
+
+  Board& board_;
   int lock_fd_ = -1;  // of the board directory's link lock
 };
 
-}  // namespace melk
+}  // namespace vboard

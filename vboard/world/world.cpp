@@ -1,5 +1,5 @@
 // The world's operations: commands, faults and video standards, each a table.
-#include "vboard/core/world.h"
+#include "vboard/world/world.h"
 
 #include <algorithm>
 #include <charconv>
@@ -10,6 +10,8 @@
 
 #include "vboard/core/clock.h"
 #include "vboard/core/record.h"
+#include "vboard/core/sources.h"
+#include "vboard/core/text.h"
 #include "vboard/models/bus.h"
 #include "vboard/models/fpga.h"
 
@@ -25,17 +27,6 @@ bool fail(std::string& error, const std::string& reason) {
 }
 
 std::string quoted(std::string_view text) { return "'" + std::string(text) + "'"; }
-
-Words split(std::string_view line, std::string_view separators) {
-  Words words;
-  std::size_t at = line.find_first_not_of(separators);
-  while (at != std::string_view::npos) {
-    const std::size_t end = std::min(line.find_first_of(separators, at), line.size());
-    words.push_back(line.substr(at, end - at));
-    at = line.find_first_not_of(separators, end);
-  }
-  return words;
-}
 
 template <class T>
 std::optional<T> number(std::string_view text, int base) {
@@ -90,23 +81,6 @@ bool expect(std::string& error, const Words& arguments, std::size_t least, std::
 
 // ---- video -----------------------------------------------------------------------
 
-template <class T>
-struct Named {
-  const char* name;
-  T value;
-};
-
-template <class Table, class T>
-const char* name_of(const Table& table, T value) {
-  const auto found = std::ranges::find(table, value, [](const auto& one) { return one.value; });
-  return found == std::ranges::end(table) ? "?" : found->name;
-}
-
-constexpr Named<VideoSource> kVideoSources[] = {{"component", VideoSource::kComponent},
-                                                {"vga", VideoSource::kVga},
-                                                {"composite", VideoSource::kComposite},
-                                                {"none", VideoSource::kNone}};
-
 // The standards that the capture driver tells apart. It reports bit 54 too, for
 // a standard that nobody asks for.
 constexpr WorldStandard kStandards[] = {
@@ -156,9 +130,6 @@ bool captions(Board& board, const Words& arguments, std::string& error) {
 }
 
 // ---- audio -----------------------------------------------------------------------
-
-constexpr Named<AudioSource> kAudioSources[] = {
-    {"digital", AudioSource::kDigital}, {"dsp", AudioSource::kDsp}, {"none", AudioSource::kNone}};
 
 constexpr int kBitRates[] = {32,  40,  48,  56,  64,  80,  96,  112, 128, 160,
                              192, 224, 256, 320, 384, 448, 512, 576, 640};
@@ -217,7 +188,7 @@ bool audio(Board& board, const Words& arguments, std::string& error) {
       if (i + 1 == arguments.size()) return fail(error, "a list is missing behind --ac3");
       continue;
     }
-    for (const std::string_view pair : split(arguments[i], ",")) {
+    for (const std::string_view pair : words_of(arguments[i], ",")) {
       const std::size_t equals = pair.find('=');
       if (equals == std::string_view::npos)
         return fail(error, quoted(pair) + " is not of the form name=value");
@@ -656,12 +627,9 @@ std::vector<std::string> faults_on(const Board& board) {
   return all;
 }
 
-const char* source_name(VideoSource source) { return name_of(kVideoSources, source); }
-const char* source_name(AudioSource source) { return name_of(kAudioSources, source); }
-
 bool world_command(Board& board, std::string_view line, std::string& error) {
   error.clear();
-  Words words = split(line, " \t\r\n");
+  Words words = words_of(line);
   if (words.empty()) return fail(error, "no command");
   const WorldCommand* command = row(kCommands, words[0]);
   if (command == nullptr) return one_of(error, "command", words[0], names(kCommands));
