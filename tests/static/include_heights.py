@@ -18,6 +18,7 @@ TOOL_HEIGHTS = {
     "vboard/world": BOARD,
     "vboard/encode": BOARD,
     "vboard/interpose": BOARD,
+    "vboard/kernel": [*BOARD, "vboard/world/", "vboard/host/", "melk/"],
     "vboard/testing": [*BOARD, "vboard/world/", "vboard/interpose/", "state/"],
     "vboard/host": [*BOARD, "vboard/world/", "melk/"],
     "vboard/cli": [*BOARD, "vboard/world/", "vboard/host/", "melk/"],

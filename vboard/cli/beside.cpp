@@ -5,6 +5,7 @@
 
 #include "vboard/core/guest.h"
 #include "vboard/core/record.h"
+#include "vboard/host/guest_transport.h"
 
 namespace vboard {
 
@@ -32,8 +33,11 @@ bool Beside::read(const std::string& script, const std::string& record, std::str
 
 void Beside::act(FILE* log, const PlaceOf& place_of) {
   try {
+    GuestTransport transport(*board_);
+    guest_enter(*board_);
     if (plays_) run_replay(record_, *board_);
-    if (acts_) run_script(script_, *board_, log, place_of, &outcome_);
+    if (acts_) run_script(script_, transport, log, place_of, &outcome_);
+    guest_leave(*board_);
   } catch (const ProgramGone&) {
     // Nobody is left to act for.
   }

@@ -9,6 +9,7 @@
 #include <cstring>
 
 #include "vboard/core/clock.h"
+#include "vboard/core/guest.h"
 #include "vboard/core/real.h"
 #include "vboard/core/record.h"
 #include "vboard/core/text.h"
@@ -68,6 +69,11 @@ bool BoardTransport::reachable(const std::string& directory, std::string* proble
   }
   return true;
 }
+
+void BoardTransport::let_act() { heartbeat(); }
+
+// Out of reach in another process: the host ends.
+void BoardTransport::stop_program() { throw ProgramGone(); }
 
 bool BoardTransport::transfer(std::uint8_t out, std::uint8_t* in) {
   Locked hold(board_);

@@ -36,8 +36,13 @@ class BoardTransport : public melk::Transport {
   std::int64_t now_us() override;
   bool push_update(const std::uint8_t* data, std::size_t size, std::int64_t us) override;
 
- protected:
+  // For scripts: what lives beside the program acts now; the operator stops the program,
+  // which ends with ProgramGone.
   Board& board() const { return board_; }
+  virtual void let_act();
+  virtual void stop_program();
+
+ protected:
   // Waits in board time; as board_wait().
   virtual bool await(WaitFor what, std::int64_t us);
 

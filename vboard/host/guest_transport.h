@@ -10,6 +10,9 @@ class GuestTransport : public BoardTransport {
  public:
   explicit GuestTransport(Board& board) : BoardTransport(board) {}
 
+  void let_act() override { guest_heartbeat(board()); }
+  void stop_program() override { guest_stops_program(board()); }
+
  protected:
   bool await(WaitFor what, std::int64_t us) override { return guest_wait(board(), what, us); }
 };

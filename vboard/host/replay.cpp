@@ -91,12 +91,10 @@ bool read_acts(const std::string& record_file, std::vector<Act>* acts, std::stri
 }
 
 void run_replay(const std::vector<Act>& acts, Board& board) {
-  guest_enter(board);
   for (const Act& act : acts) {
     await_turn(act, board);
     perform(act, board);
   }
-  guest_leave(board);
 }
 
 }  // namespace vboard

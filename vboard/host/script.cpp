@@ -12,11 +12,8 @@
 
 #include "melk/arguments.h"
 #include "vboard/core/clock.h"
-#include "vboard/core/guest.h"
 #include "vboard/core/record.h"
 #include "vboard/core/text.h"
-#include "vboard/host/guest_transport.h"
-#include "vboard/models/bus.h"
 #include "vboard/world/world.h"
 
 namespace vboard {
@@ -30,10 +27,9 @@ constexpr std::size_t kMostPolls = 65536;
 // What the steps act on.
 struct Scene {
   const Script& script;
-  Board& board;
+  BoardTransport& transport;
   FILE* log;
   Outcome* outcome;
-  GuestTransport transport;
   melk::Options options;
 };
 
@@ -89,10 +85,10 @@ void do_world(Scene& scene, const Step& step) {
   std::string error;
   bool done = false;
   {
-    Locked hold(scene.board);
-    done = world_command(scene.board, text, error);
+    Locked hold(scene.transport.board());
+    done = world_command(scene.transport.board(), text, error);
   }
-  guest_heartbeat(scene.board);
+  scene.transport.let_act();
   fprintf(scene.log, "[%.3f] world %s%s%s\n", now_s(), text.c_str(), done ? "" : ": ",
           done ? "" : error.c_str());
   if (!done) fail(scene, step, error);
@@ -119,7 +115,7 @@ void flush(Scene& scene) {
 
 void do_end(Scene& scene, const Step& /*step*/) {
   flush(scene);
-  guest_stops_program(scene.board);
+  scene.transport.stop_program();
 }
 
 bool is_byte(const std::string& word) {
@@ -203,18 +199,16 @@ bool read_script(const std::string& file, Script* script, std::string* problem) 
   return true;
 }
 
-void run_script(const Script& script, Board& board, FILE* log, const PlaceOf& place_of,
+void run_script(const Script& script, BoardTransport& transport, FILE* log, const PlaceOf& place_of,
                 Outcome* outcome) {
-  Scene scene = {script, board, log, outcome, GuestTransport(board), {}};
+  Scene scene = {script, transport, log, outcome, {}};
   scene.options.place_of = place_of;
-  guest_enter(board);
   for (const Step& step : script.steps) {
     const std::int64_t wait_us = step.relative ? step.time_us : step.time_us - board_now_us();
     if (step.time_us >= 0 && wait_us > 0) scene.transport.pause(wait_us);
     if (!step.what.empty()) row_of(step.what)->run(scene, step);
     flush(scene);
   }
-  guest_leave(board);
 }
 
 }  // namespace vboard

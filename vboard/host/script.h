@@ -19,7 +19,7 @@
 #include <string>
 #include <vector>
 
-#include "vboard/core/board.h"
+#include "vboard/host/board_transport.h"
 
 namespace vboard {
 
@@ -48,10 +48,9 @@ struct Outcome {
 // Where a file lies that the program would find by this name.
 using PlaceOf = std::function<std::string(const std::string& name)>;
 
-// Does the steps as a guest of the board. What the host sees goes to `log`; files that
-// its commands name are those that the program would find. Ends with ProgramGone when
-// the program does.
-void run_script(const Script& script, Board& board, FILE* log, const PlaceOf& place_of,
+// Does the steps in the board's time, as the transport keeps it. What the host sees goes
+// to `log`; place_of may be empty. Ends with ProgramGone when the transport does.
+void run_script(const Script& script, BoardTransport& transport, FILE* log, const PlaceOf& place_of,
                 Outcome* outcome);
 
 }  // namespace vboard

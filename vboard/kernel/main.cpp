@@ -16,14 +16,16 @@
 #include <string>
 #include <vector>
 
-#include "melk/board_transport.h"
-#include "melk/commands.h"
+#include "melk/arguments.h"
 #include "vboard/core/clock.h"
+#include "vboard/core/guest.h"
 #include "vboard/core/real.h"
-#include "vboard/core/script.h"
-#include "vboard/core/world.h"
+#include "vboard/core/text.h"
+#include "vboard/host/board_transport.h"
+#include "vboard/host/script.h"
 #include "vboard/kernel/devices.h"
 #include "vboard/kernel/trace_file.h"
+#include "vboard/world/world.h"
 
 namespace {
 
@@ -76,19 +78,26 @@ int devices() {
 
 // ---- the host and the world -----------------------------------------------------
 
-void end_of_script() { _exit(0); }
-
 int script(const std::vector<std::string>& words) {
-  if (map() == nullptr) return complain("no board in " + directory);
-  start_script(words[0].c_str(), nullptr, end_of_script);
-  for (;;) pause();
+  Board* board = map();
+  if (board == nullptr) return complain("no board in " + directory);
+  Script script;
+  std::string problem;
+  if (!read_script(words[0], &script, &problem)) return complain(problem);
+  BoardTransport transport(*board);
+  Outcome outcome;
+  try {
+    run_script(script, transport, stdout, {}, &outcome);
+  } catch (const ProgramGone&) {
+    // An `end` step.
+  }
+  return outcome.failed_steps == 0 ? 0 : kFailed;
 }
 
 int world(const std::vector<std::string>& words) {
   Board* board = map();
   if (board == nullptr) return complain("no board in " + directory);
-  std::string line;
-  for (const std::string& word : words) line += (line.empty() ? "" : " ") + word;
+  const std::string line = joined(words);
   std::string problem;
   Locked hold(*board);
   return world_command(*board, line, problem) ? 0 : complain(problem);
@@ -96,7 +105,7 @@ int world(const std::vector<std::string>& words) {
 
 int host(const std::vector<std::string>& words) {
   std::string problem;
-  const auto transport = melk::BoardTransport::open(directory, &problem);
+  const auto transport = BoardTransport::open(directory, &problem);
   if (transport == nullptr) return complain(problem);
   return melk::melk_command(*transport, words, stdout, stderr, melk::Options{});
 }
