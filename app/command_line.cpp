@@ -51,15 +51,11 @@ static const char* file_name(const CommandLine& line) {
   return strlen(first) > kPrefixLength ? first + kPrefixLength : "";
 }
 
-// Operands of the register utilities; the third only to write (rw = 0).
-struct RegisterUse {
-  int rw;
-  int reg;
-  int data;
-};
-static RegisterUse register_use(const CommandLine& line) {
+// Calls a register utility with its operands; the third only to write (rw = 0).
+template <auto kUtility, int kMask = ~0>
+static void use_register(Line line) {
   const int rw = operand(line, 2);
-  return {rw, operand(line, 3), rw == 0 ? operand(line, 4) : 0};
+  kUtility(rw & kMask, operand(line, 3), rw == 0 ? operand(line, 4) : 0);
 }
 
 // --- actions -------------------------------------------------------------
@@ -84,8 +80,7 @@ static void configure_dsp(Line line) {
   usleep(kSecond_us);
 }
 
-static void dsp_register(Line line) {
-  const auto [rw, reg, data] = register_use(line);
+static void dsp_register(int rw, int reg, int data) {
   const int answer = WritereadCODEC(rw & 0xFF, reg & 0xFF, data);
   if (rw != 0) {
     printf("Blackfin Reg util Read reg=0x%x get data=0x%x", static_cast<unsigned>(reg),
@@ -94,26 +89,6 @@ static void dsp_register(Line line) {
     printf("Blackfin Reg util Write to reg=0x%x data=0x%x", static_cast<unsigned>(reg),
            static_cast<unsigned>(data));
   }
-}
-
-static void isif_register(Line line) {
-  const auto [rw, reg, value] = register_use(line);
-  isif_reg_util(rw, reg, value);
-}
-
-static void ipipe_register(Line line) {
-  const auto [rw, reg, value] = register_use(line);
-  ipipe_reg_util(rw, reg, value);
-}
-
-static void tvp5150_register(Line line) {
-  const auto [rw, reg, data] = register_use(line);
-  TVP5150_RW(rw & 0xFF, reg, data);
-}
-
-static void tvp7002_register(Line line) {
-  const auto [rw, reg, data] = register_use(line);
-  VBLK_RW(rw & 0xFF, reg, data);
 }
 
 static void start_dsp(Line) {
@@ -174,11 +149,11 @@ static constexpr Option kOptions[] = {
     {"-offset",    kFirst, kGoOn,   0, set_offset},
     {"-i2c_bf",    kEach,  kEnd,    0, configure_dsp},
     {"-vblk_test", kEach,  kGoOn,   0, [](Line) { SetVBLK_F0(1); }},
-    {"-bf_rw",     kFirst, kGoOn,   0, dsp_register},
-    {"-isifrw",    kFirst, kEnd,    0, isif_register},
-    {"-ipiperw",   kFirst, kEnd,    0, ipipe_register},
-    {"-5150rw",    kFirst, kEnd,    0, tvp5150_register},
-    {"-vblk_rw",   kEach,  kEnd,    0, tvp7002_register},
+    {"-bf_rw",     kFirst, kGoOn,   0, use_register<dsp_register>},
+    {"-isifrw",    kFirst, kEnd,    0, use_register<isif_reg_util>},
+    {"-ipiperw",   kFirst, kEnd,    0, use_register<ipipe_reg_util>},
+    {"-5150rw",    kFirst, kEnd,    0, use_register<TVP5150_RW, 0xFF>},
+    {"-vblk_rw",   kEach,  kEnd,    0, use_register<VBLK_RW, 0xFF>},
     {"-i2c_bf_st", kEach,  kEnd,    0, start_dsp},
     {"-rdver_bf",  kEach,  kEnd,    0, print_dsp_version},
     {"-rdstat_bf", kEach,  kEnd,    0, print_dsp_status},

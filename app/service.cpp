@@ -19,7 +19,6 @@
 #include "supervision/status_file.h"
 #include "supervision/supervisor.h"
 
-static constexpr useconds_t kLinkStart_us = 100 * kMillisecond_us;
 static constexpr char kVersionFile[] = "/home/tovin/version.ini";
 
 static void start_link_thread() {
@@ -34,7 +33,7 @@ int start_service_threads(bool status_file) {
   config_sys = 0;
   if (status_file) StartSystemMonitoring();
   start_link_thread();
-  usleep(kLinkStart_us);
+  usleep(100 * kMillisecond_us);
   return 0;
 }
 

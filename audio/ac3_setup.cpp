@@ -18,57 +18,57 @@
 #include "state/fpgaregs.h"
 #include "state/service_flags.h"
 
-namespace {
-
-constexpr useconds_t kSettle_us = 10 * kMillisecond_us;
-constexpr useconds_t kCaptureWait_us = 100 * kMillisecond_us;  // after the capture is enabled
-constexpr int kSyncTries = 15;
-constexpr useconds_t kPollWait_us = 10 * kMillisecond_us;  // between looks of the polling
-constexpr useconds_t kWordWait_us = kMillisecond_us;
+static constexpr useconds_t kSettle_us = 10 * kMillisecond_us;
+static constexpr useconds_t kCaptureWait_us =
+    100 * kMillisecond_us;  // after the capture is enabled
+static constexpr int kSyncTries = 15;
+static constexpr useconds_t kPollWait_us = 10 * kMillisecond_us;  // between looks of the polling
 
 // Descriptor of a stream that is not there; the DSP's stream has the same first
 // five values.
-constexpr std::uint8_t kDefaultDescriptor[kAc3DescriptorSize] = {8, 0, 0, 7, 1, 15};
+static constexpr std::uint8_t kDefaultDescriptor[kAc3DescriptorSize] = {8, 0, 0, 7, 1, 15};
 
 // Nominal rates in kbit/s; the index is the bit-rate code.
-constexpr int kBitRates[] = {32,  40,  48,  56,  64,  80,  96,  112, 128, 160,
-                             192, 224, 256, 320, 384, 448, 512, 576, 640};
+static constexpr int kBitRates[] = {32,  40,  48,  56,  64,  80,  96,  112, 128, 160,
+                                    192, 224, 256, 320, 384, 448, 512, 576, 640};
 
-constexpr std::uint16_t kMaxFscod = 4;
+static constexpr std::uint16_t kMaxFscod = 4;
 
 // Rate codes of the sync frame.
-constexpr int kFscod48 = 0;
-constexpr int kFscod441 = 1;
-constexpr int kFscod32 = 2;
+static constexpr int kFscod48 = 0;
+static constexpr int kFscod441 = 1;
+static constexpr int kFscod32 = 2;
 
 // Decoding time-stamp offsets.
-constexpr std::int64_t kDtsLimit = 8000;  // above it the audio path waits, else the video path
-constexpr int kDtsDefault = 2000;
+static constexpr std::int64_t kDtsLimit =
+    8000;  // above it the audio path waits, else the video path
+static constexpr int kDtsDefault = 2000;
 
 // Constants of the audio multiplexer.
-constexpr int kAudioMuxValues[] = {100, 0, 2000, 16};
-constexpr int kAudioMuxRegisters[] = {kRegAudioMux0, kRegAudioMux1, kRegAudioMux2, kRegAudioMux3};
+static constexpr int kAudioMuxValues[] = {100, 0, 2000, 16};
+static constexpr int kAudioMuxRegisters[] = {kRegAudioMux0, kRegAudioMux1, kRegAudioMux2,
+                                             kRegAudioMux3};
 
-bool audio_input_is(int input) { return fpgaregs.AudioInput == input; }
+static bool audio_input_is(int input) { return fpgaregs.AudioInput == input; }
 
-bool audio_is_disabled() { return fpgaregs.inAudioEnable == kAudioDisabled; }
+static bool audio_is_disabled() { return fpgaregs.inAudioEnable == kAudioDisabled; }
 
-void store_descriptor(Ac3Descriptor field, unsigned value) {
+static void store_descriptor(Ac3Descriptor field, unsigned value) {
   hd_ac3_desc_parameters[field] = static_cast<std::uint8_t>(value);
 }
 
-int nominal_rate(unsigned frmsizecod) {
+static int nominal_rate(unsigned frmsizecod) {
   return frmsizecod < kFrameSizeCodes ? Table_5_18[frmsizecod][kColumnRate] : 0;
 }
 
 // An unlisted rate leaves the previous code.
-void store_bit_rate_code(int rate) {
+static void store_bit_rate_code(int rate) {
   for (unsigned code = 0; code < std::size(kBitRates); ++code) {
     if (kBitRates[code] == rate) store_descriptor(kAc3BitRateCode, code);
   }
 }
 
-unsigned frame_size_code(unsigned a) { return (a >> 8) & 0x3F; }
+static unsigned frame_size_code(unsigned a) { return (a >> 8) & 0x3F; }
 
 // Captured header words 2 and 3, bytes in stream order; 0 without a sync frame.
 struct Ac3Header {
@@ -77,20 +77,20 @@ struct Ac3Header {
 };
 
 // Swaps the two bytes of a captured word.
-unsigned ac3_swap(unsigned word) { return ((word & 0xFF) << 8) | ((word >> 8) & 0xFF); }
+static unsigned ac3_swap(unsigned word) { return ((word & 0xFF) << 8) | ((word >> 8) & 0xFF); }
 
 // Puts the FPGA into set-up mode and opens the DSP path when it is configured.
-void ac3_enter_setup() {
+static void ac3_enter_setup() {
   SetValue(kRegAudioMode, kAudioModeSetup);
   if (audio_input_is(kAudioInputDsp)) SetValue(kRegDspAudioEnable, 1);
 }
 
-void add_to_mask(int bits) {
+static void add_to_mask(int bits) {
   enable_capture_mask_reg = static_cast<std::uint16_t>(enable_capture_mask_reg | bits);
 }
 
 // ORs the capture bits into the mask and sets its path bit. Returns the mask.
-int ac3_capture_mask() {
+static int ac3_capture_mask() {
   const int path = audio_input_is(kAudioInputDigital) ? kAc3CtrlDigital : kAc3CtrlDsp;
   add_to_mask(kAc3CtrlEnable | kAc3CtrlOutput);
   enable_capture_mask_reg =
@@ -99,7 +99,7 @@ int ac3_capture_mask() {
 }
 
 // Decodes and prints the header, and stores the descriptor.
-void ac3_decode(const Ac3Header& header) {
+static void ac3_decode(const Ac3Header& header) {
   const unsigned frmsizecod = frame_size_code(header.a);
   const unsigned bsid = (header.a >> 3) & 0x1F;
   const unsigned bsmod = header.a & 7;
@@ -122,12 +122,12 @@ void ac3_decode(const Ac3Header& header) {
 }
 
 // The descriptor of a stream that is not there.
-void ac3_default_descriptor() {
+static void ac3_default_descriptor() {
   for (int i = 0; i < kAc3DescriptorSize; ++i) hd_ac3_desc_parameters[i] = kDefaultDescriptor[i];
 }
 
 // Copies the descriptor into the shared block, last byte first.
-void ac3_publish_descriptor(bool print) {
+static void ac3_publish_descriptor(bool print) {
   for (int i = kAc3DescriptorSize - 1; i >= 0; --i) {
     const std::uint8_t byte = hd_ac3_desc_parameters[i];
     shared_set(&SharedBlock::hd_ac3_desc, static_cast<std::size_t>(i), byte);
@@ -138,7 +138,7 @@ void ac3_publish_descriptor(bool print) {
 // --- the eight steps of the set-up ---------------------------------------
 
 // 1. Enter set-up mode; nothing is known about audio yet.
-void step1_begin() {
+static void step1_begin() {
   puts("SetAudCodec");
   ac3_enter_setup();
   audio_at_beginning = 0;
@@ -146,7 +146,7 @@ void step1_begin() {
 
 // 2. Choose the wait: enable the capture on the configured path, unless audio is
 // disabled, and see whether there is audio to wait for.
-void step2_start_capture() {
+static void step2_start_capture() {
   if (audio_is_disabled()) return;
   SetValue(kRegAc3Control, ac3_capture_mask());
   if (audio_input_is(kAudioInputDigital)) {
@@ -159,14 +159,14 @@ void step2_start_capture() {
 }
 
 // 3. Without audio the descriptor gets its defaults. Returns whether to wait.
-bool step3_audio_to_wait_for() {
+static bool step3_audio_to_wait_for() {
   if (audio_at_beginning != 0) return true;
   ac3_default_descriptor();
   return false;
 }
 
 // 4. Wait for a sync frame. Fills the header; returns false after the last try.
-bool step4_wait_for_sync(Ac3Header* header) {
+static bool step4_wait_for_sync(Ac3Header* header) {
   for (int attempt = 0; attempt < kSyncTries; ++attempt) {
     const unsigned sync = GetValue(kRegAc3Sync);
     printf("SYNCFRAME_FLIP = %x add 0 P1_AC3_STATUS_REG = %x\n", sync, GetValue(kRegAc3Status));
@@ -186,7 +186,7 @@ bool step4_wait_for_sync(Ac3Header* header) {
 }
 
 // 5. Decode the header; without a frame the descriptor gets its defaults.
-void step5_decode(bool frame_held, const Ac3Header& header) {
+static void step5_decode(bool frame_held, const Ac3Header& header) {
   if (frame_held) {
     ac3_decode(header);
   } else {
@@ -195,7 +195,7 @@ void step5_decode(bool frame_held, const Ac3Header& header) {
 }
 
 // 6. Publish the descriptor. The DSP's stream has fixed values but the rate.
-void step6_publish() {
+static void step6_publish() {
   audio_at_beginning = 1;
   if (audio_input_is(kAudioInputDsp)) {
     for (int i = 0; i < kAc3BitRateCode; ++i) hd_ac3_desc_parameters[i] = kDefaultDescriptor[i];
@@ -205,13 +205,13 @@ void step6_publish() {
 }
 
 // 7. Reset the audio path; from here on audio counts as configured.
-void step7_reset() {
+static void step7_reset() {
   reset_fpga_path();
   shared_set(&SharedBlock::audio_configured, 1);
 }
 
 // 8. Program the timing from word A.
-void step8_program_timing(const Ac3Header& header) {
+static void step8_program_timing(const Ac3Header& header) {
   const Ac3Codes codes = ac3_codes(header.a);
   printf("get sync fscod = %i\n", codes.fscod);
   printf("get sync frmsizecod = %i\n", codes.frmsizecod);
@@ -223,12 +223,12 @@ void step8_program_timing(const Ac3Header& header) {
 
 // --- parts of the timing -------------------------------------------------
 
-void write_sample_period(int fscod) {
+static void write_sample_period(int fscod) {
   if (fscod == kFscod48) SetValue(kRegSampleRate, kSamplePeriod48);
   if (fscod == kFscod32) SetValue(kRegSampleRate, kSamplePeriod32);
 }
 
-void write_dts_offsets() {
+static void write_dts_offsets() {
   const std::int64_t sync = fpgaregs.AVSync;  // 64 bits: the difference below cannot overflow
   if (sync > kDtsLimit) {
     SetValue(kRegP1DtsInit, static_cast<int>(sync / 4) & 0xFFFF);
@@ -243,7 +243,7 @@ void write_dts_offsets() {
 }
 
 // Bytes of a sync frame; 0 for a code outside the table or a reserved rate.
-int bytes_per_frame(int fscod, int frmsizecod) {
+static int bytes_per_frame(int fscod, int frmsizecod) {
   if (frmsizecod >= kFrameSizeCodes) return 0;
   const std::int32_t* row = Table_5_18[frmsizecod];
   switch (fscod) {
@@ -258,7 +258,7 @@ int bytes_per_frame(int fscod, int frmsizecod) {
   }
 }
 
-void write_frame_size(int fscod, int frmsizecod) {
+static void write_frame_size(int fscod, int frmsizecod) {
   const int bytes = bytes_per_frame(fscod, frmsizecod);
   SetValue(kRegAc3FrameBytes, bytes & 0xFFFF);
   printf("bytes_per_frame_ac3 = %i\n", bytes);
@@ -266,7 +266,7 @@ void write_frame_size(int fscod, int frmsizecod) {
   shared_set(&SharedBlock::AudioInput, fpgaregs.AudioInput.load());
 }
 
-void write_audio_mux() {
+static void write_audio_mux() {
   for (std::size_t i = 0; i < std::size(kAudioMuxValues); ++i) {
     SetValue(kAudioMuxRegisters[i], kAudioMuxValues[i]);
   }
@@ -274,11 +274,11 @@ void write_audio_mux() {
 
 // Where audio is disabled the register is written once more with the output bit
 // cleared; the mask itself keeps the bit.
-void write_mask_without_output() {
+static void write_mask_without_output() {
   SetValue(kRegAc3Control, enable_capture_mask_reg & ~kAc3CtrlOutput & 0xFFFF);
 }
 
-void write_control_dsp() {
+static void write_control_dsp() {
   enable_capture_mask_reg =
       static_cast<std::uint16_t>((enable_capture_mask_reg & kAc3CtrlPathFree) | kAc3CtrlDsp);
   SetValue(kRegAc3Control, enable_capture_mask_reg);
@@ -286,7 +286,7 @@ void write_control_dsp() {
   printf("P1_AC3_CTRL_REG=0x%x\n", enable_capture_mask_reg.load());
 }
 
-void write_control_digital(int fscod, int frmsizecod) {
+static void write_control_digital(int fscod, int frmsizecod) {
   const int word = kAc3CtrlDigital | frmsizecod << kAc3CtrlFrameSizeShift |
                    fscod << kAc3CtrlFscodShift | kAc3CtrlTiming | kAc3CtrlOutput | kAc3CtrlEnable;
   SetValue(kRegAc3Control, word);
@@ -296,7 +296,7 @@ void write_control_digital(int fscod, int frmsizecod) {
 
 // --- stream tracking -----------------------------------------------------
 
-void wait_for_sync() {
+static void wait_for_sync() {
   for (;;) {
     const unsigned sync = GetValue(kRegAc3Sync);
     GetValue(kRegAc3Status);
@@ -306,7 +306,7 @@ void wait_for_sync() {
 }
 
 // Reads the whole capture; words 2 and 3 make the header.
-Ac3Header read_captured_header() {
+static Ac3Header read_captured_header() {
   unsigned words[kAc3CaptureWords];
   for (int i = 0; i < kAc3CaptureWords; ++i) {
     words[i] = ac3_swap(GetValue(kRegAc3Sync + i * kAc3CaptureStride));
@@ -314,13 +314,11 @@ Ac3Header read_captured_header() {
   return {words[2], words[3]};
 }
 
-bool audio_is_present() {
+static bool audio_is_present() {
   const bool digital = fpgaregs.AudioInput == kAudioInputDigital;
   audio_at_beginning = digital ? audio_monitor_4192(kDix4192ReceiverControl) : 1;
   return audio_at_beginning != 0;
 }
-
-}  // namespace
 
 Ac3Codes ac3_codes(unsigned a) {
   Ac3Codes codes{static_cast<std::uint16_t>(a >> 14),
@@ -379,7 +377,7 @@ void* AudioPolling_thread(void*) {
   const unsigned word2 = GetValue(kRegAc3Word2);
   printf("get value reg 2 %x  \n", word2);
   const unsigned a = ac3_swap(word2);
-  usleep(kWordWait_us);
+  usleep(kMillisecond_us);
   ac3_capture_mask();  // the mask only; the register is left to the timing
   const Ac3Codes codes = ac3_codes(a);
   SetAudCodecPram(codes.fscod, codes.frmsizecod);

@@ -17,19 +17,15 @@
 Relaxed<std::int32_t> SampleRate;
 Relaxed<std::uint16_t> enable_capture_mask_reg;
 
-namespace {
-
 // Codec volume registers of the DSP, and the codec value of volume 0.
-constexpr int kCodecVolumeLeft = 0;
-constexpr int kCodecVolumeRight = 1;
-constexpr std::uint32_t kVolumeOffset = 23;
+static constexpr int kCodecVolumeLeft = 0;
+static constexpr int kCodecVolumeRight = 1;
+static constexpr std::uint32_t kVolumeOffset = 23;
 
-constexpr useconds_t kConfigWait_us = 10;
-constexpr int kDspModeOn = 1;
-constexpr int kConfigMode = 1;
-constexpr int kRate32kHz = 32;
-
-}  // namespace
+static constexpr useconds_t kConfigWait_us = 10;
+static constexpr int kDspModeOn = 1;
+static constexpr int kConfigMode = 1;
+static constexpr int kRate32kHz = 32;
 
 int SetinAudioEnable(const std::int32_t* value, std::int32_t) {
   puts("SetinAudioEnable");
@@ -80,7 +76,7 @@ int SetinAudioSampleRate(const std::int32_t* value, std::int32_t) {
   puts("SetinAudioSampleRate");
   fpgaregs.inAudioSampleRate = *value;
   SampleRate = *value == kRate32kHz ? kSamplePeriod32 : kSamplePeriod48;
-  SetValue(kRegSampleRate, SampleRate & 0xFFFF);
+  SetValue(kRegSampleRate, SampleRate);
   shared_set(&SharedBlock::SampleRate, SampleRate.load());
   return 0;
 }

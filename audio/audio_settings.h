@@ -7,14 +7,9 @@
 
 #include "state/relaxed.h"
 
-// Values of fpgaregs.AudioInput with steps of their own.
-inline constexpr int kAudioInputDigital = 1;  // DIX4192, AC-3 stream passed through
-inline constexpr int kAudioInputDsp = 2;      // encoded by the AC-3 DSP
+// Sample period last configured: kSamplePeriod48 or kSamplePeriod32.
+extern Relaxed<std::int32_t> SampleRate;
 
-// fpgaregs.inAudioEnable that stops the set-up from waiting for audio.
-inline constexpr int kAudioDisabled = 1;
-
-extern Relaxed<std::int32_t> SampleRate;  // audio frame period: 2880 or 4320
 // Software copy of the AC-3 control register. Never reset: bits of earlier
 // applies stay.
 extern Relaxed<std::uint16_t> enable_capture_mask_reg;

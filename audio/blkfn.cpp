@@ -11,16 +11,13 @@
 #include "hw/fpga.h"
 #include "hw/fpga_registers.h"
 #include "hw/gpio.h"
-#include "hw/i2c_registers.h"
 #include "hw/i2capi.h"
 #include "hw/time_units.h"
 
-namespace {
-
-constexpr int kDspAddress = 0x1C;  // 7-bit
+static constexpr int kDspAddress = 0x1C;  // 7-bit
 
 // First byte of each write.
-enum Command : std::uint8_t {
+enum DspCommand : std::uint8_t {
   kReadStatus = 0x00,
   kConfigure = 0x01,
   kStart = 0x02,
@@ -33,48 +30,45 @@ enum Command : std::uint8_t {
   kReadPeakLeftRight = 0x90,
 };
 
-constexpr std::int32_t kNotOpened = -1;
-constexpr std::int32_t kTransferFailed = -2;
-constexpr int kConfigAttempts = 5;
-constexpr useconds_t kReplyWait_us = 10;
+static constexpr std::int32_t kNotOpened = -1;
+static constexpr std::int32_t kTransferFailed = -2;
+static constexpr int kConfigAttempts = 5;
+static constexpr useconds_t kReplyWait_us = 10;
 
-constexpr char kI2cError[] = "blkfn i2c error";
-constexpr char kI2cErrorBlank[] = "blkfn i2c error ";
-constexpr char kI2cErrorStart[] = "blkfn i2c error : Cannot access I2C device";
+static constexpr char kI2cError[] = "blkfn i2c error";
+static constexpr char kI2cErrorBlank[] = "blkfn i2c error ";
+static constexpr char kI2cErrorStart[] = "blkfn i2c error : Cannot access I2C device";
 
 // Peak stream.
-constexpr int kPeakRounds = 10;
-constexpr int kPeakBytes = 4;  // a word
-constexpr int kPeakMarker = 0xAB;
+static constexpr int kPeakRounds = 10;
+static constexpr int kPeakBytes = 4;  // a word
+static constexpr int kPeakMarker = 0xAB;
 
 // Firmware push.
-constexpr char kFirmwareFile[] = "/home/tovin/MELK_spi.bin";
-constexpr int kExitNoFile = 1;
-constexpr int kExitNoMemory = 2;
-constexpr int kExitReadFailed = 3;
-constexpr int kPushAttempts = 3;
-constexpr useconds_t kLineWait_us = 10 * kMillisecond_us;
-constexpr useconds_t kFifoWait_us = 6 * kMillisecond_us;
-constexpr int kFifoWaits = 30;  // a byte that needs more ends the push
-constexpr int kFifoMaxLevel = 400;
-constexpr long kProgressStep = 50000;  // bytes between two progress lines
+static constexpr char kFirmwareFile[] = "/home/tovin/MELK_spi.bin";
+static constexpr int kExitNoFile = 1;
+static constexpr int kExitNoMemory = 2;
+static constexpr int kExitReadFailed = 3;
+static constexpr int kPushAttempts = 3;
+static constexpr useconds_t kLineWait_us = 10 * kMillisecond_us;
+static constexpr useconds_t kFifoWait_us = 6 * kMillisecond_us;
+static constexpr int kFifoWaits = 30;  // a byte that needs more ends the push
+static constexpr int kFifoMaxLevel = 400;
+static constexpr long kProgressStep = 50000;  // bytes between two progress lines
 
-int write_frame(int fd, const std::uint8_t* frame, int size) {
+static int write_frame(int fd, const std::uint8_t* frame, int size) {
   return i2c_writeblk(fd, kDspAddress, 0, 0, size, frame);
 }
 
-int read_reply(int fd, std::uint8_t* reply) {
+static int read_reply(int fd, std::uint8_t* reply) {
   usleep(kReplyWait_us);
   return i2c_readblk(fd, kDspAddress, 0, 0, 1, reply);
 }
 
 // One command byte, one attempt.
-std::int32_t send_byte(std::uint8_t command, const char* open_error) {
-  const int fd = init_i2c(kBoardI2cBus);
-  if (fd < 0) {
-    puts(open_error);
-    return kNotOpened;
-  }
+static std::int32_t send_byte(std::uint8_t command, const char* open_error) {
+  const int fd = open_i2c(open_error);
+  if (fd < 0) return kNotOpened;
   const int rc = write_frame(fd, &command, 1);
   close_i2c(fd);
   if (rc < 0) {
@@ -86,12 +80,10 @@ std::int32_t send_byte(std::uint8_t command, const char* open_error) {
 
 // Asks for one byte. label, when given, prints the byte before the read is
 // checked.
-std::int32_t query(std::uint8_t command, const char* open_error, const char* label = nullptr) {
-  const int fd = init_i2c(kBoardI2cBus);
-  if (fd < 0) {
-    puts(open_error);
-    return kNotOpened;
-  }
+static std::int32_t query(std::uint8_t command, const char* open_error,
+                          const char* label = nullptr) {
+  const int fd = open_i2c(open_error);
+  if (fd < 0) return kNotOpened;
   const std::uint8_t frame[] = {command, 0x00};
   std::uint8_t reply = 0;
   int rc = write_frame(fd, frame, sizeof frame);
@@ -107,7 +99,7 @@ std::int32_t query(std::uint8_t command, const char* open_error, const char* lab
   return reply;
 }
 
-std::int32_t read_codec(int fd, std::uint8_t reg) {
+static std::int32_t read_codec(int fd, std::uint8_t reg) {
   const std::uint8_t frame[] = {kCodecRead, reg};
   std::uint8_t reply = 0;
   if (write_frame(fd, frame, sizeof frame) < 0 || read_reply(fd, &reply) < 0) {
@@ -118,7 +110,7 @@ std::int32_t read_codec(int fd, std::uint8_t reg) {
   return reply;  // the descriptor stays open on this path
 }
 
-std::int32_t write_codec(int fd, std::uint8_t reg, int data) {
+static std::int32_t write_codec(int fd, std::uint8_t reg, int data) {
   const std::uint8_t low = static_cast<std::uint8_t>(data);
   const std::uint8_t high = static_cast<std::uint8_t>(data >> 8);
   printf(" data1=0x%x data2=0x%x\n", low, high);
@@ -132,7 +124,7 @@ std::int32_t write_codec(int fd, std::uint8_t reg, int data) {
   return 0;
 }
 
-std::uint32_t read_peak_word() {
+static std::uint32_t read_peak_word() {
   std::uint32_t word = 0;
   for (int k = 0; k < kPeakBytes; ++k) {
     word |= (static_cast<std::uint32_t>(blkfn_read_peak()) & 0xFF) << (8 * k);
@@ -142,7 +134,7 @@ std::uint32_t read_peak_word() {
 }
 
 // The board cannot work without its DSP: the process ends here.
-[[noreturn]] void firmware_error(const char* message, int exit_status) {
+[[noreturn]] static void firmware_error(const char* message, int exit_status) {
   fputs(message, stderr);
   exit(exit_status);
 }
@@ -153,7 +145,7 @@ struct Firmware {
   long size;
 };
 
-Firmware read_firmware() {
+static Firmware read_firmware() {
   FILE* file = fopen(kFirmwareFile, "rb");
   puts("open file MELK_spi.bin");
   if (file == nullptr) firmware_error("File error", kExitNoFile);
@@ -171,12 +163,12 @@ Firmware read_firmware() {
   return {file, bytes, size};
 }
 
-void release(const Firmware& firmware) {
+static void release(const Firmware& firmware) {
   fclose(firmware.file);
   free(firmware.bytes);
 }
 
-void reset_dsp_lines() {
+static void reset_dsp_lines() {
   prog_gpio(kAc3DspReset);
   usleep(kLineWait_us);
   prog_gpio(kAc3DspRelease);
@@ -184,7 +176,7 @@ void reset_dsp_lines() {
 }
 
 // Starts the SPI master. Returns HWAIT as the control words carry it.
-int start_spi() {
+static int start_spi() {
   const int hwait = static_cast<int>(GetValue(kRegDspSpiStatus) >> kDspSpiHwaitBit) & 1;
   printf("Initial SPI state: HWAIT=%d, SPI_STATUS_REG 0x%x\n", hwait, GetValue(kRegDspSpiStatus));
   const int run = 4 * hwait + kDspSpiRun;
@@ -194,13 +186,13 @@ int start_spi() {
   return hwait;
 }
 
-bool fifo_accepts(unsigned status) {
+static bool fifo_accepts(unsigned status) {
   return (status & kDspSpiLevelMask) <= kFifoMaxLevel && (status & kDspSpiBusy) == 0;
 }
 
 // Waits for room in the FIFO and sends byte number index. Returns 0, or -1 after
 // too many waits.
-int push_byte(long index, std::uint8_t byte) {
+static int push_byte(long index, std::uint8_t byte) {
   unsigned status = GetValue(kRegDspSpiStatus);
   for (int waits = 0; !fifo_accepts(status);) {
     usleep(kFifoWait_us);
@@ -218,22 +210,14 @@ int push_byte(long index, std::uint8_t byte) {
   return 0;
 }
 
-}  // namespace
-
 std::int32_t blkfn_start() { return send_byte(kStart, kI2cErrorStart); }
-
 std::int32_t blkfn_stop() { return send_byte(kStop, kI2cError); }
-
 std::int32_t blkfn_reset() { return send_byte(kReset, kI2cError); }
-
 std::int32_t blkfn_send_cmd(std::uint8_t command) { return send_byte(command, kI2cError); }
 
 std::int32_t blkfn_config_cmd(int mode, int volume, std::int32_t rate_bps) {
-  const int fd = init_i2c(kBoardI2cBus);
-  if (fd < 0) {
-    puts(kI2cErrorBlank);
-    return kNotOpened;
-  }
+  const int fd = open_i2c(kI2cErrorBlank);
+  if (fd < 0) return kNotOpened;
   const std::uint8_t frame[] = {
       kConfigure,
       static_cast<std::uint8_t>(mode & 1),
@@ -252,11 +236,8 @@ std::int32_t blkfn_config_cmd(int mode, int volume, std::int32_t rate_bps) {
 }
 
 std::int32_t WritereadCODEC(int read, int reg, int data) {
-  const int fd = init_i2c(kBoardI2cBus);
-  if (fd < 0) {
-    puts(kI2cError);
-    return kCodecNotOpened;
-  }
+  const int fd = open_i2c(kI2cError);
+  if (fd < 0) return kCodecNotOpened;
   const std::uint8_t codec_reg = static_cast<std::uint8_t>(reg);
   return read != 0 ? read_codec(fd, codec_reg) : write_codec(fd, codec_reg, data);
 }

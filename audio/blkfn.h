@@ -10,7 +10,8 @@
 inline constexpr std::int32_t kCodecTransferFailed = 254;
 inline constexpr std::int32_t kCodecNotOpened = 255;
 
-// One-byte commands. Return 0, -1 or -2.
+// One-byte commands. Return 0, -1 or -2. All but the first have no caller: bench
+// interface.
 std::int32_t blkfn_start();
 std::int32_t blkfn_stop();
 std::int32_t blkfn_reset();
@@ -24,7 +25,7 @@ std::int32_t blkfn_config_cmd(int mode, int volume, std::int32_t rate_bps);
 // read, or 0 for a write; kCodecTransferFailed, kCodecNotOpened.
 std::int32_t WritereadCODEC(int read, int reg, int data);
 
-// One-byte reads. Return the byte, -1 or -2.
+// One-byte reads. Return the byte, -1 or -2. The last has no caller: bench interface.
 std::int32_t blkfn_read_status();
 std::int32_t blkfn_read_version();
 std::int32_t blkfn_read_peak();
@@ -35,7 +36,8 @@ std::int32_t blkfn_read_peak_r_l();
 void blkfn_add_peaks(std::uint32_t* left, std::uint32_t* right);
 
 // Reads ten rounds of the peak stream and prints the largest left and right
-// peak. Never returns when the marker never comes. Returns 0.
+// peak. Never returns when the marker never comes. Returns 0. No caller; bench
+// interface.
 std::int32_t blkfn_new_read_peak();
 
 // Returns the version read; negative when no firmware answers.

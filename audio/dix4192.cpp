@@ -6,34 +6,28 @@
 #include <cstdint>
 #include <cstdio>
 
-#include "hw/i2c_registers.h"
 #include "hw/i2capi.h"
 #include "hw/shared_memory_davinci.h"
 #include "hw/time_units.h"
+#include "state/fpgaregs.h"
 
-namespace {
-
-enum Register : int {
+enum Dix4192Register : int {
   kReceiverControl = 0x0D,
   kReceiverStatus = 0x13,
   kAudioStatus = 0x2A,
 };
 
 // What the check expects.
-constexpr int kAudioStatusLocked = 1;
-constexpr int kReceiverStatusLocked = 3;
-constexpr int kAudioEnabled = 2;  // shared audio byte
+static constexpr int kAudioStatusLocked = 1;
+static constexpr int kReceiverStatusLocked = 3;
 
-void write_chip(int fd, int reg, int value) { i2c_writebyte(fd, kDix4192Address, reg, value); }
-
-}  // namespace
+static void write_chip(int fd, int reg, int value) {
+  i2c_writebyte(fd, kDix4192Address, reg, value);
+}
 
 int audio_monitor_4192(int value) {
-  const int fd = init_i2c(kBoardI2cBus);
-  if (fd < 0) {
-    puts("Cannot access I2C device - 4192");
-    return -1;
-  }
+  const int fd = open_i2c("Cannot access I2C device - 4192");
+  if (fd < 0) return -1;
   std::uint8_t audio_status = 0;
   std::uint8_t receiver_status = 0;
   if (i2c_readbyte(fd, kDix4192Address, kAudioStatus, &audio_status) < 0 ||

@@ -6,7 +6,7 @@
 
 #include <cstdio>
 
-#include "config/ranged.h"
+#include "config/numbers.h"
 #include "hw/shared_memory_davinci.h"
 #include "hw/shell.h"
 #include "hw/time_units.h"
@@ -75,9 +75,6 @@ int SetVidRate(const std::int32_t* value, std::int32_t) {
   return 0;
 }
 
-static constexpr std::int32_t kSuffixMpeg2 = 1;
-static constexpr std::int32_t kSuffixH264 = 2;
-
 template <std::size_t N>
 static void store_suffix(const char (&suffix)[N]) {
   static_assert(N <= sizeof(SharedBlock::file_suffix));
@@ -88,8 +85,8 @@ static void store_suffix(const char (&suffix)[N]) {
 
 int encSetVidCodec(const std::int32_t* value, std::int32_t) {
   puts("encSetVidCode");
-  if (*value == kSuffixMpeg2) store_suffix(".mpeg2");
-  if (*value == kSuffixH264) store_suffix(".264");
+  if (*value == kCodecMpeg2) store_suffix(".mpeg2");
+  if (*value == kCodecH264) store_suffix(".264");
   return 0;
 }
 
@@ -144,8 +141,6 @@ int SetInterlace(const std::int32_t* value, std::int32_t) {
 
 // --- launch ---------------------------------------------------------------
 
-static constexpr useconds_t kLaunchSettle_us = kMillisecond_us;
-
 int start_hd(const std::int32_t*, std::int32_t) {
   puts("start_hd - with system command");
   shared_set(&SharedBlock::do_fpga_restart, 0);
@@ -156,7 +151,7 @@ int start_hd(const std::int32_t*, std::int32_t) {
   enable_audio = audio;
   // Found in the working directory of the service.
   run_shell(dbg_encode != 0 ? "DMAI_DEBUG=2 ./encode&" : "./encode&");
-  usleep(kLaunchSettle_us);
+  usleep(kMillisecond_us);
   return 0;
 }
 

@@ -1,46 +1,51 @@
-// Handlers that write the shared block for `encode`, and its launch.
+// Handlers that write the shared block for `encode`, and the launch of `encode`.
+//
+// Each is named with its key. Handlers take the value scanned for the key; the
+// context carries nothing. They return 0 unless said otherwise.
 #pragma once
 
 #include <cstdint>
 
-// "mpgVidRes": the code for `encode`. Returns 0.
+// "mpgVidRes": video standard code, as configured.
 int encSetVidRes(const std::int32_t* value, std::int32_t context);
 
-// Handlers of the brightness and contrast keys; they take the low byte of the
-// value. Return 0, and the print result.
+// "inVideoBrightness", "inVideoContrast": low byte, 0 to 255, mapped onto 0 to 255
+// and 0 to 247. SetContrast returns the print's result.
 int SetBrightness(const std::int32_t* value, std::int32_t context);
 int SetContrast(const std::int32_t* value, std::int32_t context);
 
-// "offset_x", "offset_y": the first pair only reports, the second pair stores.
+// "offset_x" in pixels, "offset_y" in lines: the first pair only prints, the second
+// pair stores.
 int SetOffsetx(const std::int32_t* value, std::int32_t context);
 int SetOffsety(const std::int32_t* value, std::int32_t context);
 int SetOffsetX(const std::int32_t* value, std::int32_t context);
 int SetOffsetY(const std::int32_t* value, std::int32_t context);
 
-// "vbr": variable bit-rate flag for `encode`. Returns 0.
+// "vbr": variable bit-rate, as configured.
 int SetVBR(const std::int32_t* value, std::int32_t context);
 
-// "mpgVidRate" in kbit/s: video bit-rate for `encode`, in bit/s. Returns 0.
+// "mpgVidRate" in kbit/s, stored in bit/s modulo 2^32.
 int SetVidRate(const std::int32_t* value, std::int32_t context);
 
-// "VidCodec": file suffix for `encode`; 1 MPEG-2, 2 H.264, others keep it.
-// Returns 0.
+// "VidCodec": file suffix; 1 MPEG-2, 2 H.264, any other value keeps it.
 int encSetVidCodec(const std::int32_t* value, std::int32_t context);
 
-// Rate-control words, named as their keys.
-int SetEbMode(const std::int32_t* value, std::int32_t context);  // "eb_mode"
-int SetFrameDiv(const std::int32_t* value, std::int32_t context);
-int SetFrameMult(const std::int32_t* value, std::int32_t context);
-int SetEbDelay(const std::int32_t* value, std::int32_t context);
-int SetGopSize(const std::int32_t* value, std::int32_t context);
-int SetIdr(const std::int32_t* value, std::int32_t context);
-int SetNullStuffing(const std::int32_t* value, std::int32_t context);  // "null_disable"
-int SetBufferConst(const std::int32_t* value, std::int32_t context);
-int SetInterlace(const std::int32_t* value, std::int32_t context);  // "interlace_flag"
+// Rate control, applied behind the launch. A value outside its range is replaced,
+// see the source; docs/hd-ini.md lists all ranges.
+int SetEbMode(const std::int32_t* value, std::int32_t context);        // "eb_mode": 0 or 1
+int SetFrameDiv(const std::int32_t* value, std::int32_t context);      // "frame_div"
+int SetFrameMult(const std::int32_t* value, std::int32_t context);     // "frame_mult"
+int SetEbDelay(const std::int32_t* value, std::int32_t context);       // "eb_delay"
+int SetGopSize(const std::int32_t* value, std::int32_t context);       // "gop_size": frames
+int SetIdr(const std::int32_t* value, std::int32_t context);           // "idr": frames
+int SetNullStuffing(const std::int32_t* value, std::int32_t context);  // "null_disable": 0 or 1
+int SetBufferConst(const std::int32_t* value, std::int32_t context);   // "bufferconst"
+int SetInterlace(const std::int32_t* value, std::int32_t context);     // "interlace_flag": 0 or 1
 
-// Handler of "portActiveEnable": hands the applied settings over and launches
-// `encode` in the background. The value is not looked at. Returns 0.
+// "portActiveEnable": hands the applied settings over and launches `encode` in the
+// background, whatever the value.
 int start_hd(const std::int32_t* value, std::int32_t context);
 
-// Returns 0 when `encode` has raised its running flag, else 1.
+// Returns 0 when `encode` has raised its running flag, else 1. No caller; bench
+// interface.
 int devinci_monitor();

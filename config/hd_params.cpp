@@ -68,8 +68,6 @@ constexpr HdParam hd_params[] = {
 };
 // clang-format on
 
-static constexpr useconds_t kApplySettle_us = kSecond_us;
-
 // Where a row's value is scanned to. Kept over the walk: a number stays until
 // the next key that scans.
 struct Destination {
@@ -112,7 +110,7 @@ int Configure_System() {
 
   puts("end Configure_System!!");
   fclose(file);
-  usleep(kApplySettle_us);
+  usleep(kSecond_us);
   return 0;
 }
 

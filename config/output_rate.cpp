@@ -3,9 +3,8 @@
 #include "config/output_rate.h"
 
 #include <cstdio>
-#include <limits>
 
-#include "config/ranged.h"
+#include "config/numbers.h"
 #include "hw/fpga.h"
 #include "hw/fpga_registers.h"
 #include "hw/shared_memory_davinci.h"
@@ -31,14 +30,6 @@ static std::int32_t add_wrapping(std::int32_t a, std::int32_t b) {
   return static_cast<std::int32_t>(static_cast<std::uint32_t>(a) + static_cast<std::uint32_t>(b));
 }
 
-// Truncates toward zero; what does not fit becomes the nearest limit.
-static std::int32_t to_int_saturating(float number) {
-  constexpr float kTop = 2147483648.0F;  // 2^31
-  if (!(number < kTop)) return std::numeric_limits<std::int32_t>::max();
-  if (number < -kTop) return std::numeric_limits<std::int32_t>::min();
-  return static_cast<std::int32_t>(number);
-}
-
 // The rate at the output in Mbit/s: worked out in double precision, kept in
 // single. A manual rate wins; otherwise the elementary-buffer mode decides
 // between a small margin with a chosen percentage and a wide fixed one.
@@ -58,13 +49,9 @@ static float output_rate_mbps(std::int32_t video_bitrate) {
   return static_cast<float>(sum * kWideFactor / kMega);
 }
 
-// Constants of the output stage, the same at every rate.
-static constexpr int kOutputRateConstant0 = 53;
-static constexpr int kOutputRateConstant1 = 53;
-static constexpr int kOutputRateConstant2 = 2;
-
 int Setoutput_bitrate(const std::int32_t* value, std::int32_t) {
   constexpr float kIntervalConstant = 121844.0F;  // interval = constant / Mbit/s
+  constexpr int kOutputRates[] = {53, 53, 2};     // the same at every rate
   puts("Setoutput_bitrate");
   fpgaregs.VideoBitrate = kilo_to_units(*value);
   const std::int32_t video_bitrate = fpgaregs.VideoBitrate;
@@ -75,7 +62,7 @@ int Setoutput_bitrate(const std::int32_t* value, std::int32_t) {
   const std::int32_t interval = to_int_saturating(kIntervalConstant / rate);
   SetValue(kRegOutputInterval, interval);
   printf("tmp1 %f btr %d output_bitrate %d\n", static_cast<double>(rate), interval, video_bitrate);
-  SetValue(kRegOutputRate0, kOutputRateConstant0);
-  SetValue(kRegOutputRate1, kOutputRateConstant1);
-  return SetValue(kRegOutputRate2, kOutputRateConstant2);
+  SetValue(kRegOutputRate0, kOutputRates[0]);
+  SetValue(kRegOutputRate1, kOutputRates[1]);
+  return SetValue(kRegOutputRate2, kOutputRates[2]);
 }

@@ -16,14 +16,12 @@ static std::int32_t ticks_90khz(std::int32_t milliseconds, std::int32_t offset) 
 }
 
 int SetAVSync(const std::int32_t* value, std::int32_t) {
-  constexpr int kDigitalInput = 1;
-  constexpr int kAc3Dsp = 2;
   constexpr std::int32_t kDigitalOffset_90khz = 15000;
   constexpr std::int32_t kDspOffset_90khz = -7500;
   fpgaregs.AVSync = *value;
   const int path = fpgaregs.AudioInput;
-  if (path == kDigitalInput) fpgaregs.AVSync = ticks_90khz(*value, kDigitalOffset_90khz);
-  if (path == kAc3Dsp) fpgaregs.AVSync = ticks_90khz(*value, kDspOffset_90khz);
+  if (path == kAudioInputDigital) fpgaregs.AVSync = ticks_90khz(*value, kDigitalOffset_90khz);
+  if (path == kAudioInputDsp) fpgaregs.AVSync = ticks_90khz(*value, kDspOffset_90khz);
   printf("SetAVSync %d\n", fpgaregs.AVSync.load());
   return 0;
 }

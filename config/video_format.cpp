@@ -79,8 +79,6 @@ int CC_enable(const std::int32_t* value, std::int32_t) {
 
 // --- codec ---------------------------------------------------------------
 
-static constexpr int kCodecMpeg2 = 1;
-
 // Bits are only ever set here: after a change of codec both stay up until the
 // FPGA is reset.
 static void set_video_control(int bit) {

@@ -7,39 +7,31 @@
 #include <algorithm>
 #include <cstdint>
 #include <cstdio>
+#include <tuple>
 
-#include "hw/i2c_registers.h"
 #include "hw/i2capi.h"
 #include "hw/time_units.h"
 #include "video/tvp7002.h"
 
-namespace {
+static constexpr char kPllDevice[] = "/dev/fpga2";
 
-constexpr char kPllDevice[] = "/dev/fpga2";
+static constexpr int kBlkAddress = 0x1C;
+static constexpr std::uint8_t kBlkByte = 0x02;
 
-constexpr int kBlkAddress = 0x1C;
-constexpr std::uint8_t kBlkByte = 0x02;
+static constexpr int kAaBlkAddress = 0x55;
+static constexpr int kAaBlkRegister = 0x63;
+static constexpr int kAaBlkValue = 0x63;
 
-constexpr int kAaBlkAddress = 0x55;
-constexpr int kAaBlkRegister = 0x63;
-constexpr int kAaBlkValue = 0x63;
-
-constexpr int k7353Address = 0x2E;
-constexpr int k7353Channels = 3;
-constexpr std::uint8_t kNothingRead = 0xAA;  // still in the buffer when a read failed
+static constexpr int k7353Address = 0x2E;
+static constexpr int k7353Channels = 3;
+static constexpr std::uint8_t kNothingRead = 0xAA;  // still in the buffer when a read failed
 // Channel 3 takes the value of channel 1.
-constexpr RegisterValue k7353Setup[k7353Channels] = {{1, 0x14}, {2, 0x15}, {3, 0x14}};
+static constexpr RegisterValue k7353Setup[k7353Channels] = {{1, 0x14}, {2, 0x15}, {3, 0x14}};
 
-constexpr int kMaxTestBytes = kI2cMaxWrite - 1;
+static constexpr char kNoBus[] = "Cannot access I2C device1 ";
+static constexpr int kMaxTestBytes = kI2cMaxWrite - 1;
 
-// Opens the board's bus. Returns its descriptor, or -1 after a message.
-int open_bus() {
-  const int fd = init_i2c(kBoardI2cBus);
-  if (fd < 0) puts("Cannot access I2C device1 ");
-  return fd;
-}
-
-void print_7353_channels(int fd) {
+static void print_7353_channels(int fd) {
   for (int channel = 1; channel <= k7353Channels; ++channel) {
     std::uint8_t buf[1] = {kNothingRead};
     const int rc = i2c_readblk(fd, k7353Address, channel, 1, 1, buf);
@@ -47,22 +39,20 @@ void print_7353_channels(int fd) {
   }
 }
 
-void write_7353_channels(int fd) {
+static void write_7353_channels(int fd) {
   for (const RegisterValue& row : k7353Setup) {
     const int rc = i2c_writebyte(fd, k7353Address, row.reg, row.value);
     printf("ch #%d, i2c_write rc=%d\n", row.reg, rc);
   }
 }
 
-void print_digitizer_sync(int fd) {
+static void print_digitizer_sync(int fd) {
   std::uint8_t sync = 0;
   if (i2c_readbyte(fd, kTvp7002Address, kTvp7002SyncStatus, &sync) < 0) {
     puts("Error i2c_readbyte -7002");
   }
   printf("SYNC data = 0x%x\n", sync);
 }
-
-}  // namespace
 
 int progPll(std::uint8_t* buf) {
   FILE* pll = fopen(kPllDevice, "r+b");
@@ -76,7 +66,7 @@ int progPll(std::uint8_t* buf) {
            0);
   }
   // What comes back replaces what was sent; a short answer leaves the rest.
-  [[maybe_unused]] const size_t answered = fread(buf, 1, kPllCommandSize, pll);
+  std::ignore = fread(buf, 1, kPllCommandSize, pll);
   fclose(pll);
   return 0;
 }
@@ -94,7 +84,7 @@ void swing_pll() {
 
 int prog_blk() {
   puts("Y prog_blk");
-  const int fd = open_bus();
+  const int fd = open_i2c(kNoBus);
   if (fd < 0) return 1;
   i2c_writeblk(fd, kBlkAddress, 0, 0, 1, &kBlkByte);
   printf("rc = %d\n", 0);  // not the write's result, which is discarded
@@ -104,7 +94,7 @@ int prog_blk() {
 }
 
 int prog_aablk() {
-  const int fd = open_bus();
+  const int fd = open_i2c(kNoBus);
   if (fd < 0) return 1;
   for (;;) {
     i2c_writebyte(fd, kAaBlkAddress, kAaBlkRegister, kAaBlkValue);
@@ -114,7 +104,7 @@ int prog_aablk() {
 }
 
 int prog_i2c_test(int addr8, int reg, int reglen, int count) {
-  const int fd = open_bus();
+  const int fd = open_i2c(kNoBus);
   if (fd < 0) return 1;
   const int bytes = std::clamp(count, 0, kMaxTestBytes);
   std::uint8_t buf[kMaxTestBytes] = {};  // what is not delivered prints as 0x0
@@ -129,7 +119,7 @@ int prog_i2c_test(int addr8, int reg, int reglen, int count) {
 
 int prog7353() {
   puts("prog7353");
-  const int fd = open_bus();
+  const int fd = open_i2c(kNoBus);
   if (fd < 0) return 1;
   print_7353_channels(fd);
   write_7353_channels(fd);

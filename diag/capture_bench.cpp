@@ -5,8 +5,8 @@
 #include <sys/ioctl.h>
 
 #include <cstdio>
-#include <limits>
 
+#include "config/numbers.h"
 #include "video/capture.h"
 
 int ipiperw(std::int32_t reg, std::int32_t value, int select_only) {
@@ -73,14 +73,6 @@ int SetCropImeg() {
 }
 
 float expr_to_ipipe_float16(float x) {
-  const double scaled = static_cast<double>(x) * 256.0;
-  std::int32_t whole = 0;  // also for a value that is not a number
-  if (scaled >= std::numeric_limits<std::int32_t>::max()) {
-    whole = std::numeric_limits<std::int32_t>::max();
-  } else if (scaled <= std::numeric_limits<std::int32_t>::min()) {
-    whole = std::numeric_limits<std::int32_t>::min();
-  } else if (scaled == scaled) {
-    whole = static_cast<std::int32_t>(scaled);
-  }
+  const std::int32_t whole = to_int_saturating(static_cast<double>(x) * 256.0);
   return static_cast<float>((whole >> 8) & 0xF);
 }

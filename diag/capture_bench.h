@@ -1,4 +1,6 @@
 // Bench of the capture device: registers of image pipe and sensor interface, crop.
+// Only the two register utilities are options of the command line; the others have
+// no caller and are bench interface.
 #pragma once
 
 #include <cstdint>

@@ -7,39 +7,40 @@
 #include <cstdio>
 
 #include "audio/dix4192.h"
-#include "hw/i2c_registers.h"
 #include "hw/i2capi.h"
 #include "hw/time_units.h"
 
-namespace {
-
-enum Register : int {
+enum Dix4192BenchRegister : int {
   kPowerReset = 0x01,
   kReceiverPll = 0x0F,  // 0x0F to 0x11
   kPageSelect = 0x7F,
 };
 
-constexpr useconds_t kResetWait_us = 100;
-constexpr useconds_t kRunWait_us = 5 * kMillisecond_us;
-constexpr useconds_t kDumpWait_us = 10 * kMillisecond_us;
+static constexpr useconds_t kResetWait_us = 100;
+static constexpr useconds_t kRunWait_us = 5 * kMillisecond_us;
+static constexpr useconds_t kDumpWait_us = 10 * kMillisecond_us;
 
-constexpr int kResetValue = 0x80;
-constexpr int kRunValue = 0x7F;
-constexpr int kPages = 1;  // page 0 alone is programmed
+static constexpr int kResetValue = 0x80;
+static constexpr int kRunValue = 0x7F;
+static constexpr int kPages = 1;  // page 0 alone is programmed
 
-constexpr RegisterValue kPageSetup[] = {
+// The set-up of this board; registers as in the data sheet of the DIX4192 (Texas
+// Instruments).
+static constexpr RegisterValue kPageSetup[] = {
     {0x03, 0x29}, {0x04, 0x0B}, {0x0D, 0x08}, {0x0E, 0x01}, {0x1B, 0x07}};
 
-constexpr int kPllRegisters = 3;
-constexpr std::uint8_t kPllValues[kPllRegisters] = {0x34, 0x00, 0x00};
+static constexpr int kPllRegisters = 3;
+static constexpr std::uint8_t kPllValues[kPllRegisters] = {0x34, 0x00, 0x00};
 
-constexpr int kDumpFirst = 0x03;
-constexpr int kDumpLast = 0x2C;
-constexpr std::uint8_t kDumpFill = 0x2A;  // shows in place of what was not read
+static constexpr int kDumpFirst = 0x03;
+static constexpr int kDumpLast = 0x2C;
+static constexpr std::uint8_t kDumpFill = 0x2A;  // shows in place of what was not read
 
-void write_chip(int fd, int reg, int value) { i2c_writebyte(fd, kDix4192Address, reg, value); }
+static void write_chip(int fd, int reg, int value) {
+  i2c_writebyte(fd, kDix4192Address, reg, value);
+}
 
-void reset_chip(int fd) {
+static void reset_chip(int fd) {
   write_chip(fd, kPageSelect, 0);
   write_chip(fd, kPowerReset, kResetValue);
   usleep(kResetWait_us);
@@ -47,14 +48,14 @@ void reset_chip(int fd) {
   usleep(kRunWait_us);
 }
 
-void program_pll(int fd) {
+static void program_pll(int fd) {
   for (int i = 0; i < kPllRegisters; ++i) {
     printf("receiver_pll1_reg%d = 0x%x\n", i + 1, kPllValues[i]);
   }
   for (int i = 0; i < kPllRegisters; ++i) write_chip(fd, kReceiverPll + i, kPllValues[i]);
 }
 
-void dump_registers(int fd) {
+static void dump_registers(int fd) {
   usleep(kDumpWait_us);
   std::uint8_t bytes[kDumpLast - kDumpFirst + 1];
   int rc = 0;
@@ -69,8 +70,6 @@ void dump_registers(int fd) {
   printf("\n");
   usleep(kDumpWait_us);
 }
-
-}  // namespace
 
 int prog4192() {
   puts("Y prog4192");

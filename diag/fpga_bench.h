@@ -1,7 +1,8 @@
 // Bench commands on "/dev/fpga": single registers, register test, block speed.
 //
 // Each opens the device itself. Those with a result return 1 when it cannot be
-// opened; without the device the others say so and go on, reading 0.
+// opened; without the device the others say so and go on, reading 0. prog_rdreg,
+// prog_wrreg and wr_fpga have no caller: bench interface.
 #pragma once
 
 #include <cstdint>

@@ -22,20 +22,18 @@ constexpr VgaSet vga_set[kVgaSets] = {
     {37, 192, 512, 336, 0, 0}, {18, 48, 128, 160, 0, 8},  {34, 20, 128, 160, 0, 8},
 };
 
-namespace {
-
 struct StandardRow {
   int video_std;
   int row;
 };
 
 // Rows 3, 5, 6 and 11 belong to no standard.
-constexpr StandardRow kStandardRows[] = {{8, 4},  {9, 1},  {10, 2}, {23, 0},
-                                         {25, 7}, {30, 8}, {35, 9}, {40, 10}};
+static constexpr StandardRow kStandardRows[] = {{8, 4},  {9, 1},  {10, 2}, {23, 0},
+                                                {25, 7}, {30, 8}, {35, 9}, {40, 10}};
 
-constexpr useconds_t kSettle_us = 10;
+static constexpr useconds_t kSettle_us = 10;
 
-const VgaSet& set_for(int video_std) {
+static const VgaSet& set_for(int video_std) {
   for (const StandardRow& standard : kStandardRows) {
     if (standard.video_std == video_std) return vga_set[standard.row];
   }
@@ -43,24 +41,22 @@ const VgaSet& set_for(int video_std) {
 }
 
 // One further from zero when odd; 64 bits hold every result.
-std::int64_t even_step(std::int64_t step) {
+static std::int64_t even_step(std::int64_t step) {
   if (step % 2 == 0) return step;
   return step > 0 ? step + 1 : step - 1;
 }
 
-std::int32_t moved(std::int32_t offset, std::int64_t step, int limit, int floor) {
+static std::int32_t moved(std::int32_t offset, std::int64_t step, int limit, int floor) {
   if (step > 0) return static_cast<std::int32_t>(offset + std::min<std::int64_t>(step, limit));
   if (step < 0) return static_cast<std::int32_t>(std::max<std::int64_t>(offset + step, floor));
   return offset;
 }
 
-void write_offset(int fd, std::int32_t reg, std::int32_t offset) {
+static void write_offset(int fd, std::int32_t reg, std::int32_t offset) {
   select_ipipe_register(fd, reg);
   write_ipipe_register(fd, offset);
   usleep(kSecond_us);
 }
-
-}  // namespace
 
 int Offset(int dx, int dy) {
   const int video_std = GetVideoStdFromHDini();

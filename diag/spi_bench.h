@@ -1,4 +1,5 @@
-// Bench readers of the SPI slave device, without the framing of the host link.
+// Bench readers of the SPI slave device, without the framing of the host link. They
+// have no caller.
 #pragma once
 
 #include <cstdint>

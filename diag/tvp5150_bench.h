@@ -1,4 +1,5 @@
-// Bench commands of the TVP5150.
+// Bench of the TVP5150. Only the endless report and TVP5150_RW are options of the
+// command line; the others have no caller and are bench interface.
 #pragma once
 
 #include <cstdint>
@@ -25,6 +26,6 @@ int GetCCStatus();
 // 1, or -1 without a bus.
 int GetFild(int field);
 
-// Bench: reads and prints (read not 0), or writes, one register. Returns 0, also
+// Reads and prints (read not 0), or writes, one register. Returns 0, also
 // without a bus.
 int TVP5150_RW(int read, int reg, int value);

@@ -6,10 +6,10 @@
 #include <cstdint>
 #include <cstdio>
 
-#include "hw/i2c_registers.h"
 #include "hw/i2capi.h"
 #include "hw/shared_memory_davinci.h"
 #include "hw/time_units.h"
+#include "state/service_flags.h"
 #include "video/capture.h"
 #include "video/tvp7002.h"
 
@@ -21,7 +21,7 @@ static constexpr int kReadFailed = -2;
 // What the register utilities say without a bus; the access goes ahead and fails.
 static constexpr char kNoBus[] = "Cannot access I2C device - Brightness";
 
-enum Register : int {
+enum Tvp7002BlankingRegister : int {
   kBlankingFirst = 0x40,  // 0x40 to 0x47: blanking and sync output
   kBlankingField0 = 0x46,
   kBlankingField1 = 0x47,
@@ -147,6 +147,6 @@ void set_up_vga_digitizer() {
   constexpr int kBenchVideoStd = 25;
   get_shm_key();
   shared_set(&SharedBlock::videoStd, kBenchVideoStd);
-  SetInputMux(kChannelRgb);
+  SetInputMux(kCaptureRgb);
   Init7002(kChannelRgb);
 }

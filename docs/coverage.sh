@@ -28,7 +28,7 @@ check() { # page, expression with NAME in it, names
 check docs/bench-manual.md '^### `NAME[^a-z0-9_]' "$(rows app/command_line.cpp '"(-[^"]+)", +k(First|Each)')"
 check docs/host-protocol.md '`NAME`' "$(rows hostlink/dispatcher.cpp '[0-9]+, "([A-Z_0-9]+)"')"
 check docs/hd-ini.md '`NAME`' "$(rows config/hd_params.cpp '"([A-Za-z_]+)", +"%d"')"
-check docs/host-protocol.md 'NAME' "$(rows supervision/supervisor.cpp 'k[A-Za-z]+, (0x8[0-9]),')"
+check docs/host-protocol.md 'NAME' "$(sed -nE 's/.*RestartCause k[A-Za-z]+ = \{(0x8[0-9]),.*/\1/p; s/^    (0x8[0-9]), ".*/\1/p' supervision/restart_causes.h)"
 
 # Manual pages write options without their dash, and words of melk as commands.
 check packaging/man/vantorig.1 '^\.It .*Fl NAME( |$)' "$(rows app/command_line.cpp '"-([^"]+)", +k(First|Each)')"

@@ -8,6 +8,7 @@
 
 #include <cstddef>
 #include <cstring>
+#include <tuple>
 
 #include "config/hd_params.h"
 #include "hostlink/link.h"
@@ -19,11 +20,9 @@
 #include "hw/gpio.h"
 #include "hw/shared_memory_davinci.h"
 #include "hw/shell.h"
-#include "hw/spi_slave.h"
 #include "hw/time_units.h"
 #include "state/service_flags.h"
 #include "video/tvp5150.h"
-#include "video/tvp7002.h"
 
 // What the thread remembers between commands.
 struct LinkState {
@@ -35,6 +34,8 @@ struct LinkState {
 };
 static LinkState state;
 
+Relaxed<std::uint8_t> wrong_size_flag;
+
 // Writes one answer byte at once, without waiting for the host's poll. Returns
 // the number of bytes taken.
 static int answer(FILE* link, std::uint8_t byte) {
@@ -44,11 +45,6 @@ static int answer(FILE* link, std::uint8_t byte) {
 static void clear_global_status_bits(int bits) {
   global_status = static_cast<std::uint8_t>(global_status & ~bits);
 }
-
-static constexpr int kStatusEncode = 0x01;
-static constexpr int kStatusAudio = 0x02;
-static constexpr int kStatusKeptBits = 0x0E;  // survive a configuration
-static constexpr std::uint8_t kStatusWrongSize = 0x9E;
 
 // --- keep-alive, versions, status ----------------------------------------
 
@@ -153,8 +149,6 @@ static void answer_read_reg(FILE* link) {
 
 static constexpr std::int32_t kSmallestConfiguration = 30;  // bytes
 static constexpr useconds_t kHoldSettle_us = 60;
-static constexpr useconds_t kSizeSettle_us = 100 * kMillisecond_us;
-static constexpr useconds_t kStoreSettle_us = kSecond_us;
 static constexpr useconds_t kSdStart_us = 6 * kSecond_us;
 static constexpr useconds_t kHdStart_us = 15 * kSecond_us;
 static constexpr int kSizeLine = 50;  // characters of the directory line that are read
@@ -216,7 +210,7 @@ static void apply_configuration() {
   const int rc = Configure_System();
   puts("END Configure_System SEND_HD_CONFIGURATION!!!!!!!!!");
   if (rc != 0) return;
-  global_status = static_cast<std::uint8_t>(kStatusInitial | (global_status & kStatusKeptBits));
+  global_status = static_cast<std::uint8_t>(kStatusInitial | (global_status & kStatusRestarts));
   usleep(sd_decoder_selected() ? kSdStart_us : kHdStart_us);
   config_sys = 1;
 }
@@ -226,7 +220,7 @@ static void send_hd_configuration(FILE* link) {
   hold_service();
   usleep(kHoldSettle_us);
   const std::int32_t f_size = get_file_size(link);
-  usleep(kSizeSettle_us);
+  usleep(100 * kMillisecond_us);
   if (f_size < kSmallestConfiguration) {
     // Nothing is released: the service holds until a configuration arrives.
     printf("error file size %d\n", f_size);
@@ -235,7 +229,7 @@ static void send_hd_configuration(FILE* link) {
   printf("f_size = %i (%x)\n", f_size, static_cast<unsigned>(f_size));
   get_file(link, f_size);
   shared_set(&SharedBlock::do_fpga_restart, 0);
-  usleep(kStoreSettle_us);
+  usleep(kSecond_us);
   if (stored_configuration_size() != f_size) {
     puts("error!! hd.ini wrong size - need reset from MELK");
     wrong_size_flag = 1;
@@ -320,15 +314,13 @@ static void delete_logs(FILE* /*link*/) {
 
 // --- software update -----------------------------------------------------
 
-static constexpr useconds_t kUpdateSettle_us = 3 * kSecond_us;
-
 // `encode` stays on hold afterwards: the next configuration releases it.
 static void receive_update(FILE* link, void (*receive)(FILE*, std::int32_t)) {
   hold_service();
   const std::int32_t f_size = get_file_size(link);
   printf("f_size = %i (%x)\n", f_size, static_cast<unsigned>(f_size));
   receive(link, f_size);
-  usleep(kUpdateSettle_us);
+  usleep(3 * kSecond_us);
   SystemOnUpdate = 0;
 }
 
@@ -388,6 +380,8 @@ static constexpr HostCommand kHostCommands[] = {
     {43, "NEW_UPDATE_VERSION", "size; the archive comes through the FPGA", new_update_version},
 };
 
+std::span<const HostCommand> host_commands() { return kHostCommands; }
+
 const HostCommand* find_host_command(std::uint8_t code) {
   for (const HostCommand& row : kHostCommands) {
     if (row.code == code) return &row;
@@ -408,30 +402,16 @@ static void open_fpga_registers() {
 
 // Empties hd.ini: a board starts without a configuration until the host sends
 // one. The handle stays open.
-static void empty_configuration() {
-  const FILE* configuration = fopen(kHdIniPath, "wb");
-  static_cast<void>(configuration);
-}
-
-static void take_command(FILE* link) {
-  std::uint8_t code = 0;
-  if (read_spi_slave(link, &code, 1) == 0) return;
-  const HostCommand* command = find_host_command(code);
-  if (command != nullptr) command->handler(link);
-}
+static void empty_configuration() { std::ignore = fopen(kHdIniPath, "wb"); }
 
 static std::intptr_t serve_host(FILE* link, FILE* led) {
   for (int action = kLine83Low;; action ^= kLedFlip) {
     if (line_action(led, action, 0) != 0) return kResultLedFailed;
-    switch (wait_link(link)) {
-      case LinkWait::kError:
-        return kResultEnded;
-      case LinkWait::kTimeout:
-        break;
-      case LinkWait::kReadable:
-        take_command(link);
-        break;
-    }
+    std::uint8_t code = 0;
+    const LinkWait wait = wait_byte(link, 1, &code);
+    if (wait == LinkWait::kError) return kResultEnded;
+    const HostCommand* command = wait == LinkWait::kByte ? find_host_command(code) : nullptr;
+    if (command != nullptr) command->handler(link);
   }
 }
 

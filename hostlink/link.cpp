@@ -37,43 +37,38 @@ static int wait_readable(int fd) {
   return ready;
 }
 
-LinkWait wait_link(FILE* link) {
+LinkWait wait_byte(FILE* link, std::size_t ask, std::uint8_t* byte) {
   const int ready = wait_readable(fileno(link));
   if (ready < 0) {
     puts("SPI: select error");
     return LinkWait::kError;
   }
-  return ready == 0 ? LinkWait::kTimeout : LinkWait::kReadable;
-}
-
-// One meaningful byte per transfer: the others of the same read are dropped.
-// Returns false when the read brought nothing.
-static bool take_first_byte(FILE* link, std::uint8_t* byte) {
+  if (ready == 0) return LinkWait::kTimeout;
   std::uint8_t scratch[kLinkReadSize];
-  if (read_spi_slave(link, scratch, sizeof scratch) == 0) return false;
+  if (read_spi_slave(link, scratch, ask) == 0) return LinkWait::kNothing;
   *byte = scratch[0];
-  return true;
+  return LinkWait::kByte;
 }
 
-// Waits without limit for one byte. Returns false on a wait error.
-static bool receive_byte(FILE* link, const char* silence, std::uint8_t* byte) {
+bool receive_byte(FILE* link, std::size_t ask, const char* silence, std::uint8_t* byte) {
   for (;;) {
-    switch (wait_link(link)) {
+    switch (wait_byte(link, ask, byte)) {
       case LinkWait::kError:
         return false;
       case LinkWait::kTimeout:
-        puts(silence);
+        if (silence != nullptr) puts(silence);
         break;
-      case LinkWait::kReadable:
-        if (take_first_byte(link, byte)) return true;
+      case LinkWait::kNothing:
         break;
+      case LinkWait::kByte:
+        return true;
     }
   }
 }
 
 int await_byte(FILE* link, const char* silence) {
   std::uint8_t byte = 0;
-  return receive_byte(link, silence, &byte) ? byte : 0;
+  return receive_byte(link, kLinkReadSize, silence, &byte) ? byte : 0;
 }
 
 int get_byte(FILE* link) { return await_byte(link, kLinkSilence); }
@@ -82,7 +77,7 @@ std::int32_t get_int_number(FILE* link) {
   std::uint32_t value = 0;
   for (int count = 0; count < kIntegerBytes; ++count) {
     std::uint8_t byte = 0;
-    if (!receive_byte(link, kLinkSilence, &byte)) return 0;
+    if (!receive_byte(link, kLinkReadSize, kLinkSilence, &byte)) return 0;
     usleep(kIntegerBytePause_us);
     value = value << 8 | byte;
   }
@@ -93,20 +88,19 @@ std::int32_t get_file_size(FILE* link) { return get_int_number(link); }
 
 int get_byte_send_byte(FILE* link, std::uint8_t byte) {
   for (;;) {
-    switch (wait_link(link)) {
+    std::uint8_t poll = 0;
+    switch (wait_byte(link, kLinkReadSize, &poll)) {
       case LinkWait::kError:
-        return 0;  // the callers take it for success, and shall
+        return 0;  // required: the callers cannot tell it from success
       case LinkWait::kTimeout:
         puts("SPI: No data for XX seconds (get_byte_send_byte func)...");
         return -1;
-      case LinkWait::kReadable: {
-        std::uint8_t poll = 0;
-        if (take_first_byte(link, &poll) && poll == kHostPollByte) {
-          fwrite(&byte, 1, 1, link);
-          return 0;
-        }
+      case LinkWait::kNothing:
         break;
-      }
+      case LinkWait::kByte:
+        if (poll != kHostPollByte) break;
+        fwrite(&byte, 1, 1, link);
+        return 0;
     }
   }
 }

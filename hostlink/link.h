@@ -15,14 +15,20 @@ inline constexpr std::size_t kLinkReadSize = 32;     // asked for by each read o
 inline constexpr std::uint8_t kHostPollByte = 0xA5;  // the host wants one byte of an answer
 inline constexpr char kLinkSilence[] = "SPI: No data for XX seconds...";
 
-enum class LinkWait { kReadable, kTimeout, kError };
+// What one wait for a byte came to.
+enum class LinkWait { kByte, kNothing, kTimeout, kError };  // kNothing: an empty read
 
 // Opens the device unbuffered and non-blocking. Returns null (with a message)
 // when it cannot be opened.
 FILE* open_link();
 
-// Waits up to 15 s until the link is readable. An error is reported here.
-LinkWait wait_link(FILE* link);
+// Waits up to 15 s and reads up to `ask` bytes (at most kLinkReadSize), of which the
+// first is taken and the others are dropped. An error of the wait is reported here.
+LinkWait wait_byte(FILE* link, std::size_t ask, std::uint8_t* byte);
+
+// wait_byte again and again until a byte comes; each silent wait is reported with
+// `silence`, if any. Returns false after an error of the wait.
+bool receive_byte(FILE* link, std::size_t ask, const char* silence, std::uint8_t* byte);
 
 // The first byte of the next non-empty read, 0..255, after any number of silent
 // waits, each reported with `silence`. 0 after a wait error.

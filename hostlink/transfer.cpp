@@ -14,16 +14,12 @@
 #include "hw/fpga.h"
 #include "hw/fpga_registers.h"
 #include "hw/shell.h"
-#include "hw/spi_slave.h"
 #include "hw/time_units.h"
 
 static constexpr char kUpdateArchive[] = "/home/tovin/tmp/new_hd_version.tar.gz";
 static constexpr char kSuccessMarker[] = "/home/tovin/tmp/success.txt";
 
-static constexpr useconds_t kConfigurationSettle_us = 3 * kSecond_us;
-static constexpr useconds_t kArchiveSettle_us = kSecond_us;
 static constexpr useconds_t kFifoStartPause_us = 100;
-static constexpr useconds_t kRestorePause_us = kMillisecond_us;
 
 static constexpr std::int32_t kFifoWordBytes = 2;
 static constexpr std::size_t kBufferSlack = 4;  // room for the extra word of an odd archive
@@ -39,18 +35,8 @@ static void write_whole(FILE* file, const std::uint8_t* buffer, std::int32_t siz
 // Every byte the host sends is file data: no answers, no polls. Waits without
 // limit. Returns false on a wait error.
 static bool receive_bytes(FILE* link, std::uint8_t* buffer, std::int32_t size) {
-  std::int32_t received = 0;
-  while (received < size) {
-    switch (wait_link(link)) {
-      case LinkWait::kError:
-        return false;
-      case LinkWait::kTimeout:
-        puts(kLinkSilence);
-        break;
-      case LinkWait::kReadable:
-        if (read_spi_slave(link, &buffer[received], 1) == 1) ++received;
-        break;
-    }
+  for (std::int32_t i = 0; i < size; ++i) {
+    if (!receive_byte(link, 1, kLinkSilence, &buffer[i])) return false;
   }
   return true;
 }
@@ -72,7 +58,7 @@ void get_file(FILE* link, std::int32_t size) {
   // After a wait error the file stays open and empty.
   if (receive_bytes(link, buffer, size)) {
     write_whole(file, buffer, size);
-    usleep(kConfigurationSettle_us);
+    usleep(3 * kSecond_us);
     fclose(file);
   }
   free(buffer);
@@ -125,7 +111,7 @@ void get_upgrate_file(FILE* link, std::int32_t size) {
   }
   const int write_fleg_ok = 1;
   write_whole(update.archive, update.buffer, size);
-  usleep(kArchiveSettle_us);
+  usleep(kSecond_us);
   fclose(update.archive);
   free(update.buffer);
   printf("SPI fread write_fleg_ok=%d, total=%d, f_size %d \n", write_fleg_ok, size, size);
@@ -182,7 +168,7 @@ void new_get_upgrate_file(FILE* /*link*/, std::int32_t size) {
   printf("last = %d  f_size/%d=%d i=%d\n", odd, kFifoWordBytes, size / kFifoWordBytes, fifo.offset);
 
   if (fifo.complete) write_whole(update.archive, update.buffer, size);
-  usleep(kArchiveSettle_us);
+  usleep(kSecond_us);
   fclose(update.archive);
   free(update.buffer);
   printf("FPGA  write_fleg_ok=%d, total=%d, f_size %d \n", fifo.complete ? 1 : 0, fifo.offset,
@@ -202,11 +188,11 @@ int GetSuccessFileUpdate() {
 int restor_from_manufacture() {
   puts("Extract the from manufacture file");
   run_shell("tar -xvzf tmp/new_hd_version_master.tar.gz -C tmp/");
-  usleep(kRestorePause_us);
+  usleep(kMillisecond_us);
   puts("copy file to work dir");
   run_shell("chmod +x *");
   run_shell("chmod +x *.*");
   run_shell("tmp/./update.sh");
-  usleep(kRestorePause_us);
+  usleep(kMillisecond_us);
   return system("ls -l tmp/");
 }

@@ -6,7 +6,6 @@
 #include "hostlink/link.h"
 #include "hw/i2capi.h"
 #include "hw/shared_memory_davinci.h"
-#include "hw/spi_slave.h"
 #include "state/service_flags.h"
 
 struct LogPaths {
@@ -118,28 +117,16 @@ int send_log_file(std::int32_t size, FILE* link, int selector) {
   return 0;
 }
 
-// One parameter byte of READ_REG; silent waits repeat without a word. Returns
-// false on a wait error.
-static bool receive_parameter(FILE* link, std::uint8_t* byte) {
-  for (;;) {
-    const LinkWait wait = wait_link(link);
-    if (wait == LinkWait::kError) return false;
-    if (wait == LinkWait::kReadable && read_spi_slave(link, byte, 1) == 1) return true;
-  }
-}
-
 // Each call leaves its second link stream open; failures leave the bus open too.
 int read_reg() {
-  const int fd = init_i2c(kBoardI2cBus);
-  if (fd < 0) {
-    puts("Cannot access I2C device2 ");
-    return -1;
-  }
+  const int fd = open_i2c("Cannot access I2C device2 ");
+  if (fd < 0) return -1;
   FILE* link = open_link();
   if (link == nullptr) return -2;
   std::uint8_t device = 0;  // 8-bit form
   std::uint8_t reg = 0;
-  if (!receive_parameter(link, &device) || !receive_parameter(link, &reg)) return 0;
+  // Silent waits repeat without a word.
+  if (!receive_byte(link, 1, nullptr, &device) || !receive_byte(link, 1, nullptr, &reg)) return 0;
   std::uint8_t value = 0;
   if (i2c_readbyte(fd, device >> 1, reg, &value) < 0) {
     puts("Error i2c_readbyte2");

@@ -26,8 +26,9 @@ int send_log_file(std::int32_t size, FILE* link, int selector);
 int read_reg();
 
 // Sends the six AC-3 descriptor bytes, last first, and copies each into the
-// shared block. Returns 0 or -1.
+// shared block. Returns 0 or -1. No caller; bench interface.
 int get_byte_send_ac3_params(FILE* link);
 
-// The next byte from the host, as get_byte with its own silence message.
+// The next byte from the host, as get_byte with its own silence message. No caller;
+// bench interface.
 int get_logfile_number_to_send(FILE* link);

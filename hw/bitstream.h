@@ -15,5 +15,5 @@ int fpgaLoadBitstream(const char* path);
 void swapp(std::uint8_t* buffer, int length);
 
 // Sends a data file byte by byte. Returns 0 done, 1 device not opened, 2 file
-// not opened. The device stream stays open.
+// not opened. The device stream stays open. No caller; bench interface.
 int WriteFileToFpga(const char* path);

@@ -1,5 +1,6 @@
-// FPGA register access: the only place that issues register requests on
-// "/dev/fpga", and the owner of its reset sequence.
+// FPGA register access: the register requests on the stream that all threads
+// share, and the reset sequence. Bench commands issue requests on streams of their
+// own beside it.
 #include "hw/fpga.h"
 
 #include <sys/ioctl.h>
@@ -64,7 +65,6 @@ std::uint32_t GetValue32(int low_address, int high_address) {
 // --- reset and start-up defaults -----------------------------------------
 
 static constexpr useconds_t kResetSettle_us = 10 * kMillisecond_us;
-static constexpr useconds_t kResetHold_us = kSecond_us;
 
 void reset_fpga_path() {
   SetValue(kRegReset, 1);
@@ -72,7 +72,7 @@ void reset_fpga_path() {
   SetValue(kRegDspAudioEnable, 0);
   SetValue(kRegAc3Control, 0);
   SetValue(kRegAudioControl, 0);
-  usleep(kResetHold_us);
+  usleep(kSecond_us);
   SetValue(kRegReset, 0);
   usleep(kResetSettle_us);
 }

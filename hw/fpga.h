@@ -70,7 +70,7 @@ unsigned GetValue(int address);
 int SetValue(int address, int value);
 
 // Reads count units into buffer. Returns the low 16 bits of the count the
-// driver left in the record, or 0 on failure.
+// driver left in the record, or 0 on failure. No caller; bench interface.
 int GetArray(int address, unsigned count, void* buffer);
 
 // Writes count units from buffer. Returns the request's result.

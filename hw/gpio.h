@@ -34,5 +34,5 @@ int line_action(FILE* device, int line, std::int32_t word);
 int prog_gpio(int line);
 
 // Drives an exported sysfs GPIO output; any non-zero value sets it high.
-// Returns the result of closing its value file.
+// Returns the result of closing its value file. No caller; bench interface.
 int SetNewGpio(int gpio, int value);

@@ -1,8 +1,5 @@
 // I2C transactions on the i2c-dev devices, and the semaphore set that would
 // serialise the bus and the status record between processes.
-//
-// Nothing takes the semaphores today: every transaction is one I2C_RDWR call,
-// which the kernel keeps whole by itself.
 #include "hw/i2capi.h"
 
 #include <fcntl.h>
@@ -70,6 +67,14 @@ int init_i2c(int bus) {
   snprintf(path, sizeof path, "/dev/i2c-%d", bus);
   return open(path, O_RDWR);
 }
+
+int open_i2c(const char* message) {
+  const int fd = init_i2c(kBoardI2cBus);
+  if (fd < 0) puts(message);
+  return fd;
+}
+
+int close_i2c(int fd) { return fd < 0 ? -1 : close(fd); }
 
 static constexpr int kSubaddrRoom = 1024;  // longest sub-address that a message counts
 
@@ -144,6 +149,23 @@ int i2c_readbyte(int fd, int addr, int reg, std::uint8_t* buf) {
 int i2c_writebyte(int fd, int addr, int reg, int value) {
   const auto byte = static_cast<std::uint8_t>(value);
   return i2c_writeblk(fd, addr, reg, 1, 1, &byte);
+}
+
+std::uint8_t read_register(int fd, int addr, int reg) {
+  std::uint8_t byte = 0;
+  i2c_readbyte(fd, addr, reg, &byte);
+  return byte;
+}
+
+std::uint8_t refresh_register(int fd, int addr, int reg, Relaxed<std::uint8_t>* kept) {
+  std::uint8_t byte = *kept;
+  i2c_readbyte(fd, addr, reg, &byte);
+  *kept = byte;
+  return byte;
+}
+
+void write_registers(int fd, int addr, std::span<const RegisterValue> rows) {
+  for (const RegisterValue& row : rows) i2c_writebyte(fd, addr, row.reg, row.value);
 }
 
 int i2c_writeblkX(int fd, int addr, int value) {

@@ -8,8 +8,8 @@
 
 SharedBlock* shared_memory = nullptr;
 
-// A failed get is reported and the attach is tried all the same: it then fails
-// by itself and gives the message that ends the start-up.
+// A failed get is reported and the attach goes on: it then fails by itself and
+// gives the message that ends the start-up.
 static bool attach_block() {
   const int id = shmget(kSharedKey, kSharedSize, kSharedFlags);
   if (id < 0) printf("Error, cannot create shared memory!!! (errno=%d)\n", errno);

@@ -18,60 +18,62 @@ inline constexpr std::uint32_t kSharedHeader = 308;
 using SharedWord = Relaxed<std::int32_t>;
 using SharedByte = Relaxed<std::uint8_t>;
 
+// Written by the service unless a field says "from encode". Words without a unit
+// go to `encode` as they are configured.
 struct SharedBlock {
   SharedWord header;           //   0  308
   SharedWord magic;            //   4  "MELK"
   SharedWord header_zero;      //   8  0
-  SharedWord videoStd;         //  12  video standard code
-  SharedWord input_channel;    //  16  active video input; 4 is the SD decoder
+  SharedWord videoStd;         //  12  video standard code, "mpgVidRes"
+  SharedWord input_channel;    //  16  active video channel, see SetInputMuxCH
   SharedWord video_bitrate;    //  20  bit/s
-  SharedByte file_suffix[8];   // 24  ".mpeg2" or ".264", NUL-terminated (7 bytes used)
-  SharedWord reserved_32[2];   // 32
-  SharedWord do_fpga_restart;  // 40 1 while the FPGA path is (re)configured or stopped
-  SharedWord SampleRate;       // 44 audio sample-rate period
-  SharedByte audio_enable;     // 48 "inAudioEnable"; 1 after the host's stop-audio
+  SharedByte file_suffix[8];   //  24  ".mpeg2" or ".264", NUL-terminated (7 bytes used)
+  SharedWord reserved_32[2];   //  32
+  SharedWord do_fpga_restart;  //  40  1 while the FPGA path is (re)configured or stopped
+  SharedWord SampleRate;       //  44  audio sample period: 2880 48 kHz, 4320 32 kHz
+  SharedByte audio_enable;     //  48  inAudioEnable at the launch; 1 after STOP_AUDIO
   SharedByte reserved_49[3];
-  SharedWord encoder_running;  // 52 cleared before each launch
-  SharedWord launch_zero;      // 56 cleared before each launch
-  SharedWord VidCodec;         // 60 copy of fpgaregs.VidCodec
-  SharedByte clock_text[16];   // 64 host clock text, NUL-terminated (13 bytes used)
+  SharedWord encoder_running;  //  52  0 before each launch; 1 from encode
+  SharedWord launch_zero;      //  56  0 before each launch
+  SharedWord VidCodec;         //  60  1 MPEG-2, any other value H.264
+  SharedByte clock_text[16];   //  64  the host's clock, 12 characters and NUL
   SharedWord reserved_80;
-  SharedByte frame_rate_code;  // 84
+  SharedByte frame_rate_code;  //  84  2 to 10, by "mpgVidRes"
   SharedByte reserved_85[3];
-  SharedWord vbr;             // 88
-  SharedByte hd_ac3_desc[6];  // 92 AC-3 descriptor values
+  SharedWord vbr;             //  88
+  SharedByte hd_ac3_desc[6];  //  92  AC-3 descriptor, see Ac3Descriptor
   SharedByte reserved_98[2];
-  SharedWord spts;               // 100 single-program transport stream setting
-  SharedWord offset_x;           // 104
-  SharedWord offset_y;           // 108
-  SharedWord status_bitrate;     // 112 status file: video bit rate
-  SharedByte status_frame_rate;  // 116 status file: frames per second
+  SharedWord spts;               // 100  as SET_SPTS sends it
+  SharedWord offset_x;           // 104  pixels
+  SharedWord offset_y;           // 108  lines
+  SharedWord status_bitrate;     // 112  from encode, as are the next five
+  SharedByte status_frame_rate;  // 116  frames/s
   SharedByte reserved_117[3];
-  SharedWord status_video_std;     // 120 status file: video standard code
-  SharedWord status_width;         // 124
-  SharedWord status_height;        // 128
+  SharedWord status_video_std;     // 120  code of the status file
+  SharedWord status_width;         // 124  pixels
+  SharedWord status_height;        // 128  lines
   SharedWord status_vbr;           // 132
-  SharedWord bytes_per_frame_ac3;  // 136
-  SharedWord audio_configured;     // 140 1 after each AC-3 set-up
-  SharedWord AudioInput;           // 144 copy of fpgaregs.AudioInput
-  SharedWord audio_start;          // 148 1 skips the audio phase of the level capture
-  SharedWord encode_version;       // 152
-  SharedByte closed_caption;       // 156 1 when "vbiMode" is 5
+  SharedWord bytes_per_frame_ac3;  // 136  0 without a known frame size
+  SharedWord audio_configured;     // 140  1 after each AC-3 set-up
+  SharedWord AudioInput;           // 144  copy of fpgaregs.AudioInput
+  SharedWord audio_start;          // 148  from encode; 1 skips the audio phase of the capture
+  SharedWord encode_version;       // 152  from encode
+  SharedByte closed_caption;       // 156  1 when "vbiMode" is 5
   SharedByte reserved_157[3];
-  SharedWord brightness;      // 160
-  SharedWord contrast;        // 164
-  SharedWord encode_alive;    // 168 1 while `encode` runs
-  SharedWord statistics[22];  // 172..256 copied into the host status record
-  SharedWord frame_div;       // 260
-  SharedWord frame_mult;      // 264
-  SharedWord eb_mode;         // 268
-  SharedWord eb_delay;        // 272
-  SharedWord statistics2[3];  // 276..284 copied into the host status record
-  SharedWord null_disable;    // 288
-  SharedWord gop_size;        // 292
-  SharedWord idr;             // 296
-  SharedWord bufferconst;     // 300
-  SharedWord interlace_flag;  // 304
+  SharedWord brightness;      // 160  0 to 255
+  SharedWord contrast;        // 164  0 to 247
+  SharedWord encode_alive;    // 168  0 before each apply; 1 from encode while it runs
+  SharedWord statistics[22];  // 172..256  from encode, copied into the host's status record
+  SharedWord frame_div;       // 260  1 to 100
+  SharedWord frame_mult;      // 264  1 to 100
+  SharedWord eb_mode;         // 268  0 or 1
+  SharedWord eb_delay;        // 272  0 to 10000
+  SharedWord statistics2[3];  // 276..284  as statistics
+  SharedWord null_disable;    // 288  0 or 1
+  SharedWord gop_size;        // 292  frames, 0 to 10000
+  SharedWord idr;             // 296  frames, 0 to 10000
+  SharedWord bufferconst;     // 300  1 to 1000
+  SharedWord interlace_flag;  // 304  0 or 1
   SharedByte reserved_308[kSharedSize - 308];
 };
 
@@ -130,11 +132,12 @@ extern SharedBlock* shared_memory;
 std::int64_t get_shm_key();
 
 // Attaches the segment and checks the magic word instead of writing it.
-// Returns 0 when it is there, -1 (with a message) otherwise.
+// Returns 0 when it is there, -1 (with a message) otherwise. No caller; bench
+// interface.
 int initial_shered_mem();
 
-// Field access that bears a block that is not attached, as in bench commands:
-// reads give 0, stores are skipped.
+// Access to a field. A block that is not attached, as in bench commands, is
+// tolerated: reads give 0, stores are skipped.
 template <class T>
 T shared_get(Relaxed<T> SharedBlock::*field) {
   return shared_memory == nullptr ? T{0} : (shared_memory->*field).load();

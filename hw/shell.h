@@ -1,11 +1,9 @@
-// Shell commands of the host link and the supervision.
+// Shell commands of the service.
 #pragma once
 
 #include <cstdlib>
+#include <tuple>
 
-// Runs a command for its effect. Its exit status tells nobody anything: the
-// host learns success from what the command left behind.
-inline void run_shell(const char* command) {
-  const int ignored = system(command);
-  static_cast<void>(ignored);
-}
+// Runs a command for its effect. Its exit status is not looked at: the host learns
+// success from what the command left behind.
+inline void run_shell(const char* command) { std::ignore = system(command); }

@@ -1,6 +1,7 @@
 // Register dump: counters, frame rate, drift and running time of the stream.
 #include "supervision/fpga_dump.h"
 
+#include <algorithm>
 #include <cstdint>
 #include <cstdio>
 #include <limits>
@@ -8,9 +9,9 @@
 #include "hw/fpga.h"
 #include "hw/fpga_registers.h"
 #include "hw/shared_memory_davinci.h"
+#include "state/fpgaregs.h"
 #include "state/service_flags.h"
 
-static constexpr std::int32_t kRatedCodec = 1;  // codec selector with an output-rate line
 static constexpr std::int32_t kRatedStandards[] = {12, 13};
 
 static constexpr int kMinutesAnHour = 60;
@@ -25,9 +26,8 @@ static std::int64_t integer_part(float x) {
 }
 
 static int saturate(std::int64_t x) {
-  if (x > std::numeric_limits<int>::max()) return std::numeric_limits<int>::max();
-  if (x < std::numeric_limits<int>::min()) return std::numeric_limits<int>::min();
-  return static_cast<int>(x);
+  using Int = std::numeric_limits<int>;
+  return static_cast<int>(std::clamp<std::int64_t>(x, Int::min(), Int::max()));
 }
 
 // Frames a second; without a measured period it is infinite.
@@ -37,7 +37,7 @@ static float frame_rate(std::uint32_t period) {
 }
 
 static bool has_output_rate() {
-  if (shared_get(&SharedBlock::VidCodec) != kRatedCodec) return false;
+  if (shared_get(&SharedBlock::VidCodec) != kCodecMpeg2) return false;
   const std::int32_t standard = shared_get(&SharedBlock::videoStd);
   return standard == kRatedStandards[0] || standard == kRatedStandards[1];
 }

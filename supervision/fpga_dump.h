@@ -1,4 +1,4 @@
-// The FPGA register dump.
+// Register dump of the supervision.
 #pragma once
 
 // Takes a snapshot of the counters and prints it with the frame rate, the drift

@@ -36,8 +36,9 @@ int monitor_input() {
 }
 
 int read_audio_flag() {
-  if (fpgaregs.inAudioEnable == 1) return 0;
-  return fpgaregs.AudioInput == 1 ? audio_monitor_4192(kDix4192ReceiverControl) : 1;
+  if (fpgaregs.inAudioEnable == kAudioDisabled) return 0;
+  return fpgaregs.AudioInput == kAudioInputDigital ? audio_monitor_4192(kDix4192ReceiverControl)
+                                                   : 1;
 }
 
 std::uint32_t read_frame_period() { return GetValue32(kRegVsRateLow, kRegVsRateHigh); }

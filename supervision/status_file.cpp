@@ -9,13 +9,12 @@
 
 #include "hw/shared_memory_davinci.h"
 #include "hw/time_units.h"
-#include "state/service_flags.h"
 
 static constexpr char kStatusFile[] = "monitor.txt";  // in the working directory
 static constexpr useconds_t kPassSleep_us = 5 * kSecond_us;
-static constexpr useconds_t kStartSettle_us = 100 * kMillisecond_us;
 static constexpr int kPassesPerFile = 5;
 
+Relaxed<std::int32_t> SystemMonitorStatus;
 static pthread_t pMonitorThread;
 
 struct StandardLine {
@@ -76,7 +75,7 @@ void StartSystemMonitoring() {
   if (pthread_create(&pMonitorThread, nullptr, SystemMonitoring, nullptr) == 0) {
     pthread_detach(pMonitorThread);
   }
-  usleep(kStartSettle_us);
+  usleep(100 * kMillisecond_us);
 }
 
 void StopSystemMonitoring() {

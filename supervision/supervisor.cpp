@@ -23,15 +23,12 @@
 #include "state/service_flags.h"
 #include "supervision/fpga_dump.h"
 #include "supervision/health.h"
+#include "supervision/restart_causes.h"
 #include "video/capture.h"
 #include "video/tvp7002.h"
 
 static constexpr useconds_t kCycleSleep_us = 500 * kMillisecond_us;
-static constexpr useconds_t kInputSettle_us = kSecond_us;
-static constexpr useconds_t kAlivePoll_us = kMillisecond_us;
 static constexpr useconds_t kDspResetPulse_us = 10;
-static constexpr useconds_t kKillSettle_us = 5 * kSecond_us;
-static constexpr useconds_t kRelaunchSettle_us = 15 * kSecond_us;
 
 static constexpr int kAlivePolls = 3001;           // about 3 s
 static constexpr std::uint32_t kDumpCycle = 10;    // register dump
@@ -44,73 +41,17 @@ static constexpr unsigned kFarAway = 16;           // from the captured video le
 static constexpr std::uint16_t kLowestLevel = 11;  // that the capture takes
 static constexpr std::uint8_t kRestartLimit = 6;   // restarts counted one by one
 static constexpr std::uint8_t kRestartSaturated = 7;
-static constexpr std::uint8_t kStallPenalty = 4;    // a stalled video buffer weighs more
-static constexpr int kEncodeRunning = 0x01;         // bit of global_status
-static constexpr std::uint8_t kAudioPathDsp = 2;    // of fpgaregs.AudioInput
-static constexpr std::uint8_t kAudioEnableDsp = 2;  // of fpgaregs.inAudioEnable
+static constexpr std::uint8_t kStallPenalty = 4;  // a stalled video buffer weighs more
 
-// Phases of the level capture, kept in status_init_flag.
-enum CapturePhase : std::uint8_t { kCaptureVideo = 0, kCaptureAudio = 1, kCaptured = 2 };
-
-// Detail bits of status_vantorig1.
-static constexpr std::uint8_t kDetailNoVideo = 0x02;
-static constexpr std::uint8_t kDetailNoAudio = 0x08;
-
-// Bits of fpga_monitor_flags above the two state bits.
-static constexpr int kFlagNoVideoBuffer = 4;
-static constexpr int kFlagNoInput = 8;
-static constexpr int kFlagNoAudio = 16;
-static constexpr int kFlagNoAudioAtStart = 32;
-static constexpr int kFlagI2cError = 64;
-
-// --- restart causes ------------------------------------------------------
-
-enum RestartCause {
-  kVideoOverflow,
-  kAudioOverflow,
-  kAudioOverflowNoInput,
-  kVideoStalled,
-  kAudioMissing,
-  kAudioAppeared,
-  kInputBack,
-  kInputFrozen,
-  kLevelFarAway,
-  kRestartCauses
-};
-
-struct CauseRow {
-  RestartCause cause;
-  std::uint8_t code;
-  const char* message;  // with its line end, if it has one
-};
-
-static constexpr CauseRow kCauses[kRestartCauses] = {
-    {kVideoOverflow, 0x81, "RESTART - video buffer overflow!!\n"},
-    {kAudioOverflow, 0x82, "RESTART - audio buffer overflow!!\n"},
-    {kAudioOverflowNoInput, 0x82, "restart!! - audio ovf!!!\n"},
-    {kVideoStalled, 0x83, "tvp is o.k. , and There is no video_buf\n"},
-    {kAudioMissing, 0x84, "RESTART!! - no audio!!\n"},
-    {kAudioAppeared, 0x84, "audio after no audio!!\n"},
-    {kInputBack, 0x85, "restart - tvp is back!!\n"},
-    {kInputFrozen, 0x86, "restart!! - no_tvp"},
-    {kLevelFarAway, 0x87, "restart - video_buf is far away from vid_buf_init\n"},
-};
-
-static constexpr bool causes_in_order() {
-  for (int i = 0; i < kRestartCauses; ++i) {
-    if (kCauses[i].cause != i) return false;
-  }
-  return true;
-}
-static_assert(causes_in_order());
-
-static constexpr int kCauseBits = 0x07;  // of status_vantorig; 0 while no cause is held
+Relaxed<std::uint8_t> status_init_flag;
+Relaxed<std::uint8_t> status_vantorig1;
+Relaxed<std::uint8_t> i2c_error_flag;
 
 // The first cause since the host cleared the status is the one kept.
-static void request_restart(RestartCause cause) {
+static void request_restart(const RestartCause& cause) {
   monitor_state = kMonitorRestart;
-  fputs(kCauses[cause].message, stdout);
-  if ((status_vantorig & kCauseBits) == 0) status_vantorig = kCauses[cause].code;
+  fputs(cause.message, stdout);
+  if ((status_vantorig & kCauseBits) == 0) status_vantorig = cause.code;
 }
 
 // --- the loop's own state ------------------------------------------------
@@ -167,7 +108,7 @@ static void wait_until_alive() {
       puts("encode is alive");
       return;
     }
-    usleep(kAlivePoll_us);
+    usleep(kMillisecond_us);
   }
   puts("timeout!! encode is dead!!");
 }
@@ -186,7 +127,7 @@ static void restart_dsp() {
   prog_gpio(kAc3DspRelease);
 }
 
-// Audio that is present shall move. The stored audio value is never renewed (it
+// Audio that is present is expected to move. The stored audio value is never renewed (it
 // stays 0); the video value is carried in its place.
 static void check_audio_moves() {
   if (read_audio_overall() == loop.previous_audio_overall) {
@@ -201,7 +142,7 @@ static void check_audio_moves() {
 // The counter outlives the restart it asks for: as long as the audio settings
 // stay, every supervised cycle asks again.
 static void check_audio() {
-  if (fpgaregs.AudioInput != kAudioPathDsp || fpgaregs.inAudioEnable != kAudioEnableDsp) return;
+  if (fpgaregs.AudioInput != kAudioInputDsp || fpgaregs.inAudioEnable != kAudioEnabled) return;
   if (loop.audio_missing >= kAudioMissingLimit) {
     restart_dsp();
     request_restart(kAudioMissing);
@@ -234,7 +175,7 @@ static void check_video() {
 
 static void check_input() {
   const int rc = monitor_input();
-  usleep(kInputSettle_us);
+  usleep(kSecond_us);
   i2c_error_flag = 0;
   loop.tvp_ok = rc == 0;
 }
@@ -293,7 +234,7 @@ static void print_status_record() {
 }
 
 static void publish_flags() {
-  int flags = global_monitor_state % 4;
+  int flags = global_monitor_state & kFlagState;
   if (!loop.vid_buf_ok) flags |= kFlagNoVideoBuffer;
   if (!loop.tvp_ok) flags |= kFlagNoInput;
   if (loop.aud_ok == 0) flags |= kFlagNoAudio;
@@ -378,7 +319,7 @@ static void report_healthy() {
 
 static void lose_input() {
   monitor_state = kMonitorNoInput;
-  global_status = static_cast<std::uint8_t>(global_status & ~kEncodeRunning);
+  global_status = static_cast<std::uint8_t>(global_status & ~kStatusEncode);
 }
 
 static void give_up_stalled_video() {
@@ -405,7 +346,7 @@ static void decide() {
 
 static void watch() {
   capture_levels();
-  if (fpgaregs.AudioInput == kAudioPathDsp) start_bf_st = 1;
+  if (fpgaregs.AudioInput == kAudioInputDsp) start_bf_st = 1;
   decide();
 }
 
@@ -446,21 +387,21 @@ static void clear_for_restart() {
 static void kill_encode() {
   run_shell("killall encode");
   run_shell("killall encode");
-  usleep(kKillSettle_us);
+  usleep(5 * kSecond_us);
 }
 
 // The host sees the number of restarts in the low bits of its status byte.
 static void count_restart() {
   loop.restarts = loop.restarts > kRestartLimit ? kRestartSaturated
                                                 : static_cast<std::uint8_t>(loop.restarts + 1);
-  global_status =
-      static_cast<std::uint8_t>((global_status & 0xF0) | (loop.restarts * 2) | kStatusInitial);
+  global_status = static_cast<std::uint8_t>((global_status & kStatusSignature) |
+                                            (loop.restarts * 2) | kStatusInitial);
 }
 
 static void apply_configuration_again() {
-  if (shared_get(&SharedBlock::input_channel) == kChannelComposite) SetInputMux(kChannelComposite);
+  if (shared_get(&SharedBlock::input_channel) == kChannelComposite) SetInputMux(kCaptureComposite);
   Configure_System();
-  usleep(kRelaunchSettle_us);
+  usleep(15 * kSecond_us);
 }
 
 static void restart() {

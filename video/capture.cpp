@@ -1,5 +1,5 @@
-// Owns the capture device: every request on "/dev/video0" that selects an input,
-// asks for the standard or moves the picture.
+// The capture device: opening it, its input, the detected standard, and the
+// registers that move the picture.
 #include "video/capture.h"
 
 #include <fcntl.h>
@@ -12,29 +12,24 @@
 
 #include "hw/time_units.h"
 
-namespace {
-
 struct StandardBit {
   int bit;  // in the 64-bit standard mask, 0 = least significant
   int number;
 };
 
-constexpr StandardBit kStandardBits[] = {
+static constexpr StandardBit kStandardBits[] = {
     {48, 1},  {49, 2},  {50, 3},  {51, 4},  {52, 5},  {53, 6},  {55, 9},
     {56, 10}, {57, 11}, {58, 12}, {59, 13}, {60, 14}, {61, 15},
 };
 
-constexpr useconds_t kQueryPause_us = 1;
-constexpr useconds_t kQuerySettle_us = kSecond_us;
+static constexpr useconds_t kQueryPause_us = 1;
 
-int standard_number(std::uint64_t mask) {
+static int standard_number(std::uint64_t mask) {
   for (const StandardBit& standard : kStandardBits) {
     if (mask == std::uint64_t{1} << standard.bit) return standard.number;
   }
   return 0;
 }
-
-}  // namespace
 
 int open_capture() {
   const int fd = open(kCaptureDevice, O_RDWR);
@@ -65,7 +60,7 @@ int GetSTD() {
   const int rc = ioctl(fd, VIDIOC_QUERYSTD, &mask);
   usleep(kQueryPause_us);
   if (rc < 0) puts("        Cannot ioctl  VIDIOC_QUERYSTD");
-  usleep(kQuerySettle_us);
+  usleep(kSecond_us);
   const int number = rc < 0 ? 0 : standard_number(mask);
   close_capture(fd);
   return number;

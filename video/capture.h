@@ -27,6 +27,12 @@ static_assert(sizeof(CaptureWrite) == 8);
 inline constexpr std::int32_t kIpipeVerticalOffset = 16;
 inline constexpr std::int32_t kIpipeHorizontalOffset = 24;
 
+// Inputs of the driver.
+inline constexpr int kCaptureComponent = 1;
+inline constexpr int kCaptureRgb = 3;
+inline constexpr int kCaptureComposite = 4;
+inline constexpr int kCaptureComposite577 = 5;
+
 // Opens the device read-write. Returns its descriptor, or -1 after a message.
 int open_capture();
 

@@ -17,21 +17,14 @@
 #include "video/tvp5150.h"
 #include "video/tvp7002.h"
 
-namespace {
-
 // Values of the video input key.
-constexpr int kSelectComponent = 1;
-constexpr int kSelectRgb = 2;
-constexpr int kSelectComposite = 4;
+static constexpr int kSelectComponent = 1;
+static constexpr int kSelectRgb = 2;
+static constexpr int kSelectComposite = 4;
 
-// Inputs of the capture driver.
-constexpr int kCaptureComponent = 1;
-constexpr int kCaptureRgb = 3;
-constexpr int kCaptureComposite = 4;
-constexpr int kCaptureComposite577 = 5;
-constexpr int kVideoStd577 = 577;  // composite standard with a capture input of its own
+static constexpr int kVideoStd577 = 577;  // composite standard with a capture input of its own
 
-void select_tvp7002(int input) {
+static void select_tvp7002(int input) {
   prog_gpio(kSelectTvp7002);
   printf("************** set TVP7002 SW GPIO %d ******************\n", kSelectTvp7002);
   usleep(kSecond_us);
@@ -49,7 +42,7 @@ void select_tvp7002(int input) {
   puts("************** run tvp7002 init  ******************");
 }
 
-void select_tvp5150() {
+static void select_tvp5150() {
   prog_gpio(kSelectTvp5150);
   prog_gpio(kTvp5150Reset);
   usleep(kSecond_us);
@@ -63,8 +56,6 @@ void select_tvp5150() {
   InitTVP5150();
   usleep(2 * kSecond_us);
 }
-
-}  // namespace
 
 int SetVideoInputSel(const std::int32_t* value, std::int32_t) {
   const int input = *value & 0xFF;

@@ -6,7 +6,6 @@
 #include <cstdint>
 #include <cstdio>
 
-#include "hw/i2c_registers.h"
 #include "hw/i2capi.h"
 
 Relaxed<std::int32_t> i2c_handle{-1};
@@ -14,61 +13,42 @@ Relaxed<std::uint32_t> count_st;
 Relaxed<std::uint32_t> error_count;
 Relaxed<std::uint8_t> old_data1;
 
-namespace {
-
 // Wide-screen-signalling line data.
-constexpr std::uint8_t WSS_ARRAY[] = {0xAA, 0x2A, 0xFF, 0x3F, 0x04, 0x51, 0x6E, 0x02,
-                                      0x63, 0x8C, 0x09, 0x00, 0x00, 0x00, 0x27, 0x00};
+static constexpr std::uint8_t WSS_ARRAY[] = {0xAA, 0x2A, 0xFF, 0x3F, 0x04, 0x51, 0x6E, 0x02,
+                                             0x63, 0x8C, 0x09, 0x00, 0x00, 0x00, 0x27, 0x00};
 
-constexpr useconds_t kResetPulse_us = 500;
-constexpr unsigned kMonitorInterval = 5;  // calls between two readings
-constexpr int kAutoswitchStd = 10;
+static constexpr useconds_t kResetPulse_us = 500;
+static constexpr unsigned kMonitorInterval = 5;  // calls between two readings
+static constexpr int kAutoswitchStd = 10;
 
 // VBI RAM pages that hold the line data, by the low byte of their address.
-constexpr std::uint8_t kRamPages[] = {0xE0, 0xF0};
+static constexpr std::uint8_t kRamPages[] = {0xE0, 0xF0};
 
 // Line processing and outputs once the RAM is loaded.
-constexpr RegisterValue kFinalValues[] = {{0xCE, 0x06}, {0xEE, 0x07}, {0xEF, 0x07}, {0xCD, 0x01},
-                                          {0xCB, 0x4E}, {0xCC, 0x00}, {0x03, 0x0F}, {0x0D, 0x47}};
+static constexpr RegisterValue kFinalValues[] = {{0xCE, 0x06}, {0xEE, 0x07}, {0xEF, 0x07},
+                                                 {0xCD, 0x01}, {0xCB, 0x4E}, {0xCC, 0x00},
+                                                 {0x03, 0x0F}, {0x0D, 0x47}};
 
 // Opening and closing of the RAM access around one program byte.
-constexpr RegisterValue kRamAccessOpen[] = {{0x7F, 0x00}, {0x03, 0x69}, {0x21, 0x51},
-                                            {0x22, 0x50}, {0x23, 0xFF}, {0x24, 0x04}};
-constexpr RegisterValue kRamAccessClose[] = {
+static constexpr RegisterValue kRamAccessOpen[] = {{0x7F, 0x00}, {0x03, 0x69}, {0x21, 0x51},
+                                                   {0x22, 0x50}, {0x23, 0xFF}, {0x24, 0x04}};
+static constexpr RegisterValue kRamAccessClose[] = {
     {0x7F, 0x00}, {0x21, 0x00}, {0x22, 0x00}, {0x23, 0xFF}, {0x24, 0x04}};
 
 // Status register #1.
-enum Status1 : int {
+enum Tvp5150Status1 : int {
   kHorizontalLock = 0x02,
   kVerticalLock = 0x04,
   kColorLock = 0x08,
   kLostLock = 0x10,
 };
-constexpr int kBothLocks = kHorizontalLock | kVerticalLock;
+static constexpr int kBothLocks = kHorizontalLock | kVerticalLock;
 
-void write_chip(int fd, int reg, int value) { i2c_writebyte(fd, kTvp5150Address, reg, value); }
-
-// Opens the board's bus. Returns its descriptor, or -1 after a message.
-int open_bus() {
-  const int fd = init_i2c(kBoardI2cBus);
-  if (fd < 0) puts("Cannot access I2C device 5150");
-  return fd;
+static void write_chip(int fd, int reg, int value) {
+  i2c_writebyte(fd, kTvp5150Address, reg, value);
 }
 
-void close_handle() {
-  close_i2c(i2c_handle);
-  i2c_handle = -1;
-}
-
-void print_choice(bool first, const char* yes, const char* no) { puts(first ? yes : no); }
-
-// What the setters send: the low byte of a local's address, which does not
-// depend on what the local holds. The chip has always been driven this way.
-int address_byte(const std::uint8_t* local) {
-  return static_cast<int>(reinterpret_cast<std::uintptr_t>(local) & 0xFF);
-}
-
-}  // namespace
+static void print_choice(bool first, const char* yes, const char* no) { puts(first ? yes : no); }
 
 void tvp5150_reset(int fd) {
   write_chip(fd, kTvp5150ResetRegister, 0x01);
@@ -97,16 +77,13 @@ void tvp5150_load_ram(int fd) {
   }
 }
 
-void ResetSW() { tvp5150_reset(i2c_handle); }
-
-void LoadInitValue() { tvp5150_load_defaults(i2c_handle); }
-
-void ClearTVP_RAM() { tvp5150_clear_ram(i2c_handle); }
-
-void LoadTVP_RAM_Data() { tvp5150_load_ram(i2c_handle); }
+void tvp5150_close_handle() {
+  close_i2c(i2c_handle);
+  i2c_handle = -1;
+}
 
 int InitTVP5150() {
-  i2c_handle = open_bus();
+  i2c_handle = open_i2c(kTvp5150NoBus);
   if (i2c_handle < 0) return -1;
   ResetSW();
   LoadInitValue();
@@ -114,7 +91,7 @@ int InitTVP5150() {
   LoadTVP_RAM_Data();
   write_registers(i2c_handle, kTvp5150Address, kFinalValues);
   TVP5150_SetVideoStd(kAutoswitchStd);
-  close_handle();
+  tvp5150_close_handle();
   return 1;
 }
 
@@ -143,7 +120,7 @@ int video_monitorTVP5150(int mode) {
   if (count_st.increment() != kMonitorInterval) return 0;
   count_st = 0;
 
-  const int fd = open_bus();
+  const int fd = open_i2c(kTvp5150NoBus);
   if (fd < 0) return -1;
   // One failed transfer of a locked input is no loss of lock.
   const int status1 = refresh_register(fd, kTvp5150Address, kTvp5150Status1, &old_data1);
@@ -171,26 +148,25 @@ void TVP5150ALoadProgramRAM(int fd, int value, int reg) {
   write_registers(fd, kTvp5150Address, kRamAccessClose);
 }
 
-int TVP5150_SetBrightness(int value) {
-  const std::uint8_t local = static_cast<std::uint8_t>(value);
-  write_chip(i2c_handle, kTvp5150Brightness, address_byte(&local));
+// The byte sent is the low byte of a local's address and not what it holds: the chip
+// has always been driven this way.
+static int send_address_byte(int reg, std::uint8_t local) {
+  write_chip(i2c_handle, reg, static_cast<int>(reinterpret_cast<std::uintptr_t>(&local) & 0xFF));
   return 0;
+}
+
+int TVP5150_SetBrightness(int value) {
+  return send_address_byte(kTvp5150Brightness, static_cast<std::uint8_t>(value));
 }
 
 int TVP5150_SetContrast(int value) {
-  const std::uint8_t local = static_cast<std::uint8_t>(value);
-  write_chip(i2c_handle, kTvp5150Contrast, address_byte(&local));
-  return 0;
+  return send_address_byte(kTvp5150Contrast, static_cast<std::uint8_t>(value));
 }
 
 int TVP5150_SetSaturation(int value) {
-  const std::uint8_t local = static_cast<std::uint8_t>(value & 0x7F);
-  write_chip(i2c_handle, kTvp5150Saturation, address_byte(&local));
-  return 0;
+  return send_address_byte(kTvp5150Saturation, static_cast<std::uint8_t>(value & 0x7F));
 }
 
 int TVP5150_SetVideoStd(int value) {
-  const std::uint8_t local = static_cast<std::uint8_t>(value);
-  write_chip(i2c_handle, kTvp5150VideoStd, address_byte(&local));
-  return 0;
+  return send_address_byte(kTvp5150VideoStd, static_cast<std::uint8_t>(value));
 }

@@ -6,10 +6,12 @@
 
 #include <cstdint>
 
-#include "hw/i2c_registers.h"
+#include "hw/i2capi.h"
 #include "state/relaxed.h"
 
 inline constexpr int kTvp5150Address = 0x5D;  // 7-bit, on the board's I2C bus
+
+inline constexpr char kTvp5150NoBus[] = "Cannot access I2C device 5150";
 
 enum Tvp5150Register : int {
   kTvp5150ResetRegister = 0x05,
@@ -45,7 +47,8 @@ inline constexpr int kCaptionField1 = 0x10;
 inline constexpr int kCaptionField2 = 0x08;
 inline constexpr int kCaptionClearAll = 0xFF;
 
-// Start values, written in this order.
+// Start values, written in this order: the set-up of this board. Registers as in the
+// data sheet of the TVP5150AM1 (Texas Instruments).
 inline constexpr RegisterValue TVP5150_default_reg_array[] = {
     {0x00, 0x00}, {0x01, 0x15}, {0x02, 0x00}, {0x03, 0x6F}, {0x04, 0x1C}, {0x06, 0x10},
     {0x07, 0x60}, {0x08, 0x00}, {0x09, 0x80}, {0x0A, 0x80}, {0x0B, 0x00}, {0x0C, 0x80},
@@ -83,27 +86,32 @@ int InitTVP5150();
 // when locked or not read this time, -1 without lock or without a bus.
 int video_monitorTVP5150(int mode);
 
-// Writes the low byte of value to reg through the RAM-access registers.
+// Writes the low byte of value to reg through the RAM-access registers. No caller;
+// bench interface.
 void TVP5150ALoadProgramRAM(int fd, int value, int reg);
 
 // Setters on i2c_handle as it stands; each returns 0. The byte that reaches the
-// chip does not depend on value, see the source.
+// chip does not depend on value, see the source. All but the last have no caller:
+// bench interface.
 int TVP5150_SetBrightness(int value);
 int TVP5150_SetContrast(int value);
 int TVP5150_SetSaturation(int value);
 int TVP5150_SetVideoStd(int value);
 
-// Steps of InitTVP5150 on i2c_handle.
-void ResetSW();
-void LoadInitValue();
-void ClearTVP_RAM();
-void LoadTVP_RAM_Data();
+// Closes i2c_handle.
+void tvp5150_close_handle();
 
-// The same steps on a descriptor of the caller.
+// Steps of InitTVP5150 on a descriptor of the caller.
 void tvp5150_reset(int fd);
 void tvp5150_load_defaults(int fd);
 void tvp5150_clear_ram(int fd);
 void tvp5150_load_ram(int fd);
+
+// The same on i2c_handle.
+inline void ResetSW() { tvp5150_reset(i2c_handle); }
+inline void LoadInitValue() { tvp5150_load_defaults(i2c_handle); }
+inline void ClearTVP_RAM() { tvp5150_clear_ram(i2c_handle); }
+inline void LoadTVP_RAM_Data() { tvp5150_load_ram(i2c_handle); }
 
 // Prints the lock bits of status register #1.
 void tvp5150_print_locks(int status1);

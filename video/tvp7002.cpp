@@ -7,15 +7,12 @@
 #include <cstdio>
 #include <span>
 
-#include "hw/i2c_registers.h"
 #include "hw/i2capi.h"
 #include "hw/shared_memory_davinci.h"
 #include "state/service_flags.h"
 #include "video/capture.h"
 
-namespace {
-
-enum Register : int {
+enum Tvp7002Register : int {
   kPllDivideMsb = 0x01,
   kPllDivideLsb = 0x02,
   kPllControl = 0x03,
@@ -31,68 +28,69 @@ enum Register : int {
 };
 
 // Input multiplexer settings.
-constexpr std::uint8_t kMux2Component = 0x6F;
-constexpr std::uint8_t kMux2Rgb = 0x6A;
-constexpr std::uint8_t kRgbControlValue = 0x13;
-constexpr useconds_t kMuxSettle_us = 100;
+static constexpr std::uint8_t kMux2Component = 0x6F;
+static constexpr std::uint8_t kMux2Rgb = 0x6A;
+static constexpr std::uint8_t kRgbControlValue = 0x13;
+static constexpr useconds_t kMuxSettle_us = 100;
 
 // Bits of the sync status register.
-constexpr int kComponentSync = 0x42;  // both set: component sync is good
-constexpr int kRgbNoSync = 0x0D;      // all set: no RGB sync
+static constexpr int kComponentSync = 0x42;  // both set: component sync is good
+static constexpr int kRgbNoSync = 0x0D;      // all set: no RGB sync
 
-constexpr char kNoBus[] = "Cannot access I2C device 7002";  // of the monitors
+static constexpr char kNoBus[] = "Cannot access I2C device 7002";  // of the monitors
 
-constexpr int kNotOpened = -1;
-constexpr int kReadFailed = -2;
+static constexpr int kNotOpened = -1;
+static constexpr int kReadFailed = -2;
 
-// RGB set-up by video standard, in the order it is written.
-constexpr RegisterValue kStandard7[] = {
+// RGB set-up by video standard, in the order it is written: the set-up of this board.
+// Registers as in the data sheet of the TVP7002 (Texas Instruments).
+static constexpr RegisterValue kStandard7[] = {
     {0x01, 0x42}, {0x02, 0x00}, {0x03, 0x58}, {0x07, 0x80}, {0x0E, 0x24},
     {0x2C, 0x50}, {0x40, 0xE2}, {0x41, 0x00}, {0x42, 0x02}, {0x43, 0x04},
     {0x44, 0x01}, {0x45, 0x01}, {0x46, 0x1C}, {0x47, 0x1C},
 };
 
-constexpr RegisterValue kStandard8[] = {
+static constexpr RegisterValue kStandard8[] = {
     {0x01, 0x67}, {0x02, 0x20}, {0x03, 0xA0}, {0x05, 0x32}, {0x06, 0x20}, {0x3F, 0x01},
     {0x40, 0x20}, {0x41, 0x01}, {0x42, 0x30}, {0x43, 0x06}, {0x44, 0x05}, {0x45, 0x05},
 };
 
-constexpr RegisterValue kStandard9[] = {
+static constexpr RegisterValue kStandard9[] = {
     {0x01, 0x54}, {0x02, 0x00}, {0x03, 0x58}, {0x05, 0x06}, {0x06, 0x10}, {0x3F, 0x01},
     {0x40, 0x06}, {0x41, 0x01}, {0x42, 0x06}, {0x43, 0x05}, {0x44, 0x05}, {0x45, 0x05},
 };
 
-constexpr RegisterValue kStandard10[] = {
+static constexpr RegisterValue kStandard10[] = {
     {0x01, 0x69}, {0x02, 0x80}, {0x03, 0xA0}, {0x05, 0x06}, {0x06, 0x10}, {0x3F, 0x01},
     {0x40, 0x06}, {0x41, 0x01}, {0x42, 0x0A}, {0x43, 0x06}, {0x44, 0x05}, {0x45, 0x05},
 };
 
-constexpr RegisterValue kStandard25[] = {
+static constexpr RegisterValue kStandard25[] = {
     {0x01, 0x61}, {0x02, 0x80}, {0x03, 0xA0}, {0x07, 0x20}, {0x0E, 0x20},
     {0x2C, 0x50}, {0x40, 0x7A}, {0x41, 0x00}, {0x42, 0xF2}, {0x43, 0x05},
     {0x44, 0x03}, {0x45, 0x03}, {0x46, 0x1E}, {0x47, 0x1E},
 };
 
-constexpr RegisterValue kStandard30[] = {
+static constexpr RegisterValue kStandard30[] = {
     {0x01, 0x70}, {0x02, 0x00}, {0x03, 0x98}, {0x07, 0x8F}, {0x0E, 0x24},
     {0x2C, 0x50}, {0x40, 0x6E}, {0x41, 0x01}, {0x42, 0xC4}, {0x43, 0x06},
     {0x44, 0x03}, {0x45, 0x03}, {0x46, 0x1E}, {0x47, 0x1E},
 };
 
-constexpr RegisterValue kStandard35[] = {
+static constexpr RegisterValue kStandard35[] = {
     {0x01, 0x89}, {0x02, 0x80}, {0x03, 0xE0}, {0x07, 0x2C}, {0x0E, 0x24},
     {0x2C, 0x80}, {0x40, 0xCA}, {0x41, 0x00}, {0x42, 0x4A}, {0x43, 0x08},
     {0x44, 0x04}, {0x45, 0x04}, {0x46, 0x2D}, {0x47, 0x2D},
 };
 
-constexpr RegisterValue kStandard40[] = {
+static constexpr RegisterValue kStandard40[] = {
     {0x01, 0x32}, {0x02, 0x00}, {0x03, 0x20}, {0x07, 0x60}, {0x0E, 0x00},
     {0x2C, 0x50}, {0x40, 0x92}, {0x41, 0x00}, {0x42, 0x12}, {0x43, 0x03},
     {0x44, 0x12}, {0x45, 0x12}, {0x46, 0x2D}, {0x47, 0x2D},
 };
 
 // RGB set-up common to all standards.
-constexpr RegisterValue kRgbCommon[] = {
+static constexpr RegisterValue kRgbCommon[] = {
     {0x04, 0x80}, {0x05, 0x06}, {0x06, 0x10}, {0x08, 0x3C}, {0x09, 0x3C}, {0x0A, 0x3C},
     {0x0F, 0x2E}, {0x10, 0x58}, {0x11, 0x40}, {0x12, 0x01}, {0x13, 0x00}, {0x15, 0x04},
     {0x17, 0x00}, {0x18, 0x01}, {0x19, 0xAA}, {0x1A, 0x6A}, {0x21, 0x0D}, {0x22, 0x00},
@@ -106,7 +104,7 @@ struct RgbStandard {
   std::span<const RegisterValue> values;
 };
 
-constexpr RgbStandard kRgbStandards[] = {
+static constexpr RgbStandard kRgbStandards[] = {
     {7, "Set Video Input To 600-800 RGB", kStandard7},
     {8, "Set Video Input To 720 RGB", kStandard8},
     {9, "Set Video Input To 1024 RGB", kStandard9},
@@ -117,11 +115,13 @@ constexpr RgbStandard kRgbStandards[] = {
     {40, nullptr, kStandard40},
 };
 
-int read_chip(int fd, int reg) { return read_register(fd, kTvp7002Address, reg); }
+static int read_chip(int fd, int reg) { return read_register(fd, kTvp7002Address, reg); }
 
-void write_chip(int fd, int reg, int value) { i2c_writebyte(fd, kTvp7002Address, reg, value); }
+static void write_chip(int fd, int reg, int value) {
+  i2c_writebyte(fd, kTvp7002Address, reg, value);
+}
 
-void select_input(int fd, int mux1, int mux2) {
+static void select_input(int fd, int mux1, int mux2) {
   write_chip(fd, kTvp7002InputMux1, mux1);
   usleep(kMuxSettle_us);
   printf("read reg 19 %x \n", read_chip(fd, kTvp7002InputMux1));
@@ -130,13 +130,13 @@ void select_input(int fd, int mux1, int mux2) {
   printf("read reg 1A %x \n", read_chip(fd, kInputMux2));
 }
 
-void init_component(int fd) {
+static void init_component(int fd) {
   select_input(fd, kTvp7002Mux1Component, kMux2Component);
   printf("-- reg 14 %x \n", read_chip(fd, kTvp7002SyncStatus));
   printf("-- reg 15 %x \n", read_chip(fd, kOutputFormat));
 }
 
-void write_rgb_standard(int fd, int video_std) {
+static void write_rgb_standard(int fd, int video_std) {
   for (const RgbStandard& standard : kRgbStandards) {
     if (standard.video_std != video_std) continue;
     if (standard.message != nullptr) puts(standard.message);
@@ -144,7 +144,7 @@ void write_rgb_standard(int fd, int video_std) {
   }
 }
 
-void print_rgb_readback(int fd) {
+static void print_rgb_readback(int fd) {
   printf("reg 01 %x \n", read_chip(fd, kPllDivideMsb));
   printf("reg 02 %x \n", read_chip(fd, kPllDivideLsb));
   printf("reg 03 %x \n", read_chip(fd, kPllControl));
@@ -154,7 +154,7 @@ void print_rgb_readback(int fd) {
   printf("reg 34 %x \n", read_chip(fd, kRgbControl));
 }
 
-void init_rgb(int fd) {
+static void init_rgb(int fd) {
   const int video_std = shared_get(&SharedBlock::videoStd);
   write_rgb_standard(fd, video_std);
   printf("Set Video Input To RGB std %d\n", video_std);
@@ -165,7 +165,7 @@ void init_rgb(int fd) {
   write_registers(fd, kTvp7002Address, kRgbCommon);
 }
 
-bool sync_is_good(int sync_status) {
+static bool sync_is_good(int sync_status) {
   if (shared_get(&SharedBlock::input_channel) == kChannelRgb) {
     return (sync_status & kRgbNoSync) != kRgbNoSync;
   }
@@ -174,7 +174,7 @@ bool sync_is_good(int sync_status) {
 
 // Reads the four monitor registers, of which only the sync status is judged.
 // Returns it, or kReadFailed.
-int read_monitor_registers(int fd) {
+static int read_monitor_registers(int fd) {
   std::uint8_t byte = 0;
   std::uint8_t sync_status = 0;
   if (i2c_readbyte(fd, kTvp7002Address, kClampStart, &byte) < 0) {
@@ -189,8 +189,6 @@ int read_monitor_registers(int fd) {
   }
   return sync_status;
 }
-
-}  // namespace
 
 int Init7002(int channel) {
   SetInputMuxCH = channel == kChannelRgb ? kChannelRgb : kChannelComponent;

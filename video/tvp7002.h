@@ -14,11 +14,6 @@ inline constexpr int kTvp7002InputMux1 = 0x19;
 inline constexpr std::uint8_t kTvp7002Mux1Component = 0x00;
 inline constexpr std::uint8_t kTvp7002Mux1Rgb = 0xAA;
 
-// Channels of SetInputMuxCH.
-inline constexpr std::int32_t kChannelComponent = 0;
-inline constexpr std::int32_t kChannelRgb = 3;
-inline constexpr std::int32_t kChannelComposite = 4;
-
 // Configures the chip: channel 3 is the RGB/VGA input in the standard of the
 // shared block, any other the component input. Publishes SetInputMuxCH as 3 or
 // 0. Returns 0; its descriptor stays open.

@@ -7,6 +7,7 @@
 #include <array>
 #include <cerrno>
 
+#include "hostlink/dispatcher.h"
 #include "state/service_flags.h"
 #include "tests/fuzz/targets.h"
 #include "tests/service/service_bench.h"

@@ -7,8 +7,10 @@
 
 #include <gtest/gtest.h>
 
+#include "hostlink/dispatcher.h"
 #include "state/fpgaregs.h"
 #include "state/service_flags.h"
+#include "supervision/supervisor.h"
 #include "vboard/models/bus.h"
 
 using namespace vboard;

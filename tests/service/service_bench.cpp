@@ -15,6 +15,7 @@
 
 #include "app/service.h"
 #include "state/service_flags.h"
+#include "supervision/supervisor.h"
 #include "vboard/models/bus.h"
 
 using namespace vboard;

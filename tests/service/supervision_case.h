@@ -6,6 +6,7 @@
 
 #include "hw/shared_memory_davinci.h"
 #include "state/service_flags.h"
+#include "supervision/supervisor.h"
 #include "tests/service/service_bench.h"
 
 struct SupervisedBoard {

@@ -10,6 +10,7 @@
 #include "audio/blkfn.h"
 #include "hw/shared_memory_davinci.h"
 #include "state/service_flags.h"
+#include "supervision/supervisor.h"
 #include "tests/service/service_bench.h"
 
 namespace {

@@ -9,6 +9,7 @@
 #include <string>
 #include <vector>
 
+#include "hostlink/dispatcher.h"
 #include "hw/fpga_registers.h"
 #include "hw/shared_memory_davinci.h"
 #include "state/service_flags.h"

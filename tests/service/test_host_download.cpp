@@ -6,6 +6,7 @@
 #include <string>
 #include <vector>
 
+#include "hostlink/dispatcher.h"
 #include "hw/shared_memory_davinci.h"
 #include "state/service_flags.h"
 #include "tests/service/host_talk.h"

@@ -13,7 +13,6 @@
 
 namespace {
 
-constexpr int kFlagNoAudio = 0x10;
 constexpr double kUploadGivesUp_s = 31;  // 15 s over the size, 15 s over the data
 
 // A world fault that ends by itself. Lasts between the two times, which keep its cause certain:

@@ -15,6 +15,7 @@
 #include "hw/gpio.h"
 #include "hw/shared_memory_davinci.h"
 #include "state/service_flags.h"
+#include "supervision/supervisor.h"
 #include "video/capture.h"
 #include "video/tvp7002.h"
 

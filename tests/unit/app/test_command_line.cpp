@@ -9,6 +9,7 @@
 
 #include "hw/shared_memory_davinci.h"
 #include "state/service_flags.h"
+#include "supervision/status_file.h"
 #include "vboard/testing/bench.h"
 
 namespace {

@@ -264,13 +264,14 @@ TEST(LinkDescriptor, beyond_a_descriptor_set_works_as_any_other) {
   ASSERT_NE(one.link, nullptr);
   ASSERT_GE(fileno(one.link), FD_SETSIZE);
   one.gulp({0x31});
-  ASSERT_EQ(wait_link(one.link), LinkWait::kReadable);
-  EXPECT_EQ(get_byte(one.link), 0x31);
+  std::uint8_t byte = 0;
+  ASSERT_EQ(wait_byte(one.link, 1, &byte), LinkWait::kByte);
+  EXPECT_EQ(byte, 0x31);
   one.host_sends({0x00, 0x00, 0x01, 0x2C, 0xA5});
   EXPECT_EQ(get_int_number(one.link), 300);
   EXPECT_EQ(get_byte_send_byte(one.link, 0x3C), 0);
   EXPECT_THAT(one.written(), ElementsAre(0x3C));
-  EXPECT_EQ(wait_link(one.link), LinkWait::kTimeout);
+  EXPECT_EQ(wait_byte(one.link, 1, &byte), LinkWait::kTimeout);
   EXPECT_EQ(one.bench.output(), "");
 }
 
@@ -285,8 +286,9 @@ TEST_P(KernelWait, sees_the_byte_behind_a_descriptor_of_this_number) {
   FILE* link = fdopen(GetParam(), "rb");
   setvbuf(link, nullptr, _IONBF, 0);
   ASSERT_EQ(write(ends[1], "\x2d", 1), 1);
-  EXPECT_EQ(wait_link(link), LinkWait::kReadable);
-  EXPECT_EQ(get_byte(link), 0x2D);
+  std::uint8_t byte = 0;
+  EXPECT_EQ(wait_byte(link, 1, &byte), LinkWait::kByte);
+  EXPECT_EQ(byte, 0x2D);
   fclose(link);
   close(ends[0]);
   close(ends[1]);

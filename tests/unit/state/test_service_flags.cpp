@@ -5,6 +5,10 @@
 
 #include <vector>
 
+#include "hostlink/dispatcher.h"
+#include "supervision/status_file.h"
+#include "supervision/supervisor.h"
+
 namespace {
 
 using testing::Each;

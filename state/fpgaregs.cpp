@@ -1,4 +1,0 @@
-// Storage of the applied FPGA-side settings.
-#include "state/fpgaregs.h"
-
-FpgaRegs fpgaregs;
