@@ -3,7 +3,7 @@
 // The head of a record, in comment lines, tells the run and how its board differed
 // from a fresh one:
 //   # record {"command":["build/vantorig","-602"],"started_us":0,"time":"virtual"}
-//   # state 2 4711 0a1b2c     bytes of the board's state, of this version, from 4711 on
+//   # state 730187651 4711 0a1b2c   bytes of the board's state, of this layout, from 4711 on
 //   # file hd.ini 644 5b...   a file of the program's home, as hexadecimal bytes
 //   # directory tmp
 //   # gone update.sh          a file that a fresh board has and this one had not
@@ -61,19 +61,19 @@ void write_state(std::ostream& out, const Board& board) {
   for (std::size_t at = kStateFirst; at < kStateEnd; at += kStateChunk) {
     const std::size_t size = std::min(kStateChunk, kStateEnd - at);
     if (memcmp(now + at, then + at, size) != 0)
-      out << "# state " << kBoardVersion << ' ' << at << ' ' << packed_hex({now + at, size})
+      out << "# state " << board_layout() << ' ' << at << ' ' << packed_hex({now + at, size})
           << '\n';
   }
 }
 
 bool restore_state(const std::string& line, Board& board) {
   std::istringstream words(line);
-  std::uint32_t version = 0;
+  std::uint32_t layout = 0;
   std::size_t at = 0;
   std::string hex;
-  words >> version >> at >> hex;
+  words >> layout >> at >> hex;
   const std::string bytes = bytes_of(hex);
-  if (!words || version != kBoardVersion || at < kStateFirst || at + bytes.size() > kStateEnd)
+  if (!words || layout != board_layout() || at < kStateFirst || at + bytes.size() > kStateEnd)
     return false;
   memcpy(reinterpret_cast<char*>(&board) + at, bytes.data(), bytes.size());
   return true;

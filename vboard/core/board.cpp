@@ -25,9 +25,12 @@ Locked::Locked(Board& board) : board_(board) {
 
 Locked::~Locked() { pthread_mutex_unlock(&board_.lock); }
 
+std::uint32_t board_layout() { return BOARD_LAYOUT; }
+
 Board* new_board(void* place) {
   Board* board = new (place) Board;
   board->size = sizeof(Board);
+  board->layout = board_layout();
   pthread_mutexattr_t attributes;
   pthread_mutexattr_init(&attributes);
   pthread_mutexattr_setpshared(&attributes, PTHREAD_PROCESS_SHARED);
@@ -84,7 +87,7 @@ Board* map_board(const char* state_file) {
   Board* board = map_file(fd);
   real::close(fd);
   if (board == nullptr) return nullptr;
-  if (board->magic != kBoardMagic || board->version != kBoardVersion ||
+  if (board->magic != kBoardMagic || board->layout != board_layout() ||
       board->size != sizeof(Board)) {
     munmap(board, sizeof(Board));
     errno = EPROTO;

@@ -16,7 +16,6 @@
 namespace vboard {
 
 inline constexpr std::uint32_t kBoardMagic = 0x44524256;  // "VBRD"
-inline constexpr std::uint32_t kBoardVersion = 4;
 
 // ---- time -----------------------------------------------------------------
 enum class TimeMode : std::uint32_t { kReal, kScaled, kVirtual };
@@ -276,7 +275,7 @@ inline constexpr std::size_t kLongestPath = 4096;
 
 struct Board {
   std::uint32_t magic = kBoardMagic;
-  std::uint32_t version = kBoardVersion;
+  std::uint32_t layout = 0;  // board_layout() of who made it
   std::uint32_t size = 0;
   pthread_mutex_t lock = {};
   ClockState clock;
@@ -315,6 +314,9 @@ class Locked {
  private:
   Board& board_;
 };
+
+// A number for the layout of Board, another one in every version that changed it.
+std::uint32_t board_layout();
 
 // Makes `place` (sizeof(Board) bytes) a fresh board.
 Board* new_board(void* place);
