@@ -3,7 +3,7 @@
 
 namespace fuzz {
 
-static constexpr Target kTargets[] = {
+constexpr Target kTargets[] = {
     {"hd_ini", hd_ini},       {"command_line", command_line},
     {"host_link", host_link}, {"parsers", parsers},
     {"update", update},

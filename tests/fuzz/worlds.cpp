@@ -4,7 +4,7 @@
 
 namespace fuzz {
 
-static constexpr const char* kOperations[] = {
+constexpr const char* kOperations[] = {
     "source none",
     "source component",
     "source vga",
@@ -27,7 +27,7 @@ static constexpr const char* kOperations[] = {
     "captions on",
     "faults clear",
 };
-static constexpr int kCount = sizeof kOperations / sizeof kOperations[0];
+constexpr int kCount = sizeof kOperations / sizeof kOperations[0];
 
 const char* world_operation(int number) {
   return kOperations[static_cast<unsigned>(number) % kCount];
