@@ -6,6 +6,7 @@
 #include <unistd.h>
 
 #include <cstdlib>
+#include <cstring>
 
 #include "hw/spi_slave.h"
 
@@ -22,19 +23,26 @@ FILE* open_link() {
 }
 
 // Waits for one descriptor, in a set as large as it needs: sets in a row, of which
-// the kernel looks at as many bits as it is told. Returns what select returns.
+// the kernel looks at as many bits as it is told. Returns what select returns. The
+// row is kept for the next wait; only the link's thread waits.
 static int wait_readable(int fd) {
+  static fd_set one;  // no allocation for ordinary descriptors
+  static fd_set* sets = &one;
+  static std::size_t count = 1;
   if (fd < 0) return -1;
   const auto last = static_cast<std::size_t>(fd) / FD_SETSIZE;
-  fd_set one{};  // no allocation for ordinary descriptors
-  auto* sets = last == 0 ? &one : static_cast<fd_set*>(calloc(last + 1, sizeof one));
-  if (sets == nullptr) return -1;
+  if (last >= count) {
+    auto* more = static_cast<fd_set*>(calloc(last + 1, sizeof(fd_set)));
+    if (more == nullptr) return -1;
+    if (sets != &one) free(sets);
+    sets = more;
+    count = last + 1;
+  }
+  memset(sets, 0, (last + 1) * sizeof(fd_set));
   FD_SET(fd % FD_SETSIZE, &sets[last]);
   timeval wait{};
   wait.tv_sec = kLinkWait_s;
-  const int ready = select(fd + 1, sets, nullptr, nullptr, &wait);
-  if (last > 0) free(sets);
-  return ready;
+  return select(fd + 1, sets, nullptr, nullptr, &wait);
 }
 
 LinkWait wait_byte(FILE* link, std::size_t ask, std::uint8_t* byte) {
