@@ -210,6 +210,15 @@ TEST(FindHostCommand, every_row_is_found_and_no_other_code) {
   }
 }
 
+TEST(FindHostCommand, rows_stand_in_order_of_their_codes) {
+  const HostCommand* before = nullptr;
+  for (const Row& row : kRows) {
+    const HostCommand* found = find_host_command(static_cast<std::uint8_t>(row.code));
+    EXPECT_TRUE(before == nullptr || found == before + 1) << row.code;
+    before = found;
+  }
+}
+
 // ---- the size in the directory line ---------------------------------------------------
 
 // SEND_HD_CONFIGURATION with a file of 30 bytes, its listing replaced.

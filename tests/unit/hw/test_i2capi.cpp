@@ -368,6 +368,17 @@ INSTANTIATE_TEST_SUITE_P(I2cApi, SemaphoreStep,
                                          Lock{"UnLockStatus", UnLockStatus, "semop 2 1 flags 0"}),
                          [](const auto& test) { return std::string(test.param.name); });
 
+// In a process of its own, as every test is run: nothing has looked a set up yet.
+TEST(LockI2C, before_any_look_up_takes_the_set_with_identifier_0) {
+  Bench bench;
+  seam::set_semaphore_id(0);
+  const int id = semget(ftok("/tmp/", 97), 3, IPC_CREAT | 0666);
+  ASSERT_EQ(semctl(id, 0, SETVAL, 1), 0);
+  bench.trace();
+  EXPECT_EQ(LockI2C(), 0);
+  EXPECT_THAT(bench.trace(), ElementsAre("semop 0 -1 flags 0"));
+}
+
 TEST(LockI2C, set_never_initialised_fails) {
   Bench bench;
   EXPECT_EQ(LockI2C(), -1);
