@@ -35,7 +35,7 @@ def job():
             text.append(f"vboard-kernel world $board {line[6:]} || echo 'not done: {line}'")
             continue
         out = f"/run/out/commands/{number}"
-        text.append(f"./vantorig {line} >{out}.out 2>/dev/null; echo $? >{out}.status")
+        text.append(f"$under ./vantorig {line} >{out}.out 2>/dev/null; echo $? >{out}.status")
     text += ["echo @@ >/dev/vboard-trace", "cp $board/trace /run/out/commands/trace"]
     return "\n".join(text) + "\n"
 

@@ -45,7 +45,7 @@ configure() {
 }
 mkdir /run/out/service
 fresh_board
-$S90 start
+$under $S90 start
 vboard-kernel script $board /job/script >/run/out/service/host
 cp log1.txt /run/out/service/log1
 {
@@ -57,7 +57,7 @@ cp log1.txt /run/out/service/log1
   host registers >/dev/null
   host sw-version
   host update --via-fpga --wait /job/update.tar.gz
-  $S90 restart
+  $under $S90 restart
   sleep 3
   configure
   host registers >/dev/null

@@ -8,6 +8,8 @@
 //   write /dev/vboard-i2c   its result (32 bits: number of messages or -errno), then
 //                           the bytes of the messages that read
 //
+// stuck=1 holds a line of the bus low: transfers time out, as those of a bus driver do.
+//
 // Besides, a mains switch: cut_ns=N restarts the machine N ns later, from the timer's
 // interrupt, with nothing written back.
 #include <linux/hrtimer.h>
@@ -43,6 +45,8 @@ static int result;
 static DEFINE_MUTEX(lock);
 static DECLARE_WAIT_QUEUE_HEAD(changed);
 static bool served;
+static bool stuck;
+module_param(stuck, bool, 0600);
 
 static bool put(const void *data, size_t size)
 {
@@ -96,6 +100,10 @@ static int bus_transfer(struct i2c_adapter *adapter, struct i2c_msg *messages, i
 
 	if (!served)
 		return -ENXIO;
+	if (stuck) {
+		schedule_timeout_uninterruptible(adapter->timeout);
+		return -ETIMEDOUT;
+	}
 	mutex_lock(&lock);
 	status = write_question(messages, count) ? 0 : -EINVAL;
 	if (!status)

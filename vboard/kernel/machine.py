@@ -31,7 +31,6 @@ ROOT = HERE.parents[1]
 PLACE = ROOT / "build" / "kernel"
 CANNOT = 77  # exit status: what is needed cannot be had here
 CROSS = ["ARCH=arm", "CROSS_COMPILE=arm-linux-gnueabi-"]
-DISK_SIZE = 16 << 20
 
 
 class Missing(Exception):
@@ -165,6 +164,7 @@ class Machine:
     command_line = "console=ttyAMA0 quiet rdinit=/init"
     modules = []
     script = ""  # /etc/machine
+    disk_size = 16 << 20
 
     def __init__(self):
         self.place = PLACE / self.name
@@ -292,11 +292,14 @@ class Arm926(Machine):
     emulator = ["-M", "versatilepb", "-cpu", "arm926", "-audiodev", "none,id=none"]
     script = """\
 modules=
-disk=/dev/mmcblk0
+disk=/dev/mtdblock0
 free_bus() { :; }
-need_ext4() { :; }
 switch_off() { deliver; reboot -f; }
 """
+    # The first part of the flash memory is the board's.
+    disk_size = 64 << 20
+    disk_used = 16 << 20
+    command_line = Machine.command_line + " mtdparts=34000000.flash:16m(home),-(rest)"
 
     def prepare(self):
         source = self.place / "source"
@@ -324,8 +327,9 @@ switch_off() { deliver; reboot -f; }
     def module(self, path):
         raise AssertionError(path)
 
+    # Its controller for memory cards finds none, so results go out by flash memory.
     def disk(self, image):
-        return ["-drive", f"if=sd,format=raw,file={image}"]
+        return ["-drive", f"if=pflash,format=raw,file={image}"]
 
 
 MACHINES = {machine.name: machine for machine in (Debian, Arm926)}
@@ -335,6 +339,13 @@ def machine(name):
     if shutil.which("qemu-system-arm") is None:
         raise Missing("qemu-system-arm is not installed")
     return MACHINES[name]()
+
+
+def blank(kind, path):
+    """A disk as it comes from its maker: erased where flash memory is the board's."""
+    with open(path, "wb") as made:
+        made.write(b"\xff" * getattr(kind, "disk_used", 0))
+        made.truncate(kind.disk_size)
 
 
 # ---- runs ---------------------------------------------------------------------------
@@ -380,8 +391,7 @@ def boot(kind, job, files=(), *, disk=None, deliver=True, steady=True, limit_s=6
         image = disk
         if disk is None and deliver:
             image = pathlib.Path(work) / "disk"
-            with open(image, "wb") as made:
-                made.truncate(DISK_SIZE)
+            blank(kind, image)
         if image is not None:
             words += kind.disk(image)
         words += ["-serial", "stdio", "-monitor", "none", *options.get("emulator", [])]

@@ -6,6 +6,8 @@
 //   world DIRECTORY WORDS...  one operation on the world
 //   melk DIRECTORY WORDS...   one command of the host client
 //   show DIRECTORY            violations so far
+//   old DIRECTORY PROGRAM...  a program, as on a kernel of long ago
+//   flash DIRECTORY           attaches the machine's flash memory as ubi0
 #include <fcntl.h>
 #include <sys/file.h>
 #include <unistd.h>
@@ -24,6 +26,8 @@
 #include "vboard/host/board_transport.h"
 #include "vboard/host/script.h"
 #include "vboard/kernel/devices.h"
+#include "vboard/kernel/flash.h"
+#include "vboard/kernel/old_kernel.h"
 #include "vboard/kernel/trace_file.h"
 #include "vboard/world/world.h"
 
@@ -117,6 +121,19 @@ int show(const std::vector<std::string>&) {
   return 0;
 }
 
+int flash(const std::vector<std::string>&) {
+  std::string problem;
+  return kernel::attach_flash(&problem) ? 0 : complain(problem);
+}
+
+int old(const std::vector<std::string>& words) {
+  std::vector<char*> arguments;
+  for (const std::string& word : words) arguments.push_back(const_cast<char*>(word.c_str()));
+  arguments.push_back(nullptr);
+  if (kernel::forget_new_calls()) execvp(arguments[0], arguments.data());
+  return complain(words[0] + ": " + strerror(errno));
+}
+
 struct Verb {
   const char* name;
   std::size_t words;  // at least
@@ -128,6 +145,8 @@ constexpr Verb kVerbs[] = {
     {"world", 1, world},
     {"melk", 1, host},
     {"show", 0, show},
+    {"old", 1, old},
+    {"flash", 0, flash},
 };
 
 }  // namespace
@@ -139,6 +158,7 @@ int main(int argc, char** argv) {
     directory = words[1];
     return verb.run({words.begin() + 2, words.end()});
   }
-  fputs("usage: vboard-kernel devices|script|world|melk|show DIRECTORY [WORDS...]\n", stderr);
+  fputs("usage: vboard-kernel devices|script|world|melk|show|old|flash DIRECTORY [WORDS...]\n",
+        stderr);
   return kUsage;
 }
