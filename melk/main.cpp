@@ -55,12 +55,12 @@ void add_place(CLI::App& app, Place& place) {
       ->check(CLI::Range(0, 3))
       ->needs(spi)
       ->option_text("MODE");
-  app.add_option("--gap", place.spi.gap_ms, "with --spi: milliseconds behind each byte (10)")
+  app.add_option("--gap", place.spi.gap_ms, "with --spi: milliseconds after each byte (10)")
       ->check(CLI::Range(0.0, 1000.0))
       ->needs(spi)
       ->option_text("MS");
   app.add_option("--data-gap", place.spi.data_gap_ms,
-                 "with --spi: milliseconds behind each byte of file data (1)")
+                 "with --spi: milliseconds after each byte of file data (1)")
       ->check(CLI::Range(0.0, 1000.0))
       ->needs(spi)
       ->option_text("MS");

@@ -173,16 +173,15 @@ void declare_runs(CLI::App& app, Arguments& arguments) {
   record->add_option("-o,--output", arguments.run.trace, "the record")->required();
   take_run_options(record, arguments);
 
-  CLI::App* replay =
-      declare(app, "replay", "play a record again and compare what the program does now",
-              "replay run.trace -- ./vantorig -602");
+  CLI::App* replay = declare(app, "replay", "replay a record and compare what the program does now",
+                             "replay run.trace -- ./vantorig -602");
   replay->add_option("record", arguments.replay.record, "what vboard record made")
       ->required()
       ->check(CLI::ExistingFile);
   replay->add_option("-o,--output", arguments.replay.output, "keep the record of the replay");
   replay->add_flag("--json", arguments.replay.json, "print the outcome as JSON");
   replay->add_option("command", arguments.replay.command,
-                     "program and arguments, after --, in the place of the recorded ones");
+                     "program and arguments, after --, instead of the recorded ones");
 
   CLI::App* timeline =
       declare(app, "timeline", "draw a record as a picture", "timeline run.trace -o run.svg");
@@ -190,7 +189,7 @@ void declare_runs(CLI::App& app, Arguments& arguments) {
       ->required()
       ->check(CLI::ExistingFile);
   timeline->add_option("-o,--output", arguments.timeline.output, "the picture, SVG")->required();
-  timeline->add_option("--title", arguments.timeline.title, "its heading");
+  timeline->add_option("--title", arguments.timeline.title, "the heading of the picture");
 
   CLI::App* shell = declare(app, "shell", "an interactive shell on the board", "shell --speed 5");
   shell
@@ -200,7 +199,7 @@ void declare_runs(CLI::App& app, Arguments& arguments) {
   shell->add_option("--speed", arguments.shell.speed, "board seconds per real second")
       ->check(kSpeed);
 
-  CLI::App* demo = declare(app, "demo", "the main job, told step by step", "demo --speed 10");
+  CLI::App* demo = declare(app, "demo", "the main job, step by step", "demo --speed 10");
   demo->add_option("--speed", arguments.demo.speed, "board seconds per real second")
       ->check(kSpeed)
       ->capture_default_str();
@@ -212,19 +211,19 @@ void declare_runs(CLI::App& app, Arguments& arguments) {
 
 void declare_views(CLI::App& app, Arguments& arguments) {
   CLI::App* show =
-      declare(app, "show", "the board as it stands: world, chips, encode, faults", "show --json");
+      declare(app, "show", "the state of the board: world, chips, encode, faults", "show --json");
   CLI::App* registers =
       declare(app, "registers", "FPGA registers by name", "registers | grep VIDEO");
   registers->add_flag("--markdown", arguments.markdown,
                       "the register map as a Markdown table, without values");
   CLI::App* operations = declare(
-      app, "operations", "what the world can do: commands, faults, standards", "operations");
+      app, "operations", "the tables of operations, faults and video standards", "operations");
   operations->add_flag("--markdown", arguments.markdown, "as Markdown tables");
   for (CLI::App* one : {show, registers, operations})
     one->add_flag("--json", arguments.json, "as JSON");
 
   CLI::App* clean =
-      declare(app, "clean", "a trace without times, threads and notes, to compare runs by",
+      declare(app, "clean", "a trace without times, threads and notes, to compare runs",
               "clean run.trace >run.clean");
   clean->add_option("trace", arguments.trace_file, "a trace file")
       ->required()
@@ -239,8 +238,7 @@ void declare_views(CLI::App& app, Arguments& arguments) {
                     "lines of \"0xADDRESS 0xVALUE\", or what -rdreg prints")
         ->required();
   load->add_flag("--hold", arguments.hold,
-                 "keep also the registers that the FPGA fills as they are then, until the "
-                 "next load without it");
+                 "freeze also the registers that the FPGA updates, until the next load without it");
 }
 
 void declare_operations(CLI::App& app, Arguments& arguments) {
@@ -371,9 +369,9 @@ constexpr char kOverview[] =
     "  vboard run --speed 5 -- vantorig -602           # in one terminal\n"
     "  vboard source none                              # in another: pull the plug\n"
     "\n"
-    "Each command explains itself with --help. Exit status: that of the program for run,\n"
-    "record and shell; 0 done, 1 demo or a step of a script failed, or replay found a\n"
-    "difference, 2 not understood, 125 vboard itself failed.";
+    "Each command has --help, with an example. Exit status: that of the program for run,\n"
+    "record and shell; 0 success, 1 demo or a step of a script failed, or replay found a\n"
+    "difference, 2 usage, 125 vboard itself failed.";
 
 int run_vboard(int argc, char** argv) {
   CLI::App app{"A virtual encoder board: runs the unmodified control program on any Linux PC."};

@@ -609,8 +609,8 @@ constexpr WorldCommand kCommands[] = {
      "plug an audio source in, or pull it; describe its AC-3 stream",
      "audio dsp bitrate=192,rate=48", audio},
     {"encode", "crash", "kill the running encode", "encode crash", encode},
-    {"fault", "NAME [ARGUMENTS] [off]", "break something, or mend it", "fault i2c-fail 5c", fault},
-    {"faults", "clear", "mend everything", "faults clear", faults},
+    {"fault", "NAME [ARGUMENTS] [off]", "inject a fault, or remove it", "fault i2c-fail 5c", fault},
+    {"faults", "clear", "remove all faults", "faults clear", faults},
 };
 
 }  // namespace
