@@ -5,7 +5,6 @@ import re
 
 import machine
 import service
-import compare
 
 BEGIN = """\
 S90=/etc/init.d/S90vantorig
@@ -92,5 +91,5 @@ def run(kind):
         print(f"{name}: {lived.group(1) if lived else 'no end'}; states {', '.join(states)}")
         if not (healthy and lived):
             good = False
-        print(outcome.console)
+            print(outcome.console)
     return good

@@ -92,15 +92,10 @@ def whole(kind, before="", **options):
     return findings.failed == 0
 
 
-OLD_KERNEL = 'under="vboard-kernel old $board"\n'
-
 FORMS = {
     "debian": lambda: whole(machine.machine("debian")),
     "arm926": lambda: whole(machine.machine("arm926")),
-    "old-kernel": lambda: whole(machine.machine("arm926"), OLD_KERNEL),
-    "slow-timers": lambda: whole(machine.machine("arm926"), more="highres=off"),
     "chips": lambda: board.chips(machine.machine("arm926")),
-    "tarball": lambda: board.tarball(machine.machine("arm926")),
     "failing": lambda: failing.run(machine.machine("arm926")),
 }
 
@@ -108,7 +103,7 @@ FORMS = {
 def main():
     form = sys.argv[1] if len(sys.argv) > 1 else "debian"
     if form not in FORMS:
-        raise SystemExit(f"usage: tests/kernel/run {'|'.join(FORMS)}|power-cut")
+        raise SystemExit(f"usage: tests/kernel/run {'|'.join(FORMS)}")
     sys.exit(0 if FORMS[form]() else 1)
 
 
