@@ -1,4 +1,4 @@
-// The command line of melk, for programs: all else takes a Request.
+// The command line of melk, parsed into a Request.
 #pragma once
 
 #include <cstdio>

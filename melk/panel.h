@@ -1,6 +1,6 @@
 // The panel of `melk watch`: readings of the board as lines that fit a screen.
 //
-// Nothing here knows a terminal or a clock: the screen is whoever implements
+// It depends on no terminal and no clock: the screen is whatever implements
 // Screen, times are board seconds since the watch began.
 #pragma once
 

@@ -1,5 +1,5 @@
-// A running sub-command: its conversation, and how its outcome is told: as text,
-// or as one JSON object, with an exit code.
+// A running sub-command: its conversation, and its outcome: text or one JSON
+// object, and an exit code.
 #pragma once
 
 #include <cstdio>
@@ -29,13 +29,13 @@ double board_seconds(std::int64_t us);
 // One JSON object on a line of its own.
 void print_json(FILE* out, const Json& json);
 
-// Tells an outcome: the text, or the fields with the command's word and exit code.
+// Prints an outcome: the text, or the fields with the command's word and exit code.
 int report(const Session& session, const std::string& text, const Json& fields = {},
            int exit_code = kDone);
 
 void note(const Session& session, const std::string& text);
 
-// Tells what went wrong and what to do about it, and returns the exit code.
+// Prints what went wrong and what to do about it, and returns the exit code.
 int fail(const Session& session, const std::string& text, int exit_code,
          const std::string& hint = {});
 int fail(const Session& session, const Failure& failure);

@@ -1,6 +1,6 @@
 // The link to a real board: this machine is the SPI master, through Linux spidev.
 //
-// One byte a transfer, with a gap behind it in which the board can read it and
+// One byte a transfer, with a gap after it in which the board can read it and
 // queue what it has to say. There is no other pacing on the wire, and no sign of
 // life: see Transport::sees_queues.
 #pragma once
@@ -17,8 +17,8 @@ struct SpidevOptions {
   std::string device;  // "/dev/spidev0.0"
   std::uint32_t speed_hz = 1000000;
   std::uint8_t mode = 0;   // clock polarity and phase, 0 to 3
-  double gap_ms = 10;      // behind every byte of a conversation
-  double data_gap_ms = 1;  // behind every byte of file data
+  double gap_ms = 10;      // after every byte of a conversation
+  double data_gap_ms = 1;  // after every byte of file data
 };
 
 class SpidevTransport : public Transport {

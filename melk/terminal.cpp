@@ -132,7 +132,7 @@ void Terminal::leave() {
 std::size_t Terminal::rows() { return window().ws_row; }
 std::size_t Terminal::columns() { return window().ws_col; }
 
-// From the upper left corner, each line wiping what stood behind it.
+// From the upper left corner, each line wiping what stood after it.
 void Terminal::draw(const std::vector<PanelLine>& lines) {
   std::string all = "\033[H";
   for (std::size_t i = 0; i < lines.size(); ++i)

@@ -1,4 +1,4 @@
-// Text put together.
+// Formatting and joining text.
 #pragma once
 
 #include <string>

@@ -1,4 +1,4 @@
-// `melk watch`: reads the board again and again, and shows what changes.
+// `melk watch`: reads the board repeatedly and shows what changes.
 #pragma once
 
 #include "melk/session.h"

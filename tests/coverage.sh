@@ -1,9 +1,9 @@
 #!/bin/sh
-# Tells how much of the product the tests reach, in lines and branches, and fails
+# Reports how much of the product the tests reach, in lines and branches, and fails
 # when a line is not reached that docs/reliability.md does not list.
 #
-# The in-process tests count, and the program itself in the sandbox. What ends by
-# a signal leaves no count behind. Takes a quarter of an hour on two cores.
+# Covers the in-process tests and the program itself in the sandbox. A process that
+# a signal ends leaves no count. Takes a quarter of an hour on two cores.
 set -eu
 cd "$(dirname "$0")/.."
 . ./packaging/setup.sh

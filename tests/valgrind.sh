@@ -1,7 +1,7 @@
 #!/bin/sh
 # The program itself under valgrind's memcheck, through one life of a service on the
 # virtual board: a configuration, questions, an upload, a lost input and the restart
-# behind it, an update. Any error fails it.
+# after it, an update. Any error fails it.
 #
 #   tests/valgrind.sh [BUILD]     BUILD: where vantorig and vboard are; default build
 set -eu

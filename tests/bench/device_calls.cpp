@@ -1,4 +1,4 @@
-// Makes one device call so many times and prints the processor time of each, in
+// Makes one device call a given number of times and prints the processor time of each, in
 // nanoseconds: register reads on the FPGA, register reads on the I2C bus, waits.
 //
 //   device_calls fpga|i2c|wait TIMES [DEVICE]

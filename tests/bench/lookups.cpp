@@ -26,7 +26,7 @@ using Values = std::vector<int>;  // by row of the table
 constexpr int kMissing = -1;
 
 // A file of so many lines: every key of the table once, spread evenly, between
-// comments and entries that nobody asks for.
+// comments and entries that are never looked up.
 std::string write_ini(int lines) {
   std::vector<std::string> keys;
   std::set<std::string> seen;

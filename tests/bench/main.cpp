@@ -1,10 +1,10 @@
-// Times the workloads with Google Benchmark, or runs one so many times for a
-// counter of system calls around it.
+// Times the workloads with Google Benchmark, or runs one a given number of times
+// under a counter of system calls.
 //
 //   workloads --calls NAME TIMES
 //   workloads --benchmark_out=FILE --benchmark_out_format=json ...
 //
-// What the product prints goes to /dev/null, a line a write as on the board.
+// The product's output goes to /dev/null, one write per line as on the board.
 #include <benchmark/benchmark.h>
 #include <fcntl.h>
 #include <unistd.h>

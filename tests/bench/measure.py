@@ -1,10 +1,10 @@
-"""Measures the programs beside their peers and prints the tables of docs/performance.md.
+"""Measures the programs and their peers and prints the tables of docs/performance.md.
 
 usage: measure.py [--quick] BUILD_DIRECTORY
 
-What is compared runs in turns within one run of this script; a ratio is ours over
-theirs, of the minima and of the medians. --quick takes every figure once, to see
-that all of them can be taken.
+Programs that are compared run alternately in one run of this script; a ratio is ours
+over theirs, of the minima and of the medians. --quick measures every figure once, to
+check that all can be measured.
 """
 
 import argparse

@@ -1,7 +1,7 @@
 // What is measured: pairs of a job of the product and its peer, by name.
 //
-// The peer of a job makes the same system calls, or reads the same file by
-// another reader, in the least code that does so.
+// The peer of a job makes the same system calls, or reads the same file with
+// another reader, in the least code possible.
 #pragma once
 
 #include <functional>

@@ -29,7 +29,7 @@ void expect_whole(const fs::path& board) {
   EXPECT_FALSE(fs::exists(board / "board.state.new"));
 }
 
-// Nobody meets a board that is only half made.
+// No command sees a half-made board.
 TEST(VboardCreation, is_done_once_when_many_begin_at_once) {
   BoardRun place;
   for (int round = 0; round < 15; ++round) {

@@ -31,7 +31,7 @@ constexpr int kSecondProgram = 9;
 
 constexpr int kSignals[] = {SIGTERM, SIGHUP, SIGTERM, SIGINT, SIGKILL};
 
-// What was amiss, "" when nothing was.
+// What was wrong, "" if nothing.
 using Finding = std::array<char, 200>;
 
 // A program that lives until it is killed, and ends with kSecondProgram when

@@ -284,7 +284,7 @@ TEST(Ac3, reads_what_is_pending_without_a_pause) {
              "fpga rd 0x0108 -> 0x0000", "fpga wr 0x0108 <- 0x0004", "fpga rd 0x0108 -> 0x0004",
              "fpga rd 0x0104 -> 0x0000", "fpga rd 0x0100 -> 0x0000",
              "file /mnt/tovin/home/pero/lumos.ac3 wb = ENOENT", "fpga rd 0x0104 -> 0x0000"}));
-  // As many words as each status told, and nothing else.
+  // As many words as each status reported, and nothing else.
   std::size_t pending = 0;
   for (std::size_t i = 10; i + 1 < main_thread.size(); ++i) {
     const std::string& line = main_thread[i];

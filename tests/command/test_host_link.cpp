@@ -15,7 +15,7 @@ using testing::Not;
 
 // What a host does with one command, and what it must see. A transfer reads
 // "sent>came", "--" where the board had nothing to say. The board answers with
-// the transfer behind its command, and one byte of an upload behind each poll.
+// the transfer after its command, and one byte of an upload after each poll.
 struct LinkCase {
   const char* name;
   std::string script;
@@ -160,7 +160,7 @@ INSTANTIATE_TEST_SUITE_P(
     [](const auto& row) { return row.param.name; });
 
 // A driver may say "nothing more" with 0 bytes, which a stream takes for its end. The
-// next read has to ask the driver again: one wait for each byte, none in vain.
+// next read has to ask the driver again: one wait for each byte, none wasted.
 TEST(HostLinkDriver, end_behind_a_gulp_costs_the_next_byte_no_wait) {
   BoardRun board;
   ASSERT_EQ(board.vboard("fault link-ends").status, 0);

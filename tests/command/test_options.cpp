@@ -118,7 +118,7 @@ INSTANTIATE_TEST_SUITE_P(
                     .arguments = "-bf_rw 1 0x1FE",
                     .out = "Blackfin Reg util Read reg=0x1fe get data=0x0",
                     .trace = {"open /dev/i2c-1", "i2c 1c wr 20 fe", "wait 10", "i2c 1c rd -> 00"}},
-        // rw 0x100 is not 0, but its low byte is: a write of 0 told as a read.
+        // rw 0x100 is not 0, but its low byte is: a write of 0, reported as a read.
         CommandCase{.name = "bf_rw_low_byte_of_rw_is_zero",
                     .arguments = "-bf_rw 0x100 5 7",
                     .out = " data1=0x0 data2=0x0\n"

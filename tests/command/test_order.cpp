@@ -71,7 +71,7 @@ INSTANTIATE_TEST_SUITE_P(
 INSTANTIATE_TEST_SUITE_P(
     prefixes, Order,
     testing::Values(
-        // the name comes from argument 1, behind its third character: "-gpio" -> "io"
+        // the name comes from argument 1, after its third character: "-gpio" -> "io"
         CommandCase{.name = "bitstream_in_second_position_takes_its_name_from_the_first",
                     .arguments = "-gpio -f=image",
                     .out = "Start prog_gpio,input_data = 0\nCannot access RBF file\n",

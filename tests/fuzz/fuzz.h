@@ -1,8 +1,8 @@
 // Fuzz targets: what each makes of one input, and the process it does it in.
 //
 // Every input runs in a process of its own, on a fresh board in virtual time, so
-// that a stored input alone reproduces what it brought to light: nothing of the
-// input before it is left. The process ends at the end of the input; a crash, a
+// that a stored input alone reproduces its finding: no state of an earlier input
+// remains. The process ends at the end of the input; a crash, a
 // sanitizer's report, a broken expectation or no end at all is a finding.
 #pragma once
 

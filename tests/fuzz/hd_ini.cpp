@@ -1,5 +1,5 @@
 // hd.ini: the input is the file. The reader looks every key up in every way and is
-// held against a plainer one; then the whole is applied twice, as after a restart.
+// compared with a simpler one; then the whole is applied twice, as after a restart.
 #include "config/hd_params.h"
 
 #include <strings.h>

@@ -29,7 +29,7 @@ using vboard::WaitFor;
 constexpr int kMostSteps = 150;
 constexpr double kLimit_s = 20'000;
 constexpr std::int64_t kTaken_us = 60'000'000;
-constexpr std::int64_t kLife_us = 4'000'000'000;  // behind everything that is still queued
+constexpr std::int64_t kLife_us = 4'000'000'000;  // after everything that is still queued
 constexpr std::int64_t kSlice_us = 50'000;
 constexpr std::uint8_t kPoll = 0xA5;
 constexpr std::int64_t kPoll_us = 50'000;

@@ -1,4 +1,4 @@
-// One input, one process: fork, run, bring the coverage home.
+// One input, one process: fork, run, merge the coverage.
 #include <sys/mman.h>
 #include <sys/prctl.h>
 #include <sys/resource.h>

@@ -75,7 +75,7 @@ void through_link(Board& board, std::string_view bytes) {
   }
 }
 
-// The FIFO takes words; an odd byte at the end has a zero behind it.
+// The FIFO takes words; an odd byte at the end has a zero after it.
 void through_fpga(Board& board, std::string_view bytes) {
   vboard::FpgaState& fpga = board.fpga;
   constexpr std::uint32_t kDepth = sizeof fpga.update_fifo;

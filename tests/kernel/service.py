@@ -74,7 +74,7 @@ def old_program():
     return (compare.ROOT / "build-arm" / "vantorig").read_bytes()
 
 
-# The same program; what stands behind its end does nothing.
+# The same program; what stands after its end does nothing.
 def new_program():
     return old_program() + b"new"
 

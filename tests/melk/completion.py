@@ -53,7 +53,7 @@ def options(program, *words):
 
 
 def fault_lines(vboard):
-    """Faults by name, with what `vboard operations` says behind it."""
+    """Faults by name, with what `vboard operations` says after it."""
     listed = subprocess.run([vboard, "operations"], capture_output=True, text=True, check=True).stdout
     lines = listed.partition("\nFault\n")[2].partition("\n\n")[0].split("\n")
     return dict(line.split(None, 1) for line in lines if line.startswith("  "))

@@ -1,4 +1,4 @@
-// What a melk command came to: exit status, standard output and standard error.
+// The outcome of a melk command: exit status, standard output and standard error.
 #pragma once
 
 #include <cstdio>

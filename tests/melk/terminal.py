@@ -69,7 +69,7 @@ class Watch:
         return self.seen[begin:]
 
     def ended(self):
-        """The exit status, as subprocess tells it."""
+        """The exit status, as subprocess gives it."""
         status = self.process.wait(PATIENCE)
         while select.select([self.master], [], [], 0)[0]:
             self.seen += os.read(self.master, 65536)

@@ -743,7 +743,7 @@ TEST(Progress, none_beside_a_terminal) {
   EXPECT_EQ(run(board, {"update", package.path()}).err, "");
 }
 
-// A link that is told to stop once `bytes` have moved.
+// A link that is asked to stop once `bytes` have moved.
 melk::Link stopping_after(ScriptedBoard& board, std::size_t bytes, std::size_t& moved) {
   melk::Link link{board};
   link.progress = [&moved](std::size_t done, std::size_t) { moved = done; };

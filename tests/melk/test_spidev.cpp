@@ -161,7 +161,7 @@ TEST_P(Wire, update_is_stored_installed_and_its_result_told) {
     EXPECT_EQ(outcome.code, 0) << outcome.out << outcome.err;
     EXPECT_THAT(outcome.out, HasSubstr("the update succeeded"));
     EXPECT_EQ(service.bench.get_file("tmp/new_hd_version.tar.gz"), package);
-    EXPECT_EQ(run(wire, {"update-result"}).code, 1);  // told once
+    EXPECT_EQ(run(wire, {"update-result"}).code, 1);  // reported once
   });
 }
 

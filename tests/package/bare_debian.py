@@ -4,11 +4,11 @@ installed on others, and used with the commands of README, manual pages, help an
 
     tests/package/bare_debian.py [--packages DIR] [--cache DIR] [--keep]
 
-On demand: ten minutes and more, most of it for the tools that a bare Debian lacks, and
-to build. As root, with Debian's servers in reach; else it says why not and exits with 77.
+On demand: at least ten minutes, most of it to fetch the tools that a bare Debian lacks and
+to build. Needs root and Debian's servers; else it says why not and exits with 77.
 The first run makes a bare system with debootstrap and keeps it in the cache
 (~/.cache/vantorig), with the packages that were fetched. With --packages nothing is
-built: DIR holds what ./package made. --keep leaves the machines for a look.
+built: DIR holds the output of ./package. --keep leaves the machines for inspection.
 """
 
 import argparse
@@ -43,7 +43,7 @@ TIMED_OUT = 124
 # Examples that end otherwise than with 0, want something to read, or more than a board.
 STATUS = {
     "melk --spi /dev/spidev0.0 --speed 500000 status": 4,  # no such device here
-    "melk update-result": 1,  # was told to the update before it
+    "melk update-result": 1,  # was reported to the update before it
 }
 CONFIGURED = ["vboard encode crash"]  # wants an encode that runs
 INPUT = {

@@ -1,8 +1,8 @@
-"""How many restarts a limit on open handles bears: a stream that stalls for ever is
+"""How many restarts a limit on open handles allows: a stream that stalls for ever is
 restarted for ever, in virtual time, and each restart leaves three handles open.
 
-    handles.py BUILD            the test: sixty handles more bear twenty restarts more
-    handles.py BUILD LIMIT...   tells the restart in which a handle is first refused
+    handles.py BUILD            the test: sixty handles more allow twenty restarts more
+    handles.py BUILD LIMIT...   prints the restart in which a handle is first refused
 """
 
 import pathlib

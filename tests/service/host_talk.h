@@ -24,9 +24,9 @@ class Talk {
   explicit Talk(vboard::Bench& on) : host(vboard::board_of_process()), bench(on) {}
 
   // Sends these bytes, each once the board is done with the one before, waits
-  // and tells what came of them.
+  // and returns the results.
   Heard say(const std::vector<int>& bytes, double seconds = 0.1);
-  // Waits and tells what happened.
+  // Waits and returns what happened.
   Heard hear(double seconds);
   // Polls for this many bytes of an upload, and returns those that came.
   std::vector<int> poll(int count);

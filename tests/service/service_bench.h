@@ -18,7 +18,7 @@
 #include "vboard/host/board_transport.h"
 #include "vboard/testing/bench.h"
 
-// A command byte with a 32-bit number behind it.
+// A command byte with a 32-bit number after it.
 std::vector<int> command_with_number(int code, std::uint32_t number);
 
 // The host's end, in words.

@@ -45,7 +45,7 @@ struct SupervisedBoard {
     host.send_config(config);
   }
 
-  // Runs the service until `story` is told. It begins with a healthy board.
+  // Runs the service until `story` has run. It begins with a healthy board.
   void run(const std::function<void(Host&)>& story) {
     run_from_start([&](Host& host) {
       configure(host);

@@ -33,7 +33,7 @@ struct Order {
   const char* name;
   std::vector<int> bytes;
   Lines stream;
-  std::function<void(Bench&)> before = nullptr;  // behind the start of the service
+  std::function<void(Bench&)> before = nullptr;  // after the start of the service
   double seconds = 1;
 };
 void PrintTo(const Order& one, std::ostream* out) { *out << one.name; }

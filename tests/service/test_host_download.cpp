@@ -290,7 +290,7 @@ void count_to_the_reading() {
   for (int i = 0; i < 4; ++i) EXPECT_EQ(video_monitorTVP5150(1), 0);
 }
 
-// Waits until the download is over, and for the check behind it.
+// Waits until the download is over, and for the check after it.
 void await_end(Talk& host) {
   while (SystemOnUpdate == 1) host.host.wait(0.001);
   host.host.wait(0.01);

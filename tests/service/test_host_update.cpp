@@ -76,7 +76,7 @@ TEST_P(HostUpdate, flags_hold_the_service_until_3_seconds_behind_the_transfer) {
     EXPECT_EQ(SystemOnUpdate, 1);
     EXPECT_EQ(shared_memory->do_fpga_restart, 1);
     push(host, way, "abcd");
-    host.host.wait(3.9);  // a second for the file, three behind it
+    host.host.wait(3.9);  // a second for the file, three after it
     EXPECT_EQ(SystemOnUpdate, 1);
     EXPECT_EQ(host.bench.get_file(kArchive), "abcd");
     host.host.wait(0.2);

@@ -130,7 +130,7 @@ TEST_P(HostUpload, file_that_shrinks_behind_its_size_repeats_its_last_byte) {
 
 TEST(HostUploadWhileSent, file_that_shrinks_repeats_what_was_read_last) {
   talk([](Talk& host) {
-    // Read in blocks of 4096: what lies behind the first is gone by then.
+    // Read in blocks of 4096: what lies after the first is gone by then.
     host.bench.put_file("temp_log1.tar.gz", std::string(4095, 'a') + "b" + std::string(904, 'c'));
     host.say({8});
     std::vector<int> got = host.poll(4 + 1);

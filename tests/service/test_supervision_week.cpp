@@ -1,4 +1,4 @@
-// A week of supervised operation: something breaks every hour and is mended.
+// A week of supervised operation: a fault every hour, which is then removed.
 #include <gmock/gmock.h>
 
 #include <sched.h>
@@ -16,7 +16,7 @@ constexpr double kHour = 3600;
 constexpr int kClearStatus = 25;
 
 // What happens within an hour. Each lasts long enough to be noticed and is over
-// before the restart that it brings about: one launch of encode an hour.
+// before the restart that it causes: one launch of encode an hour.
 struct Event {
   const char* begin;
   double seconds;

@@ -1,4 +1,4 @@
-// How soon a board has to be well again after what happened to it, in board time.
+// The time within which a board must be healthy again after an event, in board time.
 //
 // A supervised cycle sleeps 1 s for the input and
 // 0.5 s at its end; reading the chips takes less than 0.1 s of it: 1.6 s. A
@@ -10,7 +10,7 @@
 // digital receiver not ready 1 s; AC-3 sync 1 s a try; two resets of 1.01 s each;
 // settling 1 s; 11.2 s with one try and the composite input, 12 s with the chips'
 // traffic. A restart ends 35.5 s after it began. Then the levels are captured:
-// two cycles for video, two for audio, one to find all well: 5 cycles, 8 s. A
+// two cycles for video, two for audio, one to find it healthy: 5 cycles, 8 s. A
 // fault is found one cycle after it can be, counts of 10 after 11, and the
 // restart begins in the cycle after that.
 //

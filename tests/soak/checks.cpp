@@ -1,4 +1,4 @@
-// What must hold after each event, and what the host asks to find out.
+// The checks after each event, and the host's queries for them.
 #include "tests/soak/storm.h"
 
 #include <algorithm>
@@ -40,7 +40,7 @@ constexpr WordAt kWords[] = {{51, 2, 180}, {53, 2, 176}, {55, 2, 184}, {59, 2, 1
 // The buffers settle at 40 and 24. A capture ends at the first level that is not
 // above the highest before it, and that of audio is never cleared: after two
 // launches in a row a level on its way up may be kept. A video level that is more
-// than 16 off brings about another restart.
+// than 16 off causes another restart.
 struct LevelAt {
   int at;
   int low;

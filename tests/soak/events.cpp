@@ -16,13 +16,13 @@ namespace {
 constexpr double kUploadGivesUp_s = 31;  // 15 s over the size, 15 s over the data
 
 // A world fault that ends by itself. Lasts between the two times, which keep its cause certain:
-// long enough to be found, over before the restart that it brings about launches `encode` again.
+// long enough to be found, over before the restart that it causes launches `encode` again.
 struct Fault {
   const char* name;
   double shortest_s;
   double longest_s;
   int cycles;    // until it is found
-  int restarts;  // it brings about
+  int restarts;  // that it causes
   int cause;
   bool tvp7002_only = false;
 };
@@ -247,7 +247,7 @@ void Storm::upload_cut() {
 // Random bytes between two transfers; what they began is over afterwards: uploads
 // give up, and what waits for parameters (12 at most) gets polls. Not among them:
 // what begins a transfer, a register read and the factory software. Only wild
-// noise stops the audio, which takes two configurations to mend: the first finds
+// noise stops the audio, which two configurations restore: the first finds
 // the digital audio not enabled.
 void Storm::noise(bool wild) {
   begin(wild ? "noise, then configurations" : "noise");
@@ -308,7 +308,7 @@ void Storm::firmware_push() {
   recovered(kCycle_s, 0, 0, melk::kCauseNone);
 }
 
-// The DSP as the audio path. Fewer than five cycles without audio are borne.
+// The DSP as the audio path. Fewer than five cycles without audio are tolerated.
 void Storm::dsp_interlude() {
   if (dsp_spent_) return audio_lost();
   begin("DSP audio, lost shortly");

@@ -14,7 +14,7 @@ struct Setting {
   std::vector<std::pair<std::string, int>> changes;  // of the example configuration
   const char* source;
   const char* standard;
-  int input_mux;     // as GET_INPUT_MUX tells it
+  int input_mux;     // as GET_INPUT_MUX answers
   bool dsp = false;  // the AC-3 DSP is the audio path
 
   std::string text() const { return example_config_with(changes); }

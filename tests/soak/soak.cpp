@@ -17,7 +17,7 @@ std::vector<Reference> all_references() {
   return all;
 }
 
-// Runs the course in a process of its own. Returns false when something was amiss.
+// Runs the course in a process of its own. Returns false after a failure.
 bool run_apart(const Course& course, const std::vector<Reference>& references,
                std::uint64_t* digest) {
   int channel[2] = {-1, -1};

@@ -1,5 +1,5 @@
-// The course of days: a board is prepared, a service is started on it, and from one
-// event to the next the days go by.
+// The course of days: prepares a board, starts a service on it and applies event
+// after event.
 #include "tests/soak/storm.h"
 
 #include <malloc.h>
@@ -20,10 +20,10 @@ using vboard::Bench;
 
 namespace {
 
-// Bytes of the heap in use; 0 where the allocator does not tell.
+// Bytes of the heap in use; 0 where the allocator does not report them.
 std::size_t heap_in_use() { return mallinfo2().uordblks; }
 
-// A sanitizer's allocator does not tell.
+// A sanitizer's allocator does not report it.
 std::string in_kilobytes(std::size_t heap) {
   return heap == 0 ? "not told" : std::to_string(heap / 1024) + " kB";
 }
@@ -98,7 +98,7 @@ std::string Storm::random_bytes(std::size_t size) {
 }
 
 // Output and trace of the service are the run; both are taken often, so that no
-// memory is needed for what was told.
+// memory is needed for the report.
 void Storm::take_output() {
   fflush(stdout);
   const off_t size = lseek(STDOUT_FILENO, 0, SEEK_CUR);
@@ -218,7 +218,7 @@ void Storm::tell(Host& host) {
 bool Storm::run() {
   prepare();
   bool told = false;
-  // The service is given the time it takes, and stopped when all is told.
+  // The service is given the time it takes, and stopped when the report is complete.
   service_.run(course_.hours * kHour_s + 2 * kDay_s, [&](Host& host) {
     tell(host);
     told = true;

@@ -1,12 +1,12 @@
-// The storm: what happens to one board, day after day, and what is looked at.
+// The storm: seeded random events on one board, and the checks after each.
 //
 // An event begins at a random moment of the supervision's cycle. After it the
 // board must be healthy within the event's bound and stay so for a while; then
-// the host asks all that it can, the status record whole, and the settings are
-// compared with those of a fresh board.
+// the host sends every query, including the whole status record, and the settings
+// are compared with those of a fresh board.
 //
-// The course of days stands in storm.cpp, the events in events.cpp, what must hold
-// after each in checks.cpp, and where the bounds come from in bounds.h.
+// The course of days is in storm.cpp, the events in events.cpp, the checks after
+// each in checks.cpp, the derivation of the bounds in bounds.h.
 #pragma once
 
 #include <cstdint>
@@ -30,7 +30,7 @@ struct Reference {
 struct Course {
   double hours = 0;
   std::uint64_t seed = 0;
-  FILE* report = nullptr;  // where it is told; standard output belongs to the service
+  FILE* report = nullptr;  // of the run; standard output belongs to the service
 };
 
 // How often an event came, and how soon the board was well again after it.
@@ -52,7 +52,7 @@ class Storm {
   Storm(const Course& course, const std::vector<Reference>& references)
       : course_(course), references_(references), random_(course.seed) {}
 
-  // Runs the course over a board of its own, to its end or to the first thing amiss,
+  // Runs the course over a board of its own, to its end or to the first failure,
   // which stands in the report then. Returns true when nothing was.
   bool run();
   // What the whole run came to.

@@ -1,4 +1,4 @@
-// What a run comes to: its trace and output as a digest, and what they count.
+// The result of a run: a digest of its trace and output, and counts of both.
 #pragma once
 
 #include <cstddef>
@@ -16,7 +16,7 @@ class Digest {
   std::uint64_t value_ = 14695981039346656037u;
 };
 
-// What the trace tells on its way into the digest.
+// Counts taken from the trace on its way into the digest.
 struct Traffic {
   Digest digest;
   long line_actions = 0;

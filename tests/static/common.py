@@ -1,11 +1,11 @@
-"""What the static checks share: the files of the tree, and how findings are told."""
+"""What the static checks share: the files of the tree, and the report of findings."""
 
 import pathlib
 import sys
 
 ROOT = pathlib.Path(__file__).resolve().parents[2]
 
-# Highest first: a file includes from its own folder and the ones behind it.
+# Highest first: a file includes from its own folder and the ones after it.
 HEIGHTS = ["app", "supervision", "hostlink", "diag", "config", "audio", "video", "hw", "state"]
 TOOLS = ["vboard", "melk", "tests"]
 OTHERS = ["docs", "packaging", "cmake"]

@@ -1,5 +1,5 @@
 // Runs the points. What a child process finds out it writes into memory that it
-// shares with its parent, so that an end of its own loses nothing.
+// shares with its parent, so that nothing is lost when it crashes.
 #include "tests/sweep/run.h"
 
 #include <fcntl.h>

@@ -1,5 +1,5 @@
 // The scenarios of the sweep: every option, every host command, every cause of a
-// restart, the re-apply behind it, and the operations that no option reaches.
+// restart, the re-apply after it, and the operations that no option reaches.
 #include "tests/sweep/scenarios.h"
 
 #include <sys/stat.h>

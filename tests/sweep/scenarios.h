@@ -14,7 +14,7 @@ struct Scenario {
   std::function<void()> call;          // an operation that no option reaches
 
   // The service beside a host: what the host does while calls fail, before that,
-  // and behind it. Null `host`: a command alone.
+  // and after it. Null `host`: a command alone.
   std::function<void(Host&)> host;
   std::function<void(Host&)> before;
   std::function<void(Host&)> after;

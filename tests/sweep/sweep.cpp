@@ -107,7 +107,7 @@ std::vector<Plan> plan(const Choice& choice, std::map<std::string, long>* by_cal
   return plans;
 }
 
-// What a worker tells about a scenario.
+// A worker's results for a scenario.
 struct Report {
   std::size_t plan;
   Tally tally;

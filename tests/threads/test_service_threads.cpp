@@ -1,6 +1,5 @@
-// The three threads of the service and a host, really side by side: what virtual
-// time, which runs one thread at a time, cannot show. Meant for the thread
-// sanitizer.
+// The three threads of the service and a host, in parallel: what virtual time, which
+// runs one thread at a time, cannot show. Meant for the thread sanitizer.
 #include <gmock/gmock.h>
 
 #include <functional>

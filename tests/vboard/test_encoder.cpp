@@ -1,5 +1,5 @@
 // The encoder's side of the board: when it comes alive, and what it does to the
-// buffers from then on, however seldom anybody looks.
+// buffers from then on, however rarely they are read.
 #include "vboard/models/encoder.h"
 
 #include <gtest/gtest.h>

@@ -1,4 +1,4 @@
-// What the models take note of: registers that nobody documents, transfers of a
+// What the models record as violations: undocumented registers, transfers of a
 // wrong length, requests that no driver has. And the trace lines they write.
 #include <gmock/gmock.h>
 

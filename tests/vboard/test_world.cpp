@@ -238,7 +238,7 @@ TEST_P(Fault, leaves_nothing_behind_in_the_world) {
   memcpy(before->data(), &bench.board().world, sizeof(World));
   bench.world(std::string("fault ") + GetParam().fault);
   bench.world("faults clear");
-  // A record of what was stuck stays behind its count.
+  // A record of what was stuck stays after its count.
   memset(static_cast<void*>(bench.board().world.faults.stuck), 0, sizeof Faults::stuck);
   Faults fresh;
   memcpy(before->data() + offsetof(World, faults) + offsetof(Faults, stuck),

@@ -1,4 +1,4 @@
-// A board directory: where a board lives, and how a fresh one comes to be.
+// A board directory: where a board lives, and how a fresh one is created.
 #pragma once
 
 #include <filesystem>

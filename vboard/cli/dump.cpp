@@ -40,7 +40,7 @@ bool parse_number(std::string_view word, unsigned* number) {
   return result.ec == std::errc{} && result.ptr == end;
 }
 
-// "0xADDRESS 0xVALUE" by even byte address; the name behind it may be missing,
+// "0xADDRESS 0xVALUE" by even byte address; the name after it may be missing,
 // but not another register's.
 bool parse_saved(const Words& words, Value* value) {
   unsigned address = 0;

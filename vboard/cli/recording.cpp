@@ -1,6 +1,6 @@
 // Makes and replays records of runs.
 //
-// The head of a record, in comment lines, tells the run and how its board differed
+// The head of a record, in comment lines, describes the run and how its board differed
 // from a fresh one:
 //   # record {"command":["build/vantorig","-602"],"started_us":0,"time":"virtual"}
 //   # state 730187651 4711 0a1b2c   bytes of the board's state, of this layout, from 4711 on

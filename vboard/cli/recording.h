@@ -10,7 +10,7 @@
 
 namespace vboard {
 
-// What the head of a record tells of its run.
+// What the head of a record says about its run.
 struct RecordedRun {
   std::string time;  // "virtual", "real", "scaled"
   std::int64_t started_us = 0;

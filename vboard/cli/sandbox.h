@@ -70,7 +70,7 @@ class Run {
   std::string program_;
   Board* board_ = nullptr;
   int lock_fd_ = -1;
-  int status_fd_ = -1;  // what bwrap tells of itself
+  int status_fd_ = -1;  // status reports of bwrap
   pid_t child_ = -1;
   bool executed_ = false;  // not only the sandbox
   bool reached_board_ = false;

@@ -17,7 +17,7 @@ namespace {
 
 double seconds_of(std::int64_t us) { return static_cast<double>(us) / 1e6; }
 
-// A lane of spans, told by changes.
+// A lane of spans, built from changes.
 class Lane {
  public:
   explicit Lane(std::vector<Span>& spans) : spans_(spans) {}
@@ -115,7 +115,7 @@ class HostTalk {
     awaited_ = said_.back().size;
   }
 
-  // Tells the command at `i`, with those behind it that belong to it; returns how many.
+  // Adds the command at `i`, with those after it that belong to it; returns how many.
   std::size_t tell(std::size_t i) {
     const Said& one = said_[i];
     std::size_t count = 1;
@@ -149,7 +149,7 @@ class HostTalk {
 
 // ---- what the service was about -----------------------------------------------------------
 
-// What the program prints before a restart, and the cause that the host is told.
+// What the program prints before a restart, and the cause reported to the host.
 constexpr struct {
   const char* text;
   int cause;

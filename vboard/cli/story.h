@@ -1,4 +1,4 @@
-// A record told as what can be drawn: marks, spans and curves over board time.
+// A record as what is drawn: marks, spans and curves over board time.
 #pragma once
 
 #include <string>
@@ -30,7 +30,7 @@ struct Point {
 
 struct Restart {
   double at;
-  int cause;  // as the host is told; 0 when the program said none
+  int cause;  // as reported to the host; 0 if the program printed none
 };
 
 struct Story {

@@ -20,7 +20,7 @@ void serve_guest(Board& board, void (*before_answer)(), void (*end)());
 
 // ---- the guest's side ----------------------------------------------------------------
 
-// Nobody answers any more. Thrown by what follows.
+// The board no longer answers. Thrown by the functions below.
 struct ProgramGone {};
 
 // Waits until it is the guest's turn for the first time.

@@ -1,14 +1,14 @@
-// A record: a trace that holds what came from outside as well, so that the run can
-// be played again and drawn.
+// A record: a trace that includes what came from outside, so that the run can be
+// replayed and drawn.
 //
-// Lines of a record have the shape of trace lines; in the place of the thread
-// stands who acted:
+// Lines of a record have the form of trace lines; the place of the thread names
+// who acted:
 //   host link 02 -> --         one transfer: what the host clocked out, what came back
 //   host fifo 1f 8b ...        a block into the FPGA's update FIFO
 //   host looks                 a wait of the scripted host ended here
 //   world source none          an operation on the world
 //   main says TEXT             a line that the program printed
-//   board levels 40.0 24.0     the board as it was seen twice a second, when it changed:
+//   board levels 40.0 24.0     the board, sampled twice a second, if it changed:
 //   board encode streams         buffer levels, the encoder, what is plugged in
 //   board video component
 //   board audio digital

@@ -1,4 +1,4 @@
-// Reading traces and records; vboard/core/record.h tells what stands in them.
+// Reading traces and records; vboard/core/record.h describes their lines.
 #pragma once
 
 #include <cstdint>

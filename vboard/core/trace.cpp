@@ -1,4 +1,4 @@
-// Formats trace lines and hands them to whoever listens.
+// Formats trace lines and hands them to the sink.
 #include "vboard/core/trace.h"
 
 #include <cstdarg>

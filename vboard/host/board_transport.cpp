@@ -58,7 +58,7 @@ void BoardTransport::release() {
 
 bool BoardTransport::reachable(const std::string& directory, std::string* problem) const {
   Locked hold(board_);
-  // The lock tells of a run that was killed and could not say so.
+  // The lock shows a run that was killed and could not say so.
   if (board_.clock.running == 0 || !board_in_use(directory.c_str())) {
     *problem = "no program runs on the board";
     return false;

@@ -1,5 +1,5 @@
-// Playing a record again: its host and its world act on the board at the times that
-// the record tells, in virtual time, beside the program.
+// Replaying a record: its host and its world act on the board at their recorded
+// times, in virtual time, alongside the program.
 #pragma once
 
 #include <string>

@@ -1,6 +1,6 @@
 // Scripted host and world, for runs in virtual time.
 //
-// A script is lines of text, done one after the other beside the program:
+// A script is lines of text, executed in order alongside the program:
 //   at 2s        wait until the board clock shows this time (or `after 500ms`)
 //   melk status  a command of the host client
 //   link 02 00   raw bytes clocked out by the host, each once the board took the last
@@ -8,8 +8,8 @@
 //   world source none   an operation on the world
 //   print TEXT   a line into the host's log
 //   end          the operator stops the program
-// `at` and `after` may stand before another step on the same line. Everything
-// from `#` on is a comment. A `melk` or `world` step that fails is told on standard
+// `at` and `after` may precede another step on the same line. Everything from
+// `#` on is a comment. A `melk` or `world` step that fails is reported on standard
 // error.
 #pragma once
 

@@ -630,7 +630,7 @@ int seam_fcntl(int fd, int command, long argument) {
 
 // ---- waiting -------------------------------------------------------------------------
 
-// Descriptors beyond the first set stand in further sets behind it.
+// Descriptors beyond the first set stand in further sets after it.
 bool in_set(int fd, const fd_set* set) {
   return FD_ISSET(fd % FD_SETSIZE, set + fd / FD_SETSIZE) != 0;
 }

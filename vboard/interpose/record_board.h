@@ -1,4 +1,4 @@
-// What a record tells of the board itself: sources, encoder, buffer levels.
+// What a record says about the board itself: sources, encoder, buffer levels.
 #pragma once
 
 #include <cstdint>

@@ -1,4 +1,4 @@
-// What the interposer needs to be told, and what it can be asked.
+// The interposer's set-up and its queries.
 //
 // The same overrides serve two settings: preloaded into the unmodified program
 // inside a sandbox, where files, shell commands and System V calls are real, and

@@ -77,7 +77,7 @@ void serve(Board* board, int fd) {
     Bytes reply(sizeof result);
     memcpy(reply.data(), &result, sizeof result);
     reply.insert(reply.end(), answers.begin(), answers.end());
-    // A bus that gave up waiting has nobody to tell.
+    // A bus that gave up waiting needs no answer.
     [[maybe_unused]] const ssize_t taken = write(fd, reply.data(), reply.size());
   }
 }

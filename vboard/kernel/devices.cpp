@@ -109,7 +109,7 @@ Places fpga_places(const Request& request) {
   return {{record}, {record}};
 }
 
-// A request number of the capture driver tells the size of its record.
+// A request number of the capture driver contains the size of its record.
 Places capture_places(const Request& request) {
   const Extent record = {request.argument, _IOC_SIZE(request.number)};
   return {{record}, {record}};

@@ -129,7 +129,7 @@ void put_header(BitWriter& out, const Ac3Stream& stream) {
 
 constexpr unsigned kExponentsD45 = 3;   // one exponent for four bins
 constexpr unsigned kBandwidthCode = 0;  // 73 bins
-constexpr int kExponentGroups = 6;      // of the 72 bins behind the first
+constexpr int kExponentGroups = 6;      // of the 72 bins after the first
 constexpr unsigned kNoChange = 2 * 25 + 2 * 5 + 2;
 constexpr unsigned kQuietest = 15;
 

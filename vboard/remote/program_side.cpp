@@ -5,7 +5,7 @@
 // calls' own names. Streams on devices stay streams of the program's own C
 // library, so that it buffers them as it would on the board.
 //
-// No C++ library stands behind it.
+// It is built without the C++ library.
 #include <dlfcn.h>
 #include <fcntl.h>
 #include <linux/i2c-dev.h>
@@ -295,7 +295,7 @@ void i2c_pieces(unsigned request, void* argument, Pieces* pieces) {
   }
 }
 
-// A request number of the capture driver tells the size of its record.
+// A request number of the capture driver contains the size of its record.
 void video_pieces(unsigned request, void* argument, Pieces* pieces) {
   static_assert(_IOC_SIZE(VIDIOC_QUERYSTD) == 8 && _IOC_SIZE(VIDIOC_S_INPUT) == 4);
   static_assert(_IOC_SIZE(VIDIOC_CROPCAP) == 44 && _IOC_SIZE(VIDIOC_S_CROP) == 20);

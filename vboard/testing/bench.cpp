@@ -48,7 +48,7 @@ struct Stream {
   std::vector<Watched> watched;
   int capture_fd = -1;
   off_t seen = 0;       // of the captured output
-  std::string printed;  // behind its last line end
+  std::string printed;  // after its last line end
 };
 Stream& stream_of_all() {
   static auto* one = new Stream;  // threads may outlive main

@@ -49,7 +49,7 @@ class Bench {
   // happens:
   //   fpga wr 0x1328 <- 0x0006               any line of the trace
   //   say start Configure_System!!           a line that was printed
-  //   say... read '1.2.3' OK                 text with no line end behind it, so far
+  //   say... read '1.2.3' OK                 text with no line end after it, so far
   //   file /home/tovin/hd.ini <- 6 bytes     a file of the board written ...
   //   file /home/tovin/hd.ini closed         ... and closed
   //   encode_alive = 0                       a watched value, when it has changed
@@ -60,7 +60,7 @@ class Bench {
 
   // While all is followed: tells changes of a value that the program keeps in memory.
   // It is looked at before each line of the stream, so a change stands before whatever
-  // came behind it; of several without a line between them the first watched comes first.
+  // came after it; of several without a line between them the first watched comes first.
   void watch(const std::string& name, std::function<long long()> value);
   template <class T>
   void watch(const std::string& name, const Relaxed<T>& value) {

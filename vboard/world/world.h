@@ -1,4 +1,4 @@
-// The world outside the board, in words: what is plugged in, what is broken.
+// The world outside the board, in words: sources, standards, faults.
 //
 // One line of text is one operation, live from `vboard` or out of a script. The
 // tables are the only list of them; help and completion come from here.
@@ -23,7 +23,7 @@ struct WorldCommand {
   bool (*run)(Board& board, const Words& arguments, std::string& error);
 };
 
-// A fault is put on with its arguments and taken off with `off` behind them;
+// A fault is put on with its arguments and taken off with `off` after them;
 // without arguments `off` takes off every fault of that name.
 struct WorldFault {
   const char* name;

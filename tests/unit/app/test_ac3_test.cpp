@@ -102,7 +102,7 @@ TEST(Ac3Test, more_than_a_thousand_words_are_reported_and_taken) {
   capture.make_mount();
   capture.bench.world("audio none");
   capture.bench.beside("stall", [&capture] {
-    // 1500 words that nobody fetched, behind the start of the capture.
+    // 1500 words that nobody fetched, after the start of the capture.
     vboard::board_wait(vboard::WaitFor::kNothing, kStart_us + 1'000);
     vboard::Locked hold(capture.bench.board());
     capture.bench.board().ac3_capture.taken = -1500;

@@ -44,7 +44,7 @@ struct Service {
   }
 };
 
-// Just behind the start-up: the host link waits in the reset of the FPGA.
+// Just after the start-up: the host link waits in the reset of the FPGA.
 constexpr std::int64_t kStarted_us = 150'000;
 
 // What the two threads have printed by then, the link's two lines in the middle.

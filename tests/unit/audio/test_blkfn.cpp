@@ -726,7 +726,7 @@ TEST(LoadBf, third_failure_is_reported) {
 
   EXPECT_EQ(Load_BF(), 0);
 
-  // 401 bytes bring the level to 401; the next one waits in vain. The DSP holds
+  // 401 bytes bring the level to 401; the next one is never taken. The DSP holds
   // the master off, so HWAIT stands.
   const std::string attempt =
       "HWAIT=1, SPI_STATUS_REG 0x8%s\nWriting control_data 0x7\n"

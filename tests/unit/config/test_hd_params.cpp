@@ -541,7 +541,7 @@ TEST(ConfigureSystem, whole_file_in_one_order) {
        "say SetpidVideo", "pidVideo = 256", "fpga wrblk 0x1000 n=2 <- 00 01", "say SetpidAudio",
        "pidAudio = 257", "fpga wrblk 0x1004 n=2 <- 01 01", "say SetpidPCR", "pidPCR = 258",
        "say fpgaregs.pidPCR = 258", "fpga wrblk 0x1320 n=2 <- 02 01",
-       // offset_x, offset_y: told first, stored by the second pair of rows
+       // offset_x, offset_y: printed first, stored by the second pair of rows
        "say SetOffsetx", "say offsetx = 11", "say SetOffsety", "say offsety = 12", "block x = 11",
        "block y = 12",
        // portActiveEnable

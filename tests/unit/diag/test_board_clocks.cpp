@@ -139,7 +139,7 @@ TEST_F(ProgAablk, bus_missing_is_1) {
 
 class ProgI2cTest : public BoardClocks {
  protected:
-  // How many bytes a run printed behind its heading.
+  // How many bytes a run printed after its heading.
   static std::ptrdiff_t bytes_printed(const std::string& output) {
     const std::size_t heading = output.find(": device_addr");
     const std::size_t start = output.find(": ", heading + 2);

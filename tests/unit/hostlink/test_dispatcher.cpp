@@ -292,9 +292,9 @@ INSTANTIATE_TEST_SUITE_P(
         Listing{"no_line_end", "-rw-r--r-- 1 root root 30 Jan", 30},
         Listing{"other_size", "-rw-r--r-- 1 root root 29 Jan  1 00:00 /home/tovin/hd.ini\n", 29},
         Listing{"large_size", "-rw-r--r-- 1 root root 5000000 Jan  1 00:00 hd.ini\n", 5'000'000},
-        // The first 't' is that of the path, with no number behind it.
+        // The first 't' is that of the path, with no number after it.
         Listing{"owner_without_t", "-rw-r--r-- 1 adm adm 30 Jan  1 00:00 /home/tovin/hd.ini\n", 0},
-        // ... or that of the month, with the day behind it.
+        // ... or that of the month, with the day after it.
         Listing{"month_with_t", "-rw-r--r-- 1 adm adm 30 Oct 12 10:30 /home/tovin/hd.ini\n", 12},
         Listing{"owners_as_numbers", "-rw-r--r-- 1 0 0 30 Jan  1 00:00 /home/tovin/hd.ini\n", 0},
         Listing{"t_in_the_group", "-rw-r--r-- 1 adm staff 30 Jan  1 00:00 hd.ini\n", 30},

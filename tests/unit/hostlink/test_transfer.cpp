@@ -443,7 +443,7 @@ TEST_F(Fifo, even_archive_takes_its_words_and_no_more) {
                                      "fpga rd 0x0124 -> 0x0002",  //
                                      "fpga rd 0x0124 -> 0x0002", "fpga rd 0x0120 -> 0x6364",
                                      "fpga rd 0x0124 -> 0x0000", "wait 1000000"));
-  // The largest level is looked for behind each word: 2. The last word stood at 2.
+  // The largest level is looked for after each word: 2. The last word stood at 2.
   EXPECT_EQ(one.bench.output(), std::string("in get_file function size=4 \n"
                                             "start get file status=0x4\n"
                                             "write_fleg_ok\n"
@@ -573,7 +573,7 @@ TEST_F(Fifo, level_without_waiting_bits_is_waited_on_for_ever) {
   one.bench.board().fpga.held = true;
   one.bench.set_fpga(kRegUpdateStatus, 0xFF00);
   vboard::set_trace_sink(nullptr);
-  // Beyond the second that stands behind the last word.
+  // Beyond the second that stands after the last word.
   EXPECT_TRUE(one.still_runs_after(2, [this] { new_get_upgrate_file(one.link, 2); }));
   EXPECT_EQ(one.bench.get_file(kArchive), "");
 }

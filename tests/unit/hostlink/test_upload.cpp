@@ -285,7 +285,7 @@ TEST_P(BigUpload, goes_out_whole_and_at_most_150000_bytes_are_dumped) {
   for (std::size_t i = 0; i < got.size(); ++i)
     ASSERT_EQ(got[i], static_cast<unsigned char>(content[i])) << "byte " << i;
   const std::string said = one.bench.output();
-  EXPECT_EQ(count_of(said, " "), 150'000 + 1);  // one behind each byte, one in FIN FIN
+  EXPECT_EQ(count_of(said, " "), 150'000 + 1);  // one after each byte, one in FIN FIN
   EXPECT_EQ(count_of(said, "fe "), size == 150'000 ? 1 : 0) << "the last byte";
 }
 

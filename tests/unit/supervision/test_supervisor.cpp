@@ -495,7 +495,7 @@ TEST_F(SuperviseRestart, ends_watching_with_a_new_alive_wait) {
   EXPECT_THAT(bench.output(), StartsWith("encode is alive\n"));
 }
 
-// The stream from behind the first line that equals `line`.
+// The stream from after the first line that equals `line`.
 std::vector<std::string> behind(std::vector<std::string> stream, const std::string& line) {
   const auto found = std::find(stream.begin(), stream.end(), line);
   EXPECT_NE(found, stream.end()) << line;
