@@ -75,7 +75,7 @@ class Size(unittest.TestCase):
     def test_limit_record_and_growth(self):
         recorded = size.read_record("# bytes\narm 100000\n")
         self.assertIsNone(size.problem("arm", 102048, recorded))
-        self.assertIn("100000 in bench", size.problem("arm", 102049, recorded))
+        self.assertIn("100000 in tests/bench", size.problem("arm", 102049, recorded))
         self.assertIn("more than", size.problem("arm", 131073, {"arm": 131073}))
         self.assertIn("not in", size.problem("other", 1, recorded))
 
