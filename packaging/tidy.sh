@@ -8,5 +8,5 @@ set -eu
 build=$1
 jobs=${2:-1}
 ls app/*.cpp supervision/*.cpp hostlink/*.cpp diag/*.cpp config/*.cpp audio/*.cpp video/*.cpp \
-  hw/*.cpp melk/*.cpp vboard/*/*.cpp | grep -v -e vboard/testing/ -e vboard/remote/program_side.cpp |
+  hw/*.cpp melk/*.cpp vboard/*/*.cpp | grep -v -e vboard/testing/ -e vboard/kernel/ -e vboard/remote/program_side.cpp |
   xargs -P "$jobs" -n 1 clang-tidy --quiet -p "$build" 2>/dev/null

@@ -191,7 +191,8 @@ bool read_script(const std::string& file, Script* script, std::string* problem) 
     step.line = number;
     const std::string fault = parse_step({words.begin(), words.end()}, &step);
     if (!fault.empty()) {
-      *problem = file + ":" + std::to_string(number) + ": " + fault;
+      *problem = file;
+      problem->append(":").append(std::to_string(number)).append(": ").append(fault);
       return false;
     }
     script->steps.push_back(std::move(step));

@@ -128,6 +128,7 @@ int flash(const std::vector<std::string>&) {
 
 int old(const std::vector<std::string>& words) {
   std::vector<char*> arguments;
+  arguments.reserve(words.size() + 1);
   for (const std::string& word : words) arguments.push_back(const_cast<char*>(word.c_str()));
   arguments.push_back(nullptr);
   if (kernel::forget_new_calls()) execvp(arguments[0], arguments.data());
