@@ -6,6 +6,7 @@
 #include <csignal>
 #include <cstdlib>
 #include <cstring>
+#include <string_view>
 
 #include "melk/local_file.h"
 #include "melk/protocol.h"
@@ -108,9 +109,11 @@ int run_monitor_state(Session& session) {
                   [](std::uint8_t byte) { return std::string(monitor_state_name(byte)); });
 }
 
-int run_shared_status(Session& session) {
-  return run_byte(session, "shared_status", [](std::uint8_t) { return std::string(); });
-}
+std::string no_text(std::uint8_t) { return {}; }
+
+int run_shared_status(Session& session) { return run_byte(session, "shared_status", no_text); }
+
+int run_any_byte(Session& session) { return run_byte(session, "value", no_text); }
 
 int run_input_mux(Session& session) {
   return run_byte(session, "input_mux",
@@ -545,14 +548,32 @@ constexpr SubCommand kSubCommands[] = {
 };
 // clang-format on
 
+// A command without a row of its own is sent as it is, and its byte printed.
+std::vector<SubCommand> all_sub_commands() {
+  std::vector<SubCommand> all(std::begin(kSubCommands), std::end(kSubCommands));
+  for (const HostCommand& row : host_commands()) {
+    if (std::ranges::find(all, std::string_view(row.word), &SubCommand::word) != all.end())
+      continue;
+    const bool answered = row.back[0] != '\0';
+    all.push_back({row.word, kNothing, answered ? run_any_byte : run_plain,
+                   answered ? kStatus : kConfiguration, row.word});
+  }
+  return all;
+}
+
+// Null for a word that is none.
 const SubCommand* row_of(const Request& request) {
-  return std::ranges::find_if(
-      kSubCommands, [&request](const SubCommand& one) { return request.word == one.word; });
+  for (const SubCommand& one : sub_commands())
+    if (request.word == one.word) return &one;
+  return nullptr;
 }
 
 }  // namespace
 
-std::span<const SubCommand> sub_commands() { return kSubCommands; }
+std::span<const SubCommand> sub_commands() {
+  static const std::vector<SubCommand> all = all_sub_commands();
+  return all;
+}
 
 const char* help_of(const SubCommand& row) {
   return row.help != nullptr ? row.help : host_command(code_of(row.word)).help;
@@ -567,7 +588,7 @@ int run_request(Transport& transport, const Request& request, FILE* out, FILE* e
   if (request.timeout_s)
     session.link.timeout_us = static_cast<std::int64_t>(*request.timeout_s * 1e6);
   const SubCommand* row = row_of(request);
-  if (row == std::end(kSubCommands)) return kUsage;
+  if (row == nullptr) return kUsage;
   // These two talk now and then, and leave the link to others meanwhile.
   const bool lasting = row->run == run_watch || row->run == run_shell;
   std::optional<Conversation> alone;

@@ -31,39 +31,44 @@ inline constexpr std::uint8_t kPoll = 0xA5;
 // The answer to GET_HD_VERSION: how a host that sees no queues finds the board.
 inline constexpr std::uint8_t kHdVersion = 0x2D;
 
-enum class Code : std::uint8_t {
-  kKeepAlive = 0,
-  kGetHdVersion = 1,
-  kSendHdConfiguration = 2,
-  kGetStatus = 3,
-  kSendRtc = 4,
-  kReadReg = 5,
-  kStopEncode = 6,
-  kStopAudio = 7,
-  kGetLogFile1 = 8,
-  kGetRegFileByte = 9,
-  kPrepareFpgaRegisters = 10,
-  kUpdateVersion = 11,
-  kTemp = 12,
-  kGetLogFile2 = 13,
-  kCpLogFile = 14,
-  kGetMonitorState = 15,
-  kDeleteLogs = 17,
-  kSetSpts = 18,
-  kGetMonitorFile = 19,
-  kRestoreFactory = 22,
-  kClearStatus = 25,
-  kGetSwVersion = 28,
-  kGetSharedStatus = 32,
-  kGetInputMux = 33,
-  kGetUpdateResult = 34,
-  kGetFps = 35,
-  kGetRegFileSize = 36,
-  kNewUpdateVersion = 43,
-};
+// One row per command of the board: constant, code, name, the sub-command of melk
+// that sends it, what follows the code, what the board returns, what it is for.
+// clang-format off
+#define MELK_HOST_COMMANDS(ROW) \
+  ROW(kKeepAlive, 0, "KEEP_ALIVE", "keep-alive", "", "", "say that the host is there") \
+  ROW(kGetHdVersion, 1, "GET_HD_VERSION", "hd-version", "", "1 byte", "version of the board's host interface") \
+  ROW(kSendHdConfiguration, 2, "SEND_HD_CONFIGURATION", "send-config", "size, file", "", "send a configuration file; the board stores and applies it") \
+  ROW(kGetStatus, 3, "GET_STATUS", "status", "", "1 byte of 3", "status, last restart cause and health flags") \
+  ROW(kSendRtc, 4, "SEND_RTC", "set-rtc", "12 characters", "", "send the host's clock") \
+  ROW(kReadReg, 5, "READ_REG", "read-reg", "device, register", "1 byte", "read one register of a chip on the board's I2C bus") \
+  ROW(kStopEncode, 6, "STOP_ENCODE", "stop-encode", "", "", "hold the encoder") \
+  ROW(kStopAudio, 7, "STOP_AUDIO", "stop-audio", "", "", "switch the audio off") \
+  ROW(kGetLogFile1, 8, "GET_LOG_FILE1", "log", "polls", "size, file", "fetch a log archive (make-logs packs it)") \
+  ROW(kGetRegFileByte, 9, "GET_REG_FILE_BYTE", "registers", "", "1 byte of the record", "read the status record, decoded by name") \
+  ROW(kPrepareFpgaRegisters, 10, "PREPARE_FPGA_REGISTERS", "registers", "", "", "read the status record, decoded by name") \
+  ROW(kUpdateVersion, 11, "UPDATE_VERSION", "update", "size, package", "", "send a software update") \
+  ROW(kTemp, 12, "TEMP", "temp", "", "", "print four status registers on the board's console") \
+  ROW(kGetLogFile2, 13, "GET_LOG_FILE2", "log", "polls", "size, file", "fetch a log archive (make-logs packs it)") \
+  ROW(kCpLogFile, 14, "CP_LOG_FILE", "make-logs", "", "", "pack both logs into archives") \
+  ROW(kGetMonitorState, 15, "GET_MONITOR_STATE", "monitor-state", "", "1 byte", "state of the encoder supervision") \
+  ROW(kDeleteLogs, 17, "DELETE_LOGS", "delete-logs", "", "", "delete log 1 on the board") \
+  ROW(kSetSpts, 18, "SET_SPTS", "set-spts", "4 bytes", "", "set the single-program transport stream word") \
+  ROW(kGetMonitorFile, 19, "GET_MONITOR_FILE", "monitor-file", "polls", "size, file", "fetch the periodic status file") \
+  ROW(kRestoreFactory, 22, "RESTORE_FACTORY", "restore-factory", "", "", "install the factory software") \
+  ROW(kClearStatus, 25, "CLEAR_STATUS", "clear-status", "", "", "forget the last restart cause") \
+  ROW(kGetSwVersion, 28, "GET_SW_VERSION", "sw-version", "", "1 byte of 3", "software version of the board") \
+  ROW(kGetSharedStatus, 32, "GET_SHARED_STATUS", "shared-status", "", "1 byte", "status byte that encode shares") \
+  ROW(kGetInputMux, 33, "GET_INPUT_MUX", "input-mux", "", "1 byte", "selected video input") \
+  ROW(kGetUpdateResult, 34, "GET_UPDATE_RESULT", "update-result", "", "1 byte", "whether the last update succeeded (told once)") \
+  ROW(kGetFps, 35, "GET_FPS", "fps", "", "1 byte of 2", "frame rate of the video input") \
+  ROW(kGetRegFileSize, 36, "GET_REG_FILE_SIZE", "reg-file-size", "", "", "make the status record 104 bytes long") \
+  ROW(kNewUpdateVersion, 43, "NEW_UPDATE_VERSION", "update", "size", "", "send a software update")
+// clang-format on
 
-// One row per command of the board. `word` is the sub-command of melk that
-// sends it; `out` is what follows the code, `back` what the board returns.
+#define MELK_CODE(constant, code, ...) constant = code,
+enum class Code : std::uint8_t { MELK_HOST_COMMANDS(MELK_CODE) };
+#undef MELK_CODE
+
 struct HostCommand {
   Code code;
   const char* name;

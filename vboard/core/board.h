@@ -273,6 +273,15 @@ struct Violations {  // things a driver must not do: undocumented registers, bad
 
 inline constexpr std::size_t kLongestPath = 4096;
 
+// The chips on the board's bus: 7-bit address, name in traces and documents, model.
+#define VBOARD_CHIPS(CHIP)                \
+  CHIP(0x1C, "AC-3 DSP", kAc3DspChip)     \
+  CHIP(0x2E, "7353", k7353Chip)           \
+  CHIP(0x55, "clock block", kClock55Chip) \
+  CHIP(0x5C, "TVP7002", kTvp7002Chip)     \
+  CHIP(0x5D, "TVP5150", kTvp5150Chip)     \
+  CHIP(0x70, "DIX4192", kDix4192Chip)
+
 struct Board {
   std::uint32_t magic = kBoardMagic;
   std::uint32_t layout = 0;  // board_layout() of who made it

@@ -8,6 +8,7 @@
 #include <iterator>
 
 #include "hw/fpga_registers.h"
+#include "vboard/core/board.h"
 
 namespace vboard {
 
@@ -50,8 +51,9 @@ struct Named {
   int number;
   const char* name;
 };
-constexpr Named kChips[] = {{0x1c, "AC-3 DSP"}, {0x2e, "7353"},    {0x55, "clock block"},
-                            {0x5c, "TVP7002"},  {0x5d, "TVP5150"}, {0x70, "DIX4192"}};
+#define VBOARD_CHIP_NAME(address, name, model) {address, name},
+constexpr Named kChips[] = {VBOARD_CHIPS(VBOARD_CHIP_NAME)};
+#undef VBOARD_CHIP_NAME
 constexpr Named kLines[] = {
     {26, "TVP5150 reset"},    {27, "TVP5150 release"}, {28, "AC-3 DSP reset"},
     {29, "AC-3 DSP release"}, {79, "select TVP7002"},  {80, "select TVP5150"},

@@ -36,17 +36,14 @@ int i2c_smbus_read_byte(Board& board, int bus, int address, std::uint8_t reg, st
 // A chip on the bus. write gets the bytes of one write message, read fills one
 // read message; false is a missing acknowledge.
 struct I2cChip {
-  int address;  // 7-bit
-  const char* name;
+  int address;       // 7-bit, as in its row of VBOARD_CHIPS
+  const char* name;  // in violations
   bool (*write)(Board& board, std::int64_t now_us, const std::uint8_t* data, std::size_t size);
   bool (*read)(Board& board, std::int64_t now_us, std::uint8_t* data, std::size_t size);
 };
-extern const I2cChip kTvp7002Chip;  // tvp7002.cpp
-extern const I2cChip kTvp5150Chip;  // tvp5150.cpp
-extern const I2cChip kAc3DspChip;   // ac3dsp.cpp
-extern const I2cChip kDix4192Chip;  // dix4192.cpp
-extern const I2cChip k7353Chip;     // clocks.cpp
-extern const I2cChip kClock55Chip;  // clocks.cpp
+#define VBOARD_CHIP_MODEL(address, name, model) extern const I2cChip model;
+VBOARD_CHIPS(VBOARD_CHIP_MODEL)
+#undef VBOARD_CHIP_MODEL
 
 // ---- /dev/video0 (capture.cpp) ---------------------------------------------------
 int capture_request(Board& board, std::int64_t now_us, unsigned long request, void* argument);

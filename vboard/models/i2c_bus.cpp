@@ -20,13 +20,18 @@ constexpr unsigned kMessagesAtOnce = 2;   // a register read: name it, then read
 constexpr unsigned kKernelMessages = 42;  // the most that the bus driver takes
 constexpr std::size_t kTracedBytes = 32;
 
-const I2cChip* const kChips[] = {&kAc3DspChip,  &k7353Chip,    &kClock55Chip,
-                                 &kTvp7002Chip, &kTvp5150Chip, &kDix4192Chip};
+struct Place {
+  int address;  // 7-bit
+  const I2cChip* chip;
+};
+#define VBOARD_CHIP_PLACE(address, name, model) {address, &model},
+constexpr Place kPlaces[] = {VBOARD_CHIPS(VBOARD_CHIP_PLACE)};
+#undef VBOARD_CHIP_PLACE
 
 const I2cChip* chip_at(int bus, int address) {
   if (bus != kChipBus) return nullptr;
-  for (const I2cChip* chip : kChips) {
-    if (chip->address == address) return chip;
+  for (const Place& place : kPlaces) {
+    if (place.address == address) return place.chip;
   }
   return nullptr;
 }
