@@ -90,55 +90,6 @@ int encSetVidCodec(const std::int32_t* value, std::int32_t) {
   return 0;
 }
 
-// --- rate control --------------------------------------------------------
-
-// Stores a word for `encode` and prints it as it is stored then.
-static int store_word(std::int32_t value, const Range& range, SharedWord SharedBlock::*field,
-                      const char* format) {
-  shared_set(field, limited(value, range));
-  if (format != nullptr) printf(format, shared_get(field));
-  return 0;
-}
-
-// Each with its range and what is stored for a value outside, which is not always
-// the start-up value: a bad "interlace_flag" turns interlace on.
-
-int SetEbMode(const std::int32_t* value, std::int32_t) {
-  return store_word(*value, {0, 1, 1}, &SharedBlock::eb_mode, "set EB Mode =%d \n");
-}
-
-int SetFrameDiv(const std::int32_t* value, std::int32_t) {
-  return store_word(*value, {1, 100, 1}, &SharedBlock::frame_div, "set frame div =%d \n");
-}
-
-int SetFrameMult(const std::int32_t* value, std::int32_t) {
-  return store_word(*value, {1, 100, 1}, &SharedBlock::frame_mult, "set frame mult =%d \n");
-}
-
-int SetEbDelay(const std::int32_t* value, std::int32_t) {
-  return store_word(*value, {0, 10'000, 700}, &SharedBlock::eb_delay, "set EB Delay =%d \n");
-}
-
-int SetGopSize(const std::int32_t* value, std::int32_t) {
-  return store_word(*value, {0, 10'000, 30}, &SharedBlock::gop_size, "set Gop Size =%d \n");
-}
-
-int SetIdr(const std::int32_t* value, std::int32_t) {
-  return store_word(*value, {0, 10'000, 0}, &SharedBlock::idr, "set IDR frame interval =%d \n");
-}
-
-int SetNullStuffing(const std::int32_t* value, std::int32_t) {
-  return store_word(*value, {0, 1, 0}, &SharedBlock::null_disable, nullptr);
-}
-
-int SetBufferConst(const std::int32_t* value, std::int32_t) {
-  return store_word(*value, {1, 1000, 60}, &SharedBlock::bufferconst, "set frame const =%d \n");
-}
-
-int SetInterlace(const std::int32_t* value, std::int32_t) {
-  return store_word(*value, {0, 1, 1}, &SharedBlock::interlace_flag, "set interlace_flag =%d \n");
-}
-
 // --- launch ---------------------------------------------------------------
 
 int start_hd(const std::int32_t*, std::int32_t) {

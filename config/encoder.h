@@ -30,18 +30,6 @@ int SetVidRate(const std::int32_t* value, std::int32_t context);
 // "VidCodec": file suffix; 1 MPEG-2, 2 H.264, any other value keeps it.
 int encSetVidCodec(const std::int32_t* value, std::int32_t context);
 
-// Rate control, applied behind the launch. A value outside its range is replaced,
-// see the source; docs/hd-ini.md lists all ranges.
-int SetEbMode(const std::int32_t* value, std::int32_t context);        // "eb_mode": 0 or 1
-int SetFrameDiv(const std::int32_t* value, std::int32_t context);      // "frame_div"
-int SetFrameMult(const std::int32_t* value, std::int32_t context);     // "frame_mult"
-int SetEbDelay(const std::int32_t* value, std::int32_t context);       // "eb_delay"
-int SetGopSize(const std::int32_t* value, std::int32_t context);       // "gop_size": frames
-int SetIdr(const std::int32_t* value, std::int32_t context);           // "idr": frames
-int SetNullStuffing(const std::int32_t* value, std::int32_t context);  // "null_disable": 0 or 1
-int SetBufferConst(const std::int32_t* value, std::int32_t context);   // "bufferconst"
-int SetInterlace(const std::int32_t* value, std::int32_t context);     // "interlace_flag": 0 or 1
-
 // "portActiveEnable": hands the applied settings over and launches `encode` in the
 // background, whatever the value.
 int start_hd(const std::int32_t* value, std::int32_t context);

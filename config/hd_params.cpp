@@ -12,6 +12,7 @@
 #include "audio/audio_settings.h"
 #include "config/cfg_reader.h"
 #include "config/encoder.h"
+#include "config/numbers.h"
 #include "config/output_rate.h"
 #include "config/transport_stream.h"
 #include "config/video_format.h"
@@ -20,6 +21,79 @@
 #include "hw/shared_memory_davinci.h"
 #include "hw/time_units.h"
 #include "video/input_selection.h"
+
+// --- rate control --------------------------------------------------------
+
+// A word that `encode` reads when it starts.
+struct EncodeWord {
+  Range range;
+  SharedWord SharedBlock::*field;
+  const char* format;  // null: nothing is printed
+};
+
+// Stores it, and prints it as it is stored then.
+static int store_word(std::int32_t value, const EncodeWord& word) {
+  shared_set(word.field, limited(value, word.range));
+  if (word.format != nullptr) printf(word.format, shared_get(word.field));
+  return 0;
+}
+
+// Each with its range and what is stored for a value outside, which is not always
+// the start-up value: a bad "interlace_flag" turns interlace on.
+
+static int SetEbMode(const std::int32_t* value, std::int32_t) {
+  static constexpr EncodeWord kWord = {{0, 1, 1}, &SharedBlock::eb_mode, "set EB Mode =%d \n"};
+  return store_word(*value, kWord);
+}
+
+static int SetFrameDiv(const std::int32_t* value, std::int32_t) {
+  static constexpr EncodeWord kWord = {
+      {1, 100, 1}, &SharedBlock::frame_div, "set frame div =%d \n"};
+  return store_word(*value, kWord);
+}
+
+static int SetFrameMult(const std::int32_t* value, std::int32_t) {
+  static constexpr EncodeWord kWord = {
+      {1, 100, 1}, &SharedBlock::frame_mult, "set frame mult =%d \n"};
+  return store_word(*value, kWord);
+}
+
+static int SetEbDelay(const std::int32_t* value, std::int32_t) {
+  static constexpr EncodeWord kWord = {
+      {0, 10'000, 700}, &SharedBlock::eb_delay, "set EB Delay =%d \n"};
+  return store_word(*value, kWord);
+}
+
+static int SetGopSize(const std::int32_t* value, std::int32_t) {
+  static constexpr EncodeWord kWord = {
+      {0, 10'000, 30}, &SharedBlock::gop_size, "set Gop Size =%d \n"};
+  return store_word(*value, kWord);
+}
+
+static int SetIdr(const std::int32_t* value, std::int32_t) {
+  static constexpr EncodeWord kWord = {
+      {0, 10'000, 0}, &SharedBlock::idr, "set IDR frame interval =%d \n"};
+  return store_word(*value, kWord);
+}
+
+static int SetNullStuffing(const std::int32_t* value, std::int32_t) {
+  static constexpr EncodeWord kWord = {{0, 1, 0}, &SharedBlock::null_disable, nullptr};
+  return store_word(*value, kWord);
+}
+
+static int SetBufferConst(const std::int32_t* value, std::int32_t) {
+  static constexpr EncodeWord kWord = {
+      {1, 1000, 60}, &SharedBlock::bufferconst, "set frame const =%d \n"};
+  return store_word(*value, kWord);
+}
+
+static int SetInterlace(const std::int32_t* value, std::int32_t) {
+  static constexpr EncodeWord kWord = {
+      {0, 1, 1}, &SharedBlock::interlace_flag, "set interlace_flag =%d \n"};
+  return store_word(*value, kWord);
+}
+
+// --- the table -----------------------------------------------------------
 
 // clang-format off
 // Row order is part of the design: rates before resolution, the audio input

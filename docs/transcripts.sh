@@ -4,7 +4,8 @@
 # A block stands between "<!-- generated NAME -->" and "<!-- end -->"; the function
 # block_NAME below (dashes become underscores) prints what belongs there. Every
 # run uses a fresh virtual board and virtual time, so the text is the same on
-# every machine.
+# every machine. Tables between "<!-- table LIST -->" and "<!-- end -->" are written by
+# tables.py, those of the manual pages too.
 #
 #   docs/transcripts.sh [--build DIR]           rewrite the pages
 #   docs/transcripts.sh [--build DIR] --check   exit 1 with a diff when a page is not current
@@ -24,8 +25,8 @@ while [ $# -gt 0 ]; do
   shift
 done
 build=$(cd "$build" && pwd)
-[ -x "$build/vboard" ] && [ -x "$build/vantorig" ] || {
-  echo "transcripts.sh: no vboard or vantorig in $build" >&2
+[ -x "$build/vboard" ] && [ -x "$build/vantorig" ] && [ -x "$build/tables" ] || {
+  echo "transcripts.sh: no vboard, vantorig or tables in $build" >&2
   exit 2
 }
 export LC_ALL=C TZ=UTC0
@@ -139,6 +140,12 @@ fence() { # text around a transcript
 }
 
 # ---- bench-manual.md: one recipe an option ---------------------------------------
+
+# Of an option without a recipe of its own.
+option_alone() {
+  vantorig "-$1"
+  trace 8
+}
 
 recipe_help() { vantorig -help; }
 
@@ -458,6 +465,8 @@ block() {
     fence "recipe_$function"
   elif command -v "block_$function" >/dev/null; then
     "block_$function"
+  elif "$build/tables" | grep -q "\"text\": \"-$1\""; then
+    fence option_alone "$1"
   else
     echo "transcripts.sh: no recipe for the block $1" >&2
     exit 2
@@ -470,6 +479,7 @@ if [ -n "$names" ]; then
 fi
 
 stale=0
+if [ $mode = write ]; then python3 -B "$docs/tables.py" "$build/tables"; fi
 for page in "$docs"/*.md; do
   blocks=$(sed -n 's/^<!-- generated \([-a-z0-9_]*\) -->$/\1/p' "$page")
   [ -n "$blocks" ] || continue

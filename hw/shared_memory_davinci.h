@@ -19,109 +19,103 @@ using SharedWord = Relaxed<std::int32_t>;
 using SharedByte = Relaxed<std::uint8_t>;
 
 // Written by the service unless a field says "from encode". Words without a unit
-// go to `encode` as they are configured.
-struct SharedBlock {
-  SharedWord header;           //   0  308
-  SharedWord magic;            //   4  "MELK"
-  SharedWord header_zero;      //   8  0
-  SharedWord videoStd;         //  12  video standard code, "mpgVidRes"
-  SharedWord input_channel;    //  16  active video channel, see SetInputMuxCH
-  SharedWord video_bitrate;    //  20  bit/s
-  SharedByte file_suffix[8];   //  24  ".mpeg2" or ".264", NUL-terminated (7 bytes used)
-  SharedWord reserved_32[2];   //  32
-  SharedWord do_fpga_restart;  //  40  1 while the FPGA path is (re)configured or stopped
-  SharedWord SampleRate;       //  44  audio sample period: 2880 48 kHz, 4320 32 kHz
-  SharedByte audio_enable;     //  48  inAudioEnable at the launch; 1 after STOP_AUDIO
-  SharedByte reserved_49[3];
-  SharedWord encoder_running;  //  52  0 before each launch; 1 from encode
-  SharedWord launch_zero;      //  56  0 before each launch
-  SharedWord VidCodec;         //  60  1 MPEG-2, any other value H.264
-  SharedByte clock_text[16];   //  64  the host's clock, 12 characters and NUL
-  SharedWord reserved_80;
-  SharedByte frame_rate_code;  //  84  2 to 10, by "mpgVidRes"
-  SharedByte reserved_85[3];
-  SharedWord vbr;             //  88
-  SharedByte hd_ac3_desc[6];  //  92  AC-3 descriptor, see Ac3Descriptor
-  SharedByte reserved_98[2];
-  SharedWord spts;               // 100  as SET_SPTS sends it
-  SharedWord offset_x;           // 104  pixels
-  SharedWord offset_y;           // 108  lines
-  SharedWord status_bitrate;     // 112  from encode, as are the next five
-  SharedByte status_frame_rate;  // 116  frames/s
-  SharedByte reserved_117[3];
-  SharedWord status_video_std;     // 120  code of the status file
-  SharedWord status_width;         // 124  pixels
-  SharedWord status_height;        // 128  lines
-  SharedWord status_vbr;           // 132
-  SharedWord bytes_per_frame_ac3;  // 136  0 without a known frame size
-  SharedWord audio_configured;     // 140  1 after each AC-3 set-up
-  SharedWord AudioInput;           // 144  copy of fpgaregs.AudioInput
-  SharedWord audio_start;          // 148  from encode; 1 skips the audio phase of the capture
-  SharedWord encode_version;       // 152  from encode
-  SharedByte closed_caption;       // 156  1 when "vbiMode" is 5
-  SharedByte reserved_157[3];
-  SharedWord brightness;      // 160  0 to 255
-  SharedWord contrast;        // 164  0 to 247
-  SharedWord encode_alive;    // 168  0 before each apply; 1 from encode while it runs
-  SharedWord statistics[22];  // 172..256  from encode, copied into the host's status record
-  SharedWord frame_div;       // 260  1 to 100
-  SharedWord frame_mult;      // 264  1 to 100
-  SharedWord eb_mode;         // 268  0 or 1
-  SharedWord eb_delay;        // 272  0 to 10000
-  SharedWord statistics2[3];  // 276..284  as statistics
-  SharedWord null_disable;    // 288  0 or 1
-  SharedWord gop_size;        // 292  frames, 0 to 10000
-  SharedWord idr;             // 296  frames, 0 to 10000
-  SharedWord bufferconst;     // 300  1 to 1000
-  SharedWord interlace_flag;  // 304  0 or 1
-  SharedByte reserved_308[kSharedSize - 308];
+// go to `encode` as they are configured. In order of offsets, without a gap.
+// clang-format off
+// Offset, kind, name, elements, meaning; what is reserved has none.
+#define SHARED_FIELDS(FIELD, GAP) \
+  FIELD(0,   Word, header,              1,  "308") \
+  FIELD(4,   Word, magic,               1,  "\"MELK\"") \
+  FIELD(8,   Word, header_zero,         1,  "0") \
+  FIELD(12,  Word, videoStd,            1,  "video standard code, \"mpgVidRes\"") \
+  FIELD(16,  Word, input_channel,       1,  "active video channel, see SetInputMuxCH") \
+  FIELD(20,  Word, video_bitrate,       1,  "bit/s") \
+  FIELD(24,  Byte, file_suffix,         8,  "\".mpeg2\" or \".264\", NUL-terminated (7 bytes used)") \
+  GAP(32, Word, reserved_32, 2) \
+  FIELD(40,  Word, do_fpga_restart,     1,  "1 while the FPGA path is (re)configured or stopped") \
+  FIELD(44,  Word, SampleRate,          1,  "audio sample period: 2880 48 kHz, 4320 32 kHz") \
+  FIELD(48,  Byte, audio_enable,        1,  "inAudioEnable at the launch; 1 after STOP_AUDIO") \
+  GAP(49, Byte, reserved_49, 3) \
+  FIELD(52,  Word, encoder_running,     1,  "0 before each launch; 1 from encode") \
+  FIELD(56,  Word, launch_zero,         1,  "0 before each launch") \
+  FIELD(60,  Word, VidCodec,            1,  "1 MPEG-2, any other value H.264") \
+  FIELD(64,  Byte, clock_text,          16, "the host's clock, 12 characters and NUL") \
+  GAP(80, Word, reserved_80, 1) \
+  FIELD(84,  Byte, frame_rate_code,     1,  "2 to 10, by \"mpgVidRes\"") \
+  GAP(85, Byte, reserved_85, 3) \
+  FIELD(88,  Word, vbr,                 1,  "") \
+  FIELD(92,  Byte, hd_ac3_desc,         6,  "AC-3 descriptor, see Ac3Descriptor") \
+  GAP(98, Byte, reserved_98, 2) \
+  FIELD(100, Word, spts,                1,  "as SET_SPTS sends it") \
+  FIELD(104, Word, offset_x,            1,  "pixels") \
+  FIELD(108, Word, offset_y,            1,  "lines") \
+  FIELD(112, Word, status_bitrate,      1,  "bit/s, from encode") \
+  FIELD(116, Byte, status_frame_rate,   1,  "frames/s, from encode") \
+  GAP(117, Byte, reserved_117, 3) \
+  FIELD(120, Word, status_video_std,    1,  "code of the status file, from encode") \
+  FIELD(124, Word, status_width,        1,  "pixels, from encode") \
+  FIELD(128, Word, status_height,       1,  "lines, from encode") \
+  FIELD(132, Word, status_vbr,          1,  "from encode") \
+  FIELD(136, Word, bytes_per_frame_ac3, 1,  "0 without a known frame size") \
+  FIELD(140, Word, audio_configured,    1,  "1 after each AC-3 set-up") \
+  FIELD(144, Word, AudioInput,          1,  "copy of fpgaregs.AudioInput") \
+  FIELD(148, Word, audio_start,         1,  "from encode; 1 skips the audio phase of the capture") \
+  FIELD(152, Word, encode_version,      1,  "from encode") \
+  FIELD(156, Byte, closed_caption,      1,  "1 when \"vbiMode\" is 5") \
+  GAP(157, Byte, reserved_157, 3) \
+  FIELD(160, Word, brightness,          1,  "0 to 255") \
+  FIELD(164, Word, contrast,            1,  "0 to 247") \
+  FIELD(168, Word, encode_alive,        1,  "0 before each apply; 1 from encode while it runs") \
+  FIELD(172, Word, statistics,          22, "from encode, copied into the host's status record") \
+  FIELD(260, Word, frame_div,           1,  "1 to 100") \
+  FIELD(264, Word, frame_mult,          1,  "1 to 100") \
+  FIELD(268, Word, eb_mode,             1,  "0 or 1") \
+  FIELD(272, Word, eb_delay,            1,  "0 to 10000") \
+  FIELD(276, Word, statistics2,         3,  "as statistics") \
+  FIELD(288, Word, null_disable,        1,  "0 or 1") \
+  FIELD(292, Word, gop_size,            1,  "frames, 0 to 10000") \
+  FIELD(296, Word, idr,                 1,  "frames, 0 to 10000") \
+  FIELD(300, Word, bufferconst,         1,  "1 to 1000") \
+  FIELD(304, Word, interlace_flag,      1,  "0 or 1") \
+  GAP(308, Byte, reserved_308, kSharedSize - 308)
+// clang-format on
+
+// One element is no array.
+template <class T, int kElements>
+struct SharedMember {
+  using Type = T[kElements];
 };
+template <class T>
+struct SharedMember<T, 1> {
+  using Type = T;
+};
+
+#define SHARED_MEMBER(offset, kind, name, elements, ...) \
+  SharedMember<Shared##kind, elements>::Type name;
+struct SharedBlock {
+  SHARED_FIELDS(SHARED_MEMBER, SHARED_MEMBER)
+};
+#undef SHARED_MEMBER
+
+struct SharedFieldRow {
+  const char* name;
+  int offset;  // bytes
+  int size;    // bytes
+  int width;   // of an element, bytes
+  const char* meaning;
+};
+
+#define SHARED_ROW(offset, kind, name, elements, meaning) \
+  {#name, offset, sizeof(Shared##kind) * elements, sizeof(Shared##kind), meaning},
+#define SHARED_NO_ROW(...)
+inline constexpr SharedFieldRow kSharedFields[] = {SHARED_FIELDS(SHARED_ROW, SHARED_NO_ROW)};
+#undef SHARED_ROW
+
+#define SHARED_PLACE(offset, kind, name, ...) static_assert(offsetof(SharedBlock, name) == offset);
+SHARED_FIELDS(SHARED_PLACE, SHARED_PLACE)
+#undef SHARED_PLACE
 
 static_assert(sizeof(SharedWord) == 4 && sizeof(SharedByte) == 1);
 static_assert(sizeof(SharedBlock) == kSharedSize);
-static_assert(offsetof(SharedBlock, magic) == 4);
-static_assert(offsetof(SharedBlock, videoStd) == 12);
-static_assert(offsetof(SharedBlock, input_channel) == 16);
-static_assert(offsetof(SharedBlock, video_bitrate) == 20);
-static_assert(offsetof(SharedBlock, file_suffix) == 24);
-static_assert(offsetof(SharedBlock, do_fpga_restart) == 40);
-static_assert(offsetof(SharedBlock, SampleRate) == 44);
-static_assert(offsetof(SharedBlock, audio_enable) == 48);
-static_assert(offsetof(SharedBlock, encoder_running) == 52);
-static_assert(offsetof(SharedBlock, VidCodec) == 60);
-static_assert(offsetof(SharedBlock, clock_text) == 64);
-static_assert(offsetof(SharedBlock, frame_rate_code) == 84);
-static_assert(offsetof(SharedBlock, vbr) == 88);
-static_assert(offsetof(SharedBlock, hd_ac3_desc) == 92);
-static_assert(offsetof(SharedBlock, spts) == 100);
-static_assert(offsetof(SharedBlock, offset_x) == 104);
-static_assert(offsetof(SharedBlock, offset_y) == 108);
-static_assert(offsetof(SharedBlock, status_bitrate) == 112);
-static_assert(offsetof(SharedBlock, status_frame_rate) == 116);
-static_assert(offsetof(SharedBlock, status_video_std) == 120);
-static_assert(offsetof(SharedBlock, status_width) == 124);
-static_assert(offsetof(SharedBlock, status_height) == 128);
-static_assert(offsetof(SharedBlock, status_vbr) == 132);
-static_assert(offsetof(SharedBlock, bytes_per_frame_ac3) == 136);
-static_assert(offsetof(SharedBlock, audio_configured) == 140);
-static_assert(offsetof(SharedBlock, AudioInput) == 144);
-static_assert(offsetof(SharedBlock, audio_start) == 148);
-static_assert(offsetof(SharedBlock, encode_version) == 152);
-static_assert(offsetof(SharedBlock, closed_caption) == 156);
-static_assert(offsetof(SharedBlock, brightness) == 160);
-static_assert(offsetof(SharedBlock, contrast) == 164);
-static_assert(offsetof(SharedBlock, encode_alive) == 168);
-static_assert(offsetof(SharedBlock, statistics) == 172);
-static_assert(offsetof(SharedBlock, frame_div) == 260);
-static_assert(offsetof(SharedBlock, frame_mult) == 264);
-static_assert(offsetof(SharedBlock, eb_mode) == 268);
-static_assert(offsetof(SharedBlock, eb_delay) == 272);
-static_assert(offsetof(SharedBlock, statistics2) == 276);
-static_assert(offsetof(SharedBlock, null_disable) == 288);
-static_assert(offsetof(SharedBlock, gop_size) == 292);
-static_assert(offsetof(SharedBlock, idr) == 296);
-static_assert(offsetof(SharedBlock, bufferconst) == 300);
-static_assert(offsetof(SharedBlock, interlace_flag) == 304);
 
 // The attached block; null when it is not attached.
 extern SharedBlock* shared_memory;

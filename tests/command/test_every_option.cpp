@@ -3,8 +3,11 @@
 // here no pair of option and condition is left out.
 #include <gmock/gmock.h>
 
+#include <fstream>
+#include <nlohmann/json.hpp>
 #include <set>
 #include <string>
+#include <vector>
 
 #include "tests/command/command_case.h"
 
@@ -13,7 +16,7 @@ namespace {
 const Lines kDevices = {"fpga", "fpga2", "spislave", "i2c", "video0", "gpio"};
 
 struct OptionRow {
-  const char* option;
+  std::string option;
   std::set<std::string> devices;  // it fails without each of these
   double seconds = 0;             // of board time, for those that last long or never end
   bool takes_numbers = true;      // false: its words count, or how many there are
@@ -28,42 +31,14 @@ std::string name_of(const testing::TestParamInfo<OptionRow>& info) {
 }
 void PrintTo(const OptionRow& one, std::ostream* out) { *out << one.option; }
 
-const OptionRow kRows[] = {
-    {"-help", {}, 0, false},
-    {"-loadbf", {"i2c"}, 0, false},
-    {"-offset", {"video0"}},
-    {"-bf_rw", {"i2c"}},
-    {"-ipiperw", {"video0"}},
-    {"-isifrw", {"video0"}},
-    {"-5150rw", {"i2c"}},
-    {"-5150", {"i2c"}, 1},
-    {"-wr", {"fpga"}},
-    {"-restor", {}, 0, false, false},
-    {"-f=", {"fpga"}},
-    {"-w=", {"fpga"}},
-    {"-pll", {"fpga2"}, 0.01},
-    {"-i2c_bf", {"i2c"}},
-    {"-vblk_test", {"i2c"}},
-    {"-vblk_rw", {"i2c"}},
-    {"-i2c_bf_st", {"i2c"}},
-    {"-rdver_bf", {"i2c"}},
-    {"-rdstat_bf", {"i2c"}},
-    {"-7353", {"i2c"}},
-    {"-blk", {"i2c"}},
-    {"-aablk", {"i2c"}, 0.01},
-    {"-i2c", {"i2c"}},
-    {"-7002", {"i2c", "video0"}},
-    {"-rdreg", {"fpga"}},
-    {"-wrreg", {"fpga"}},
-    {"-602", {"fpga", "spislave"}, 3, false},
-    {"-ac3", {"fpga", "spislave"}, 1.2, false},
-    {"-4192", {"i2c"}},
-    {"-reg", {"fpga"}},
-    {"-ts", {}},
-    {"-perf", {"fpga"}, 0.01},
-    {"-gpio", {"fpga"}},
-};
-static_assert(std::size(kRows) == 33);
+std::vector<OptionRow> agreed_options() {
+  std::ifstream file(SOURCE_DIRECTORY "/tests/contract/options.json");
+  std::vector<OptionRow> rows;
+  for (const nlohmann::json& row : nlohmann::json::parse(file))
+    rows.push_back({row.at("text"), row.at("devices"), row.value("seconds", 0.0),
+                    row.value("numbers", true), row.value("quiet", true)});
+  return rows;
+}
 
 // What an option printed, how it ended, and what it did to the devices.
 struct Seen {
@@ -101,7 +76,7 @@ TEST_P(EveryOption, fails_without_its_devices_and_minds_no_other) {
       continue;
     }
     EXPECT_NE(without, whole) << "without " << device;
-    EXPECT_EQ(without.status, std::string(row.option) == "-5150" ? 255 : 0) << device;
+    EXPECT_EQ(without.status, row.option == "-5150" ? 255 : 0) << device;
     EXPECT_THAT(without.out,
                 testing::AnyOf(testing::HasSubstr("Cannot"), testing::HasSubstr("i2c error"),
                                testing::HasSubstr("Y prog4192")))
@@ -119,6 +94,6 @@ TEST_P(EveryOption, takes_what_is_no_number_as_0) {
     EXPECT_EQ(run(row, operands), zeros) << operands;
 }
 
-INSTANTIATE_TEST_SUITE_P(rows, EveryOption, testing::ValuesIn(kRows), name_of);
+INSTANTIATE_TEST_SUITE_P(rows, EveryOption, testing::ValuesIn(agreed_options()), name_of);
 
 }  // namespace

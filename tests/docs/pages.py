@@ -1,17 +1,18 @@
-"""The pages say what the programs have, and no more: options, commands, keys, ranges, messages, links.
+"""The pages say what the programs have, and no more: options, commands, keys, messages, links.
 
-coverage.sh asks for each row of a table whether a page has it; here it goes the
-other way too, and the options of melk and vboard are those of their --help.
+Tables of the pages are made from the lists (docs/tables.py); here the rest is compared:
+the manual pages with --help, headings, examples and what the symptoms quote.
+
+    pages.py MELK VBOARD TABLES VANTORIG
 """
 
+import json
 import pathlib
 import re
 import subprocess
 import sys
 
 ROOT = pathlib.Path(__file__).resolve().parents[2]
-FOLDERS = ["app", "supervision", "hostlink", "diag", "config", "audio", "video", "hw"]
-
 def read(name):
     return (ROOT / name).read_text(encoding="utf-8")
 
@@ -77,56 +78,18 @@ def tool_findings(program, page):
 
 # ---- tables of the program -----------------------------------------------------------
 
-def table(source, pattern):
-    return re.findall(pattern, read(source), re.M)
-
-def option_findings():
-    known = set(table("app/command_line.cpp", r'^    \{"-([^"]+)", +k(?:First|Each)'))
-    page = read("packaging/man/vantorig.1")
-    tagged = {name for line in re.findall(r"^\.It (Fl .*)", page, re.M) for name in flags(line)}
-    yield from differ("vantorig.1", tagged, known)
+def option_findings(tables):
+    known = {row["text"][1:] for row in tables["options"]}
     headed = re.findall(r"^### (.*)", read("docs/bench-manual.md"), re.M)
     words = {name for line in headed for name in re.findall(r"-([A-Za-z0-9_]+=?)", "".join(re.findall("`[^`]*`", line)))}
-    yield from differ("bench-manual.md", words, known)
+    yield from (f"bench-manual.md: the program has no -{name}" for name in sorted(words - known))
 
-def command_findings():
-    rows = table("hostlink/dispatcher.cpp", r'^    \{(\d+), "([A-Z_0-9]+)"')
-    page = read("docs/host-protocol.md")
-    listed = re.findall(r"^\| (\d+) \| `([A-Z_0-9]+)` \|", page, re.M)
-    yield from differ("host-protocol.md, commands", {" ".join(row) for row in listed}, {" ".join(row) for row in rows})
-    ignored = re.search(r"\*\*Unknown codes\*\* \(([^)]*)\)", page).group(1)
-    unknown = set()
-    for first, last in re.findall(r"(\d+)(?: to (\d+))?", ignored):
-        unknown.update(range(int(first), int(last or first) + 1))
-    yield from differ("host-protocol.md, unknown codes", unknown, set(range(256)) - {int(code) for code, _ in rows})
+def cause_findings(tables):
+    listed = re.findall(r"^\| 0x(8[1-9]) \|", read("docs/host-protocol.md"), re.M)
+    yield from differ("host-protocol.md, causes", set(listed), {f"{row['code']:x}" for row in tables["restart_causes"]})
 
-def key_findings():
-    known = set(table("config/hd_params.cpp", r'^    \{"([A-Za-z_]+)", +"%d"'))
-    page = read("docs/hd-ini.md")
-    keys = page[page.index("\n## Keys\n"):page.index("\n## Examples\n")]
-    rows = {cells[0]: cells[1:] for cells in (
-        [cell.strip(" `*") for cell in line.strip("| ").split("|")]
-        for line in re.findall(r"^\| `[A-Za-z_]+` \|.*", keys, re.M))}
-    yield from differ("hd-ini.md, keys", set(rows), known)
-    tagged = {key for line in re.findall(r"^\.It Cm (.*)", read("packaging/man/hd.ini.5"), re.M) for key in line.split(" , ")}
-    yield from differ("hd.ini.5", tagged, known)
-
-    # Key, handler, range: 1...100 and what is stored for anything else.
-    handlers = dict((handler, [int(number.replace("'", "")) for number in numbers.split(", ")])
-                    for source in ("config/encoder.cpp", "config/output_rate.cpp")
-                    for handler, numbers in re.findall(
-                        r"^int (\w+)\(const std::int32_t\* value[^{]*\{[^}]*?\*value, \{([-\d', ]+)\}", read(source), re.M))
-    ranged = {key: handlers[handler] for key, handler in table(
-        "config/hd_params.cpp", r'^    \{"([A-Za-z_]+)",.* (\w+)\},$') if handler in handlers}
-    if len(ranged) != len(handlers):
-        yield f"config/: {len(handlers)} ranges, but {len(ranged)} were found in use"
-    for key, (low, high, other) in ranged.items():
-        cells = [cell.replace(" ", "").strip("*") for cell in rows.get(key, ["", "", ""])]
-        if (cells[0], cells[2]) != (f"{low}…{high}", str(other)):
-            yield f"hd-ini.md, {key}: the program has {low}…{high} and else {other}"
-
-def example_findings():
-    known = set(table("config/hd_params.cpp", r'^    \{"([A-Za-z_]+)", +"%d"'))
+def example_findings(tables):
+    known = {row["key"] for row in tables["keys"]}
     examples = ["packaging/hd.ini"] + sorted(f"packaging/examples/{path.name}" for path in (ROOT / "packaging/examples").iterdir())
     tested = read("tests/service/test_examples.cpp")
     page = read("docs/hd-ini.md")
@@ -139,18 +102,16 @@ def example_findings():
 
 # ---- symptoms ------------------------------------------------------------------------
 
-def symptom_findings(melk, vboard):
+def symptom_findings(melk, vantorig, tables):
     page = read("docs/symptoms.md")
-    printed = "".join("".join(re.findall(r'"((?:[^"\\]|\\.)*)"', path.read_text(encoding="utf-8")))
-                      for folder in FOLDERS for path in sorted((ROOT / folder).rglob("*.[ch]*")))
+    printed = pathlib.Path(vantorig).read_bytes().decode("latin-1")
     for quoted in re.findall(r'"([^"|]{8,})"', page):
         for part in re.split(" *… *", quoted):
             # A number of the page stands for itself or for a conversion of printf.
             wanted = re.sub(r"\d+", lambda number: f"(?:{number[0]}|%[a-z0-9]+)", re.escape(part.strip()))
             if not re.search(wanted, printed):
                 yield f'symptoms.md: the program prints no "{part}"'
-    faults = {line.split()[0] for line in re.findall(r"^  (\S+)", subprocess.run(
-        [vboard, "operations"], capture_output=True, text=True, check=True).stdout, re.M)}
+    faults = {row["name"] for row in tables["faults"]}
     for name in re.findall(r"`fault ([a-z0-9-]+)", page):
         if name not in faults:
             yield f"symptoms.md: vboard knows no fault {name}"
@@ -177,17 +138,17 @@ def link_findings():
             elif anchor and anchor not in anchors(linked):
                 yield f"{page.name}: no heading for {target}"
 
-def findings(melk, vboard):
+def findings(melk, vboard, tables, vantorig):
+    tables = json.loads(subprocess.run([tables], capture_output=True, text=True, check=True).stdout)
     yield from tool_findings(melk, "packaging/man/melk.1")
     yield from tool_findings(vboard, "packaging/man/vboard.1")
-    yield from option_findings()
-    yield from command_findings()
-    yield from key_findings()
-    yield from example_findings()
-    yield from symptom_findings(melk, vboard)
+    yield from option_findings(tables)
+    yield from cause_findings(tables)
+    yield from example_findings(tables)
+    yield from symptom_findings(melk, vantorig, tables)
     yield from link_findings()
 
 if __name__ == "__main__":
-    wrong = list(findings(*sys.argv[1:3]))
+    wrong = list(findings(*sys.argv[1:]))
     print("\n".join(wrong))
     sys.exit(1 if wrong else 0)

@@ -1,4 +1,5 @@
-// Runs stored inputs through a target, one after the other.
+// Runs stored inputs through a target, one after the other; behind them one for each
+// row of the table that the target is about.
 //
 //   fuzz_corpus TARGET FILE|DIRECTORY...
 #include <algorithm>
@@ -6,8 +7,11 @@
 #include <filesystem>
 #include <fstream>
 #include <iterator>
+#include <string_view>
 #include <vector>
 
+#include "app/command_line.h"
+#include "config/hd_params.h"
 #include "tests/fuzz/fuzz.h"
 
 namespace {
@@ -21,6 +25,24 @@ std::vector<std::filesystem::path> files_of(const std::filesystem::path& place) 
   return files;
 }
 
+// Every option alone, every key alone.
+std::vector<std::string> inputs_of_tables(std::string_view target) {
+  std::vector<std::string> inputs;
+  if (target == "command_line")
+    for (const Option& one : options()) inputs.emplace_back(one.text);
+  if (target == "hd_ini")
+    for (const HdParam* row = hd_params; row->key != nullptr; ++row)
+      inputs.push_back(std::string(row->key) + "=1\n");
+  return inputs;
+}
+
+// Returns false when the input does not end well.
+bool run_input(const fuzz::Target& target, const std::string& name, const std::string& input) {
+  const std::string wrong = fuzz::run_in_own_process(target, input);
+  if (!wrong.empty()) fprintf(stderr, "%s: %s\n", name.c_str(), wrong.c_str());
+  return wrong.empty();
+}
+
 // Returns false when the file cannot be read or its input does not end well.
 bool run_file(const fuzz::Target& target, const std::filesystem::path& path) {
   std::ifstream file(path, std::ios::binary);
@@ -28,10 +50,7 @@ bool run_file(const fuzz::Target& target, const std::filesystem::path& path) {
     fprintf(stderr, "%s: cannot be read\n", path.c_str());
     return false;
   }
-  const std::string input{std::istreambuf_iterator<char>(file), {}};
-  const std::string wrong = fuzz::run_in_own_process(target, input);
-  if (!wrong.empty()) fprintf(stderr, "%s: %s\n", path.c_str(), wrong.c_str());
-  return wrong.empty();
+  return run_input(target, path, {std::istreambuf_iterator<char>(file), {}});
 }
 
 }  // namespace
@@ -49,6 +68,10 @@ int main(int argc, char** argv) {
       ++inputs;
       if (!run_file(*target, path)) ++findings;
     }
+  for (const std::string& input : inputs_of_tables(target->name)) {
+    ++inputs;
+    if (!run_input(*target, input, input)) ++findings;
+  }
   printf("%s: %d inputs, %d findings\n", target->name, inputs, findings);
   return findings == 0 && inputs > 0 ? 0 : 1;
 }

@@ -1,11 +1,12 @@
 """Every bench command that ends: a real kernel against the virtual board."""
 
+import json
 import re
 import shlex
 
 import compare
 
-OPTIONS = compare.ROOT / "app" / "command_line.cpp"
+OPTIONS = compare.ROOT / "tests" / "contract" / "options.json"
 LIST = compare.ROOT / "tests" / "kernel" / "commands.txt"
 ENDLESS = {"-5150", "-pll", "-aablk", "-602", "-ac3", "-perf"}
 FILES = {
@@ -21,7 +22,7 @@ def lines():
 
 def missing_options():
     """Options of the program that end and that no line of the list has."""
-    options = set(re.findall(r'^ +\{"(-[^"]+)", +k(?:First|Each)', OPTIONS.read_text(), re.MULTILINE))
+    options = {row["text"] for row in json.loads(OPTIONS.read_text())}
     used = {line.split()[0] for line in lines()}
     return {one for one in options - ENDLESS if not any(word.startswith(one) for word in used)}
 

@@ -1,5 +1,6 @@
 // The scenarios of the sweep: every option, every host command, every cause of a
-// restart, the re-apply after it, and the operations that no option reaches.
+// restart, the re-apply after it, and the operations that no option reaches. An
+// option or command of the tables that has none of its own is run alone.
 #include "tests/sweep/scenarios.h"
 
 #include <sys/stat.h>
@@ -7,6 +8,7 @@
 #include <algorithm>
 #include <csignal>
 
+#include "app/command_line.h"
 #include "diag/fpga_bench.h"
 #include "diag/spi_bench.h"
 #include "diag/tvp5150_bench.h"
@@ -523,6 +525,21 @@ Scenario applied_again(const Setup& setup) {
   return one;
 }
 
+// Alone, for what has no scenario of its own.
+void add_others(std::vector<Scenario>* all) {
+  const auto there = [all](const auto& about) { return std::ranges::any_of(*all, about); };
+  for (const Option& option : options()) {
+    const std::string text = option.text;
+    const auto about = [&text](const Scenario& one) {
+      return !one.arguments.empty() && one.arguments[0].starts_with(text);
+    };
+    if (!there(about)) all->push_back(command(text.substr(1), {text}, 5));
+  }
+  for (const HostCommand& row : host_commands())
+    if (!there([&row](const Scenario& one) { return one.code == row.code; }))
+      all->push_back(asked(row.code, 1));
+}
+
 std::vector<Scenario> make() {
   std::vector<Scenario> all;
   add_bench_commands(&all);
@@ -537,6 +554,7 @@ std::vector<Scenario> make() {
   for (const Cause& cause : causes()) all.push_back(restarted(cause));
   for (const Setup* setup : {&kComponentDigital, &kDspAudio, &kComposite, &kVga})
     all.push_back(applied_again(*setup));
+  add_others(&all);
   return all;
 }
 
@@ -548,13 +566,3 @@ const std::vector<Scenario>& scenarios() {
 }
 
 void send_usual_configuration(Host& host) { send_config(host, compact(example_config())); }
-
-int command_left_out() {
-  for (int code = 0; code < 256; ++code) {
-    if (find_host_command(static_cast<std::uint8_t>(code)) == nullptr) continue;
-    const bool there = std::any_of(scenarios().begin(), scenarios().end(),
-                                   [code](const Scenario& one) { return one.code == code; });
-    if (!there) return code;
-  }
-  return -1;
-}

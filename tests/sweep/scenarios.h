@@ -33,6 +33,3 @@ const std::vector<Scenario>& scenarios();
 
 // The configuration that the known-good state comes from.
 void send_usual_configuration(Host& host);
-
-// A host command of the program's table that no scenario is about, or -1.
-int command_left_out();

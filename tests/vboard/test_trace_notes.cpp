@@ -2,6 +2,7 @@
 #include <gmock/gmock.h>
 
 #include "vboard/core/trace.h"
+#include "vboard/models/bus.h"
 
 namespace {
 
@@ -28,6 +29,20 @@ TEST(TraceNote, transfer_gives_the_chip) {
   EXPECT_EQ(trace_note("i2c 70 wr 01 39"), "DIX4192");
   EXPECT_EQ(trace_note("i2c 21 rd 00"), "");
   EXPECT_EQ(trace_note("i2c bind 21"), "");
+}
+
+// A model knows its address by itself.
+TEST(TraceNote, every_chip_has_its_name_at_the_address_of_its_model) {
+  const auto note_at = [](int address) {
+    char line[16];
+    snprintf(line, sizeof line, "i2c %02x rd", static_cast<unsigned>(address));
+    return trace_note(line);
+  };
+#define CHIP(at, chip_name, model)      \
+  EXPECT_EQ(vboard::model.address, at); \
+  EXPECT_EQ(note_at(vboard::model.address), chip_name);
+  VBOARD_CHIPS(CHIP)
+#undef CHIP
 }
 
 TEST(TraceNote, other_lines_give_nothing) {

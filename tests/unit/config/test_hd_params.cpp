@@ -1,10 +1,13 @@
-// The table of configuration keys row by row, and the apply of a whole file.
+// The words of the table that are held to a range, and the apply of a whole file.
 #include "config/hd_params.h"
 
 #include <gmock/gmock.h>
 
 #include <cerrno>
+#include <climits>
 #include <cstring>
+#include <fstream>
+#include <nlohmann/json.hpp>
 #include <string>
 #include <vector>
 
@@ -25,76 +28,102 @@ namespace {
 
 using testing::Contains;
 using testing::ElementsAre;
+using testing::IsEmpty;
 using testing::Not;
 using vboard::Bench;
 namespace seam = vboard::seam;
 
 // ---- the table -----------------------------------------------------------------------
 
-struct Row {
-  const char* key;
-  HdHandler encoder = nullptr;
-  HdHandler video = nullptr;
-  HdHandler audio = nullptr;
-  HdHandler fpga = nullptr;
-};
+// The rows themselves are compared with tests/contract/keys.json by its check.
+std::vector<nlohmann::json> agreed_keys() {
+  std::ifstream file(SOURCE_DIRECTORY "/tests/contract/keys.json");
+  return nlohmann::json::parse(file).get<std::vector<nlohmann::json>>();
+}
 
-const Row kRows[] = {
-    {.key = "eb_mode", .fpga = SetEbMode},
-    {.key = "extra_output_rate_pct", .fpga = SetExtraOutputRate},
-    {.key = "output_br", .fpga = SetOutputBitrate},
-    {.key = "mpgVidRate", .encoder = SetVidRate, .fpga = Setoutput_bitrate},
-    {.key = "inVideoStandard"},
-    {.key = "inVideoBrightness", .video = SetBrightness},
-    {.key = "inVideoContrast", .video = SetContrast},
-    {.key = "inAudioEnable", .fpga = SetinAudioEnable},
-    {.key = "mpgAudRate", .fpga = setAudRate},
-    {.key = "inAudioVolume", .fpga = SetinAudioVolume},
-    {.key = "AudioInput", .audio = SetFiberCoax, .fpga = SetAudioInput},
-    {.key = "mpgAudCodec", .fpga = SetAudCodec_bf},
-    {.key = "inAudioSampleRate", .fpga = SetinAudioSampleRate},
-    {.key = "mpgVidRes", .encoder = encSetVidRes, .fpga = fpgaSetVidRes},
-    {.key = "VideoInput", .video = SetVideoInputSel},
-    {.key = "vbr", .encoder = SetVBR},
-    {.key = "AVSync", .fpga = SetAVSync},
-    {.key = "vbiMode", .fpga = CC_enable},
-    {.key = "VidCodec", .encoder = encSetVidCodec, .fpga = fpgaSetVidCodec},
-    {.key = "mpgAudCodec", .fpga = SetAudCodec},
-    {.key = "mpgAudCodec", .fpga = SetAudCodec1},
-    {.key = "pidVideo", .fpga = SetpidVideo},
-    {.key = "pidAudio", .fpga = SetpidAudio},
-    {.key = "pidPCR", .fpga = SetpidPCR},
-    {.key = "offset_x", .fpga = SetOffsetx},
-    {.key = "offset_y", .fpga = SetOffsety},
-    {.key = "offset_x", .fpga = SetOffsetX},
-    {.key = "offset_y", .fpga = SetOffsetY},
-    {.key = "portActiveEnable", .fpga = start_hd},
-    {.key = "frame_div", .fpga = SetFrameDiv},
-    {.key = "frame_mult", .fpga = SetFrameMult},
-    {.key = "eb_delay", .fpga = SetEbDelay},
-    {.key = "gop_size", .fpga = SetGopSize},
-    {.key = "idr", .fpga = SetIdr},
-    {.key = "null_disable", .fpga = SetNullStuffing},
-    {.key = "bufferconst", .fpga = SetBufferConst},
-    {.key = "interlace_flag", .fpga = SetInterlace},
-};
+// The handler in the last slot of the key's first row.
+HdHandler handler_of(const std::string& key) {
+  const HdParam* row = hd_params;
+  while (row->key != nullptr && row->key != key) ++row;
+  return row->fpga;
+}
 
-TEST(HdParams, rows_stand_in_order_with_their_handlers) {
-  for (std::size_t i = 0; i < std::size(kRows); ++i) {
-    ASSERT_NE(hd_params[i].key, nullptr) << "row " << i + 1;
-    SCOPED_TRACE("row " + std::to_string(i + 1) + " " + kRows[i].key);
-    EXPECT_STREQ(hd_params[i].key, kRows[i].key);
-    EXPECT_STREQ(hd_params[i].format, "%d");
-    EXPECT_EQ(hd_params[i].encoder, kRows[i].encoder);
-    EXPECT_EQ(hd_params[i].video_input, kRows[i].video);
-    EXPECT_EQ(hd_params[i].audio_input, kRows[i].audio);
-    EXPECT_EQ(hd_params[i].fpga, kRows[i].fpga);
-  }
-  EXPECT_EQ(hd_params[std::size(kRows)].key, nullptr);
+int rows() {
+  int count = 0;
+  while (hd_params[count].key != nullptr) ++count;
+  return count;
 }
 
 TEST(HdParams, file_lies_in_the_home_of_the_board) {
   EXPECT_STREQ(kHdIniPath, "/home/tovin/hd.ini");
+}
+
+// ---- rate control: words that are held to a range -----------------------------------
+
+// A word for `encode`, as it was agreed on.
+struct Ranged {
+  std::string key;
+  std::int32_t low = 0;
+  std::int32_t high = 0;
+  std::int32_t fallback = 0;
+  std::size_t offset = 0;  // in the shared block
+  std::string message;     // before the stored value; "": none
+};
+void PrintTo(const Ranged& one, std::ostream* out) { *out << one.key; }
+
+std::vector<Ranged> ranged_words() {
+  std::vector<Ranged> words;
+  for (const nlohmann::json& row : agreed_keys()) {
+    if (!row.contains("field")) continue;
+    const nlohmann::json& range = row.at("range");
+    const nlohmann::json& message = row.at("message");
+    words.push_back({row.at("key"), range.at(0), range.at(1), range.at(2), row.at("field"),
+                     message.is_null() ? std::string() : message.get<std::string>()});
+  }
+  return words;
+}
+
+class RangedSetting : public testing::TestWithParam<Ranged> {
+ protected:
+  Bench bench;
+  SharedBlock& block = bench.attach_block();
+
+  void expect(std::int32_t given, std::int32_t kept) {
+    const Ranged& one = GetParam();
+    const HdHandler handler = handler_of(one.key);
+    ASSERT_NE(handler, nullptr);
+    EXPECT_EQ(handler(&given, 0), 0);
+    std::int32_t stored = 0;
+    memcpy(&stored, reinterpret_cast<const char*>(&block) + one.offset, sizeof stored);
+    EXPECT_EQ(stored, kept) << "given " << given;
+    EXPECT_EQ(bench.output(),
+              one.message.empty() ? "" : one.message + std::to_string(kept) + " \n");
+    EXPECT_THAT(bench.trace(), IsEmpty());
+  }
+};
+
+TEST_P(RangedSetting, both_ends_are_kept) {
+  const auto& [key, low, high, fallback, offset, message] = GetParam();
+  for (const std::int32_t inside : {low, high, low + (high - low) / 2}) expect(inside, inside);
+}
+
+TEST_P(RangedSetting, value_outside_becomes_the_default) {
+  const auto& [key, low, high, fallback, offset, message] = GetParam();
+  for (const std::int32_t outside : {low - 1, high + 1, INT_MIN, INT_MAX, -1, high + 65536})
+    expect(outside, fallback);
+}
+
+INSTANTIATE_TEST_SUITE_P(keys, RangedSetting, testing::ValuesIn(ranged_words()),
+                         [](const auto& test) { return test.param.key; });
+
+TEST(RateControl, block_not_attached_stores_nothing) {
+  Bench bench;
+  SharedBlock& block = bench.attach_block();
+  shared_memory = nullptr;
+  const std::int32_t frames = 12;
+  EXPECT_EQ(handler_of("gop_size")(&frames, 0), 0);
+  EXPECT_EQ(block.gop_size, 0);
+  EXPECT_EQ(bench.output(), "set Gop Size =0 \n");
 }
 
 // ---- the apply -----------------------------------------------------------------------
@@ -609,14 +638,14 @@ TEST(GetVideoStdFromHDini, file_missing_prints_and_gives_minus_one) {
 }
 
 TEST(GetVideoStdFromHDini, key_is_read_once_for_each_row) {
-  constexpr int kReads = static_cast<int>(std::size(kRows));
+  const int reads = rows();
   Bench bench;
   bench.put_file("hd.ini", "mpgVidRes=25\n");  // one line, one read a lookup
-  seam::fail_call("fgets", "", kReads - 1, 1, EIO);
+  seam::fail_call("fgets", "", reads - 1, 1, EIO);
   GetVideoStdFromHDini();
   EXPECT_THAT(bench.trace(), Contains("fgets  = EIO"));  // the last row reads
   seam::clear_call_faults();
-  seam::fail_call("fgets", "", kReads, 1, EIO);
+  seam::fail_call("fgets", "", reads, 1, EIO);
   GetVideoStdFromHDini();
   EXPECT_THAT(bench.trace(), Not(Contains("fgets  = EIO")));  // and nothing after it
 }

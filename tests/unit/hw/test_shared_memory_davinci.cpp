@@ -35,60 +35,25 @@ Field element(const char* name, int offset, int width, Relaxed<T> (SharedBlock::
   return {name, offset, width, [member, index] { shared_set(member, index, 0x04030201); }};
 }
 
-using B = SharedBlock;
-const std::vector<Field>& fields() {
-  static const std::vector<Field> all = {
-      field("header", 0, 4, &B::header),
-      field("magic", 4, 4, &B::magic),
-      field("header_zero", 8, 4, &B::header_zero),
-      field("video_std", 12, 4, &B::videoStd),
-      field("input_channel", 16, 4, &B::input_channel),
-      field("video_bitrate", 20, 4, &B::video_bitrate),
-      element("suffix_first", 24, 1, &B::file_suffix, 0),
-      element("suffix_last", 30, 1, &B::file_suffix, 6),
-      field("do_fpga_restart", 40, 4, &B::do_fpga_restart),
-      field("sample_rate", 44, 4, &B::SampleRate),
-      field("audio_enable", 48, 1, &B::audio_enable),
-      field("encoder_running", 52, 4, &B::encoder_running),
-      field("launch_zero", 56, 4, &B::launch_zero),
-      field("vid_codec", 60, 4, &B::VidCodec),
-      element("clock_first", 64, 1, &B::clock_text, 0),
-      field("frame_rate_code", 84, 1, &B::frame_rate_code),
-      field("vbr", 88, 4, &B::vbr),
-      element("ac3_first", 92, 1, &B::hd_ac3_desc, 0),
-      element("ac3_last", 97, 1, &B::hd_ac3_desc, 5),
-      field("spts", 100, 4, &B::spts),
-      field("offset_x", 104, 4, &B::offset_x),
-      field("offset_y", 108, 4, &B::offset_y),
-      field("status_bitrate", 112, 4, &B::status_bitrate),
-      field("status_frame_rate", 116, 1, &B::status_frame_rate),
-      field("status_video_std", 120, 4, &B::status_video_std),
-      field("status_width", 124, 4, &B::status_width),
-      field("status_height", 128, 4, &B::status_height),
-      field("status_vbr", 132, 4, &B::status_vbr),
-      field("bytes_per_frame_ac3", 136, 4, &B::bytes_per_frame_ac3),
-      field("audio_configured", 140, 4, &B::audio_configured),
-      field("audio_input", 144, 4, &B::AudioInput),
-      field("audio_start", 148, 4, &B::audio_start),
-      field("encode_version", 152, 4, &B::encode_version),
-      field("closed_caption", 156, 1, &B::closed_caption),
-      field("brightness", 160, 4, &B::brightness),
-      field("contrast", 164, 4, &B::contrast),
-      field("encode_alive", 168, 4, &B::encode_alive),
-      element("statistics_first", 172, 4, &B::statistics, 0),
-      element("statistics_last", 256, 4, &B::statistics, 21),
-      field("frame_div", 260, 4, &B::frame_div),
-      field("frame_mult", 264, 4, &B::frame_mult),
-      field("eb_mode", 268, 4, &B::eb_mode),
-      field("eb_delay", 272, 4, &B::eb_delay),
-      element("statistics2_first", 276, 4, &B::statistics2, 0),
-      element("statistics2_last", 284, 4, &B::statistics2, 2),
-      field("null_disable", 288, 4, &B::null_disable),
-      field("gop_size", 292, 4, &B::gop_size),
-      field("idr", 296, 4, &B::idr),
-      field("bufferconst", 300, 4, &B::bufferconst),
-      field("interlace_flag", 304, 4, &B::interlace_flag),
-  };
+// Of several elements the last. What lies where is compared with tests/contract.
+template <class T>
+Field stored(const SharedFieldRow& row, Relaxed<T> SharedBlock::*member) {
+  return field(row.name, row.offset, row.width, member);
+}
+template <class T, std::size_t N>
+Field stored(const SharedFieldRow& row, Relaxed<T> (SharedBlock::*member)[N]) {
+  const int last = row.offset + static_cast<int>(N - 1) * row.width;
+  return element(row.name, last, row.width, member, N - 1);
+}
+
+std::vector<Field> fields() {
+  std::vector<Field> all;
+  const SharedFieldRow* row = kSharedFields;
+#define STORED(offset, kind, name, ...) all.push_back(stored(*row++, &SharedBlock::name));
+#define NOT_STORED(...)
+  SHARED_FIELDS(STORED, NOT_STORED)
+#undef STORED
+#undef NOT_STORED
   return all;
 }
 
