@@ -247,8 +247,8 @@ INSTANTIATE_TEST_SUITE_P(
                     .trace = on_bus({"i2c 5d rd 28 = EREMOTEIO"})},
         CommandCase{.name = "vblk_rw_read",
                     .arguments = "-vblk_rw 1 0x40",
-                    .out = "reg 0x40=0x0\n",
-                    .trace = on_bus({"i2c 5c rd 40 -> 00"})},
+                    .out = "reg 0x40=0x2c\n",
+                    .trace = on_bus({"i2c 5c rd 40 -> 2c"})},
         CommandCase{.name = "vblk_rw_write",
                     .arguments = "-vblk_rw 0 0x40 0x55",
                     .trace = on_bus({"i2c 5c wr 40 55"})},
@@ -533,13 +533,13 @@ INSTANTIATE_TEST_SUITE_P(
         // 8-bit address 0xB8 is 7-bit 0x5C; its register 0x14 shows component sync
         CommandCase{.name = "i2c",
                     .arguments = "-i2c 0xB8 0x14 1 2",
-                    .out = "i2c readb (rc 2): device_addr 0xb8, reg_addr 0x14: 0xda 0x0 \n",
-                    .trace = on_bus({"i2c 5c rd 14 -> da 00", "wait 1000000"})},
+                    .out = "i2c readb (rc 2): device_addr 0xb8, reg_addr 0x14: 0xda 0x4 \n",
+                    .trace = on_bus({"i2c 5c rd 14 -> da 04", "wait 1000000"})},
         // without a register address one byte is read, whatever is asked for
         CommandCase{.name = "i2c_no_register_address",
                     .arguments = "-i2c 0xB8 0x14 0 3",
-                    .out = "i2c readb (rc 1): device_addr 0xb8, reg_addr 0x14: 0x0 0x0 0x0 \n",
-                    .trace = on_bus({"i2c 5c rd -> 00", "wait 1000000"})},
+                    .out = "i2c readb (rc 1): device_addr 0xb8, reg_addr 0x14: 0x2 0x0 0x0 \n",
+                    .trace = on_bus({"i2c 5c rd -> 02", "wait 1000000"})},
         CommandCase{.name = "i2c_negative_count",
                     .arguments = "-i2c 0xB8 0x14 1 -2",
                     .out = "i2c readb (rc 2): device_addr 0xb8, reg_addr 0x14: \n",
@@ -754,7 +754,7 @@ const Lines kRgbSetUp = {
     "i2c 5c wr 0e 20",    "i2c 5c wr 2c 50",    "i2c 5c wr 40 7a",    "i2c 5c wr 41 00",
     "i2c 5c wr 42 f2",    "i2c 5c wr 43 05",    "i2c 5c wr 44 03",    "i2c 5c wr 45 03",
     "i2c 5c wr 46 1e",    "i2c 5c wr 47 1e",    "i2c 5c wr 34 13",    "i2c 5c rd 01 -> 61",
-    "i2c 5c rd 02 -> 80", "i2c 5c rd 03 -> a0", "i2c 5c rd 04 -> 00", "i2c 5c rd 12 -> 00",
+    "i2c 5c rd 02 -> 80", "i2c 5c rd 03 -> a0", "i2c 5c rd 04 -> 80", "i2c 5c rd 12 -> 00",
     "i2c 5c rd 13 -> 00", "i2c 5c rd 34 -> 13", "i2c 5c wr 19 aa",    "wait 100",
     "i2c 5c rd 19 -> aa", "i2c 5c wr 1a 6a",    "wait 100",           "i2c 5c rd 1a -> 6a",
     "i2c 5c wr 04 80",    "i2c 5c wr 05 06",    "i2c 5c wr 06 10",    "i2c 5c wr 08 3c",
@@ -774,7 +774,7 @@ TEST(Option7002, sets_the_digitizer_up_for_standard_25) {
   EXPECT_EQ(result.out,
             "Set CH input to 3 \n"
             "Set Video Input To RGB std 25\n"
-            "reg 01 61 \nreg 02 80 \nreg 03 a0 \nreg 04 0 \nreg 012 0 \nreg 013 0 \nreg 34 13 \n"
+            "reg 01 61 \nreg 02 80 \nreg 03 a0 \nreg 04 80 \nreg 012 0 \nreg 013 0 \nreg 34 13 \n"
             "Set Video Input To all config CH 3 RGB Input\n"
             "read reg 19 aa \nread reg 1A 6a \n");
   EXPECT_EQ(board.trace(), kSelectRgb + Lines{"open /dev/i2c-1"} + kRgbSetUp);

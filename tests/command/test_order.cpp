@@ -163,8 +163,8 @@ INSTANTIATE_TEST_SUITE_P(
         // operands at positions 2 and 3: "1" and "0x40"
         CommandCase{.name = "vblk_rw_ends_before_the_dsp_start",
                     .arguments = "-i2c_bf_st 1 0x40 -vblk_rw",
-                    .out = "reg 0x40=0x0\n",
-                    .trace = on_bus({"i2c 5c rd 40 -> 00"})},
+                    .out = "reg 0x40=0x2c\n",
+                    .trace = on_bus({"i2c 5c rd 40 -> 2c"})},
         CommandCase{.name = "dsp_start_ends_before_the_version",
                     .arguments = "-rdver_bf -i2c_bf_st",
                     .trace = on_bus({"i2c 1c wr 02"}) + Lines{"wait 1000000"}},
@@ -217,11 +217,12 @@ INSTANTIATE_TEST_SUITE_P(
             .arguments = "-i2c x -7353",
             .out = k7353Text + "i2c readb (rc -1): device_addr 0x0, reg_addr 0xffffe347: \n",
             .trace = k7353Trace + on_bus({"i2c 00 rd = EREMOTEIO", "wait 1000000"})},
-        // 1.0012 s until the first write (11 transfers of 0.1 ms, a second), then one
-        // every 1.1 ms; "-i2c" is never reached
+        // 1.00267 s until the first write (four reads of 0.4 ms, three writes of 0.29,
+        // one of a single byte of 0.2, a second), then one every 1.29 ms; "-i2c" is never
+        // reached
         CommandCase{.name = "7353_then_blk_then_aablk_for_ever",
                     .arguments = "-7353 -blk -aablk -i2c",
-                    .seconds = 1.004,
+                    .seconds = 1.006,
                     .out = k7353Text + kBlkText +
                            "i2c_writebyte AA blk \ni2c_writebyte AA blk \ni2c_writebyte AA blk \n",
                     .trace = k7353Trace + kBlkTrace +

@@ -16,6 +16,7 @@
 #include "tests/fuzz/worlds.h"
 #include "tests/service/service_bench.h"
 #include "vboard/core/trace.h"
+#include "vboard/core/update_fifo.h"
 #include "vboard/models/bus.h"
 
 namespace fuzz {
@@ -117,10 +118,8 @@ class Guest {
   }
 
   void fill_update(std::uint8_t byte) {
-    vboard::FpgaState& fpga = board_.fpga;
-    constexpr std::uint32_t kDepth = sizeof fpga.update_fifo;
-    while (fpga.update_head - fpga.update_tail < kDepth)
-      fpga.update_fifo[fpga.update_head++ % kDepth] = byte;
+    while (vboard::feed_update(board_.fpga, &byte, 1) == 1) {
+    }
   }
 
   static const std::string& configuration() {

@@ -16,6 +16,7 @@
 #include "tests/fuzz/targets.h"
 #include "tests/service/service_bench.h"
 #include "vboard/core/trace.h"
+#include "vboard/core/update_fifo.h"
 #include "vboard/interpose/seam.h"
 #include "vboard/models/bus.h"
 
@@ -77,12 +78,9 @@ void through_link(Board& board, std::string_view bytes) {
 
 // The FIFO takes words; an odd byte at the end has a zero after it.
 void through_fpga(Board& board, std::string_view bytes) {
-  vboard::FpgaState& fpga = board.fpga;
-  constexpr std::uint32_t kDepth = sizeof fpga.update_fifo;
   for (std::size_t i = 0; i < bytes.size() || i % 2 != 0; ++i) {
-    while (fpga.update_head - fpga.update_tail >= kDepth - 1) board_wait(WaitFor::kNothing, 1000);
-    fpga.update_fifo[fpga.update_head++ % kDepth] =
-        i < bytes.size() ? static_cast<std::uint8_t>(bytes[i]) : std::uint8_t{0};
+    const auto byte = i < bytes.size() ? static_cast<std::uint8_t>(bytes[i]) : std::uint8_t{0};
+    while (vboard::feed_update(board.fpga, &byte, 1) == 0) board_wait(WaitFor::kNothing, 1000);
   }
 }
 

@@ -41,15 +41,40 @@ struct Example {
   int dts_path1;
   int audio_path;
   int gop_size;
+  // What leaves the board.
+  double Mbit_per_second;
+  const char* codec;
+  double frames_per_second;
+  const char* picture;
+  bool captions;
+  const char* sound;
 };
 
 void PrintTo(const Example& one, std::ostream* out) { *out << one.file; }
+
+// The receiver is asked before the first launch: the first configuration does not
+// capture the digital stream's header, and cuts its frames of 1536 bytes at 128.
+constexpr char kFirstDigital[] = "digital input 384 kbit/s, 128 bytes, not decodable";
+
+std::string picture_of(const vboard::VideoInStream& video) {
+  return std::to_string(video.width) + "x" + std::to_string(video.height) +
+         (video.interlaced ? "i" : "p");
+}
+
+std::string sound_of(const vboard::SoundInStream& sound) {
+  char level[24] = "";
+  if (sound.source == "DSP") snprintf(level, sizeof level, ", %.1f dB", sound.left_dB);
+  return sound.source + " " + std::to_string(sound.kbit_per_second) + " kbit/s, " +
+         std::to_string(sound.frame_bytes) + " bytes" + level +
+         (sound.decodable ? "" : ", not decodable");
+}
 
 // Output rates: 1.05 x (rate + 0.5) Mbit/s, component's 14 by hand. D of the A/V
 // sync is 90 x ms + 15000 on the digital path: above 8000, so D / 4 goes to path 1;
 // on the DSP path -7500: (16000 + 7500) / 4 goes to path 0.
 const Example kExamples[] = {
-    {"start", "hd.ini", {}, 0, 14400, 3, 13651, 0x0100, kH264Constant, ".264", 2000, 3750, 1, 25},
+    {"start", "hd.ini", {}, 0,  14400,  3,       13651, 0x0100,       kH264Constant, ".264",
+     2000,    3750,     1,  25, 8.9256, "H.264", 25,    "1920x1080i", false,         kFirstDigital},
     {"component",
      "examples/component.ini",
      {},
@@ -63,7 +88,13 @@ const Example kExamples[] = {
      2000,
      3750,
      1,
-     24},
+     24,
+     14.0002,
+     "H.264",
+     24,
+     "1920x1080i",
+     false,
+     kFirstDigital},
     {"vga",
      "examples/vga.ini",
      {"source vga"},
@@ -77,7 +108,13 @@ const Example kExamples[] = {
      2000,
      3750,
      1,
-     30},
+     30,
+     6.8252,
+     "H.264",
+     29.97,
+     "1024x768p",
+     false,
+     kFirstDigital},
     {"composite",
      "examples/composite.ini",
      {"source composite", "captions on"},
@@ -91,7 +128,13 @@ const Example kExamples[] = {
      2000,
      3750,
      1,
-     25},
+     25,
+     4.7250,
+     "MPEG-2",
+     25,
+     "720x576i",
+     true,
+     kFirstDigital},
     {"digital_audio",
      "examples/digital-audio.ini",
      {},
@@ -105,7 +148,13 @@ const Example kExamples[] = {
      2000,
      4200,
      1,
-     25},
+     25,
+     8.9256,
+     "H.264",
+     25,
+     "1920x1080i",
+     false,
+     kFirstDigital},
     {"dsp_audio",
      "examples/dsp-audio.ini",
      {"audio dsp"},
@@ -119,7 +168,13 @@ const Example kExamples[] = {
      5875,
      2000,
      2,
-     25},
+     25,
+     8.9256,
+     "H.264",
+     25,
+     "1920x1080i",
+     false,
+     "DSP 192 kbit/s, 768 bytes, -4.5 dB"},
 };
 
 std::string text_of(const char* file) {
@@ -159,6 +214,19 @@ TEST_P(ExampleFile, brings_the_board_to_what_it_promises) {
   EXPECT_EQ(bench.fpga(kCodecConstant), one.codec_constant);
   EXPECT_EQ(bench.fpga(kDtsPath0), one.dts_path0);
   EXPECT_EQ(bench.fpga(kDtsPath1), one.dts_path1);
+
+  const vboard::TransportStream stream = bench.outgoing();
+  EXPECT_TRUE(stream.video.there);
+  EXPECT_TRUE(stream.sound.there);
+  EXPECT_NEAR(stream.Mbit_per_second, one.Mbit_per_second, 0.0001);
+  EXPECT_EQ(stream.pcr_pid, 256);
+  EXPECT_EQ(stream.video.pid, 256);
+  EXPECT_EQ(stream.video.codec, one.codec);
+  EXPECT_NEAR(stream.video.frames_per_second, one.frames_per_second, 0.001);
+  EXPECT_EQ(picture_of(stream.video), one.picture);
+  EXPECT_EQ(stream.video.captions, one.captions);
+  EXPECT_EQ(stream.sound.pid, 257);
+  EXPECT_EQ(sound_of(stream.sound), one.sound);
 
   EXPECT_EQ(shared_memory->frame_rate_code, one.frame_rate_code);
   EXPECT_EQ(shared_memory->input_channel, one.input_mux);

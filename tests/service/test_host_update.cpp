@@ -10,6 +10,7 @@
 #include "state/service_flags.h"
 #include "tests/service/host_talk.h"
 #include "vboard/core/trace.h"
+#include "vboard/core/update_fifo.h"
 
 namespace {
 
@@ -35,11 +36,9 @@ constexpr Procedure kLink = {"over_the_link", 11, "get UPDATE_VERSION command\n"
 constexpr Procedure kFifo = {"through_the_fpga", 43, "get NEW_UPDATE_VERSION command\n"};
 
 void push_update(Talk& host, const std::string& bytes) {
-  vboard::FpgaState& fpga = host.bench.board().fpga;
-  constexpr std::uint32_t kDepth = sizeof fpga.update_fifo;
+  const auto* const data = reinterpret_cast<const std::uint8_t*>(bytes.data());
   for (std::size_t sent = 0; sent < bytes.size();) {
-    for (; sent < bytes.size() && fpga.update_head - fpga.update_tail < kDepth; ++sent)
-      fpga.update_fifo[fpga.update_head++ % kDepth] = static_cast<std::uint8_t>(bytes[sent]);
+    sent += feed_update(host.bench.board().fpga, data + sent, bytes.size() - sent);
     host.host.wait(0.001);
   }
 }

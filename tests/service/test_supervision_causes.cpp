@@ -26,6 +26,7 @@ struct Cause {
   std::vector<const char*> mend;
   std::vector<std::pair<std::string, int>> settings;
   const char* source = "component";
+  const char* standard = "1080i50";
 };
 
 const std::vector<std::pair<std::string, int>> kComposite = {
@@ -75,7 +76,8 @@ const Cause kCauses[] = {
      "restart - tvp is back!!\n",
      {},
      kVga,
-     "vga"},
+     "vga",
+     "1400x1050"},
     // An unlocked reading of the decoder is followed by cycles that do not ask.
     {"composite_input_lost",
      {"fault video-loss"},
@@ -83,7 +85,8 @@ const Cause kCauses[] = {
      "restart - tvp is back!!\n",
      {"fault video-loss off"},
      kComposite,
-     "composite"},
+     "composite",
+     "576i"},
     {"frozen_input",
      {"fault video-freeze"},
      0x86,
@@ -112,6 +115,7 @@ TEST_P(RestartCause, provoked_from_outside_restarts_and_recovers) {
   SupervisedBoard board;
   board.config = example_config_with(cause.settings);
   board.world(std::string("source ") + cause.source);
+  board.world(std::string("set-standard ") + cause.standard);
   std::vector<int> status_after;
   board.run([&](Host& host) {
     EXPECT_EQ(status_vantorig, 0x80);
@@ -154,6 +158,7 @@ TEST(RestartCauseAudio, dsp_without_audio_is_reset_and_restarts_with_84_until_re
     EXPECT_TRUE(SupervisedBoard::until(host, 200, [&] { return board.launches() == 4; }));
     EXPECT_EQ(board.service.bench.board().fpga.line[28], resets + 3);
     // Other audio settings end it.
+    board.world("audio digital");
     host.send_config(example_config());
     EXPECT_TRUE(SupervisedBoard::until(
         host, 120, [&] { return SystemOnUpdate == 0 && config_sys == 1 && board.healthy(); }));
@@ -325,6 +330,24 @@ TEST(NoRestart, one_failed_reading_of_a_locked_decoder_changes_nothing) {
     EXPECT_TRUE(board.healthy());
     EXPECT_EQ(board.launches(), 1u);
     EXPECT_EQ(status_vantorig, 0x80);
+  });
+}
+
+// The text of a healthy cycle lets encode go; it need not be launched again.
+TEST(Update, holds_encode_until_the_supervision_finds_the_board_healthy) {
+  SupervisedBoard board;
+  board.run([&](Host& host) {
+    const auto streams = [&] { return board.service.bench.board().encoder.streaming; };
+    constexpr int kUpdateVersion = 11;
+    constexpr int kNoCommand = 99;
+    std::vector<int> bytes = command_with_number(kUpdateVersion, 16);
+    bytes.insert(bytes.end(), 16, kNoCommand);
+    host.send(bytes);
+    host.wait(0.5);
+    EXPECT_FALSE(streams());
+    EXPECT_TRUE(SupervisedBoard::until(host, 30, streams));
+    EXPECT_EQ(SystemOnUpdate, 0);
+    EXPECT_EQ(board.launches(), 1u);
   });
 }
 

@@ -40,7 +40,7 @@ const std::vector<Setting>& settings() {
       {"VGA at a fixed rate",
        {{"VideoInput", 2}, {"mpgVidRes", 10}, {"output_br", 12000000}},
        "vga",
-       "720p59.94",
+       "1280x1024",
        3},
       {"component 30 VBR",
        {{"mpgVidRes", 7}, {"vbr", 1}, {"eb_mode", 0}, {"AVSync", 120}, {"offset_x", 4}},

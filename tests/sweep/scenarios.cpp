@@ -257,7 +257,8 @@ const Setup kComponentDigital = {"digital", {}, {}};
 const Setup kDspAudio = {"dsp", {{"AudioInput", 2}, {"inAudioEnable", 2}}, {"audio dsp"}};
 const Setup kComposite = {
     "composite", {{"VideoInput", 4}, {"mpgVidRes", 6}, {"mpgAudCodec", 1}}, {"source composite"}};
-const Setup kVga = {"vga", {{"VideoInput", 2}, {"mpgVidRes", 25}}, {"source vga"}};
+const Setup kVga = {
+    "vga", {{"VideoInput", 2}, {"mpgVidRes", 25}}, {"source vga", "set-standard 1400x1050"}};
 
 void set_world(Host& host, const std::vector<const char*>& operations) {
   for (const char* operation : operations) host.world(operation);

@@ -186,7 +186,7 @@ Json operation_rows(const Rows& table) {
 
 Json standard_rows() {
   Json rows = Json::array();
-  for (const vboard::WorldStandard& one : vboard::world_standards())
+  for (const vboard::VideoStandard& one : vboard::world_standards())
     rows.push_back({{"name", one.name}, {"bit", one.bit}, {"fps_milli", one.fps_milli}});
   return rows;
 }

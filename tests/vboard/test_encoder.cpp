@@ -7,6 +7,7 @@
 #include <memory>
 
 #include "vboard/models/fpga.h"
+#include "vboard/testing/set_up.h"
 
 namespace {
 
@@ -18,7 +19,10 @@ struct Encoder : testing::Test {
   std::unique_ptr<Board> board = std::make_unique<Board>();
   SharedBlock block = {};
 
-  Encoder() { encoder_started(*board, 1, 0); }
+  Encoder() {
+    set_up_by_hand(*board);
+    encoder_started(*board, 1, 0);
+  }
 };
 
 // Alive at 1.2 s; the video buffer gains 12 a second: 12 x (3.2 - 1.2) = 24, and

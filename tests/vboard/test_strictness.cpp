@@ -49,6 +49,12 @@ void fpga_register(unsigned long request, int index) {
   single.index = index;
   fpga(request, &single);
 }
+void fpga_write(int address, int value) {
+  FpgaSingle single{};
+  single.index = address / 2;
+  single.value = static_cast<std::uint16_t>(value);
+  fpga(15, &single);
+}
 void video(unsigned long request, std::int32_t value) {
   const int fd = open("/dev/video0", O_RDWR);
   ioctl(fd, request, &value);
@@ -73,11 +79,11 @@ INSTANTIATE_TEST_SUITE_P(
     testing::Values(
         Misuse{"tvp7002_write_of_an_unknown_register",
                [](Bench&) {
-                 i2c_write(0x5C, {0x0B, 1});
+                 i2c_write(0x5C, {0x14, 1});
                },
-               "tvp7002 write of register 0b"},
-        Misuse{"tvp7002_read_of_an_unknown_register", [](Bench&) { i2c_read(0x5C, 0x4A); },
-               "tvp7002 read of register 4a"},
+               "tvp7002 write of register 14"},
+        Misuse{"tvp7002_read_of_an_unknown_register", [](Bench&) { i2c_read(0x5C, 0x5D); },
+               "tvp7002 read of register 5d"},
         Misuse{"tvp7002_two_values_at_once",
                [](Bench&) {
                  i2c_write(0x5C, {0x40, 1, 2});
@@ -98,9 +104,9 @@ INSTANTIATE_TEST_SUITE_P(
                "tvp5150 line data at address 010"},
         Misuse{"dix4192_write_of_an_unknown_register",
                [](Bench&) {
-                 i2c_write(0x70, {0x05, 1});
+                 i2c_write(0x70, {0x13, 1});
                },
-               "dix4192 write of register 05"},
+               "dix4192 write of register 13"},
         Misuse{"dix4192_read_of_an_unknown_register", [](Bench&) { i2c_read(0x70, 0x30); },
                "dix4192 read of register 30"},
         Misuse{"dix4192_unknown_page",
@@ -132,6 +138,32 @@ INSTANTIATE_TEST_SUITE_P(
                  i2c_write(0x1C, {0x80, 1});
                },
                "ac3dsp command 80 with 01"},
+        Misuse{"dsp_read_before_its_reply",
+               [](Bench&) {
+                 i2c_read(0x1C, 0x80);  // the command and the read in one transfer
+               },
+               "ac3dsp command 80 of 1 bytes"},
+        Misuse{"dsp_reply_fetched_at_once",
+               [](Bench&) {
+                 i2c_write(0x1C, {0x80, 0});
+                 std::uint8_t byte = 0;
+                 const int bus = init_i2c(1);
+                 i2c_readblk(bus, 0x1C, 0, 0, 1, &byte);
+                 close(bus);
+               },
+               "ac3dsp read before its reply"},
+        Misuse{"dsp_firmware_without_the_echo_of_hwait",
+               [](Bench&) {
+                 fpga_write(0x144, 0);
+                 fpga_write(0x144, 7);
+               },
+               "dsp spi control without the echo of HWAIT"},
+        Misuse{"dsp_firmware_behind_an_older_push",
+               [](Bench&) {
+                 fpga_write(0x144, 2);
+                 fpga_write(0x144, 3);
+               },
+               "dsp spi start behind control 0x0002"},
         // word 0x280 is byte address 0x500
         Misuse{"fpga_read_of_an_unknown_register", [](Bench&) { fpga_register(16, 0x280); },
                "fpga read of unknown register 0x0500"},
@@ -175,7 +207,14 @@ INSTANTIATE_TEST_SUITE_P(
                  EXPECT_EQ(write(fd, "abc", 3), 3);
                  close(fd);
                },
-               "pll write of 3 bytes"}),
+               "pll write of 3 bytes"},
+        Misuse{"pll_word_of_another_register",
+               [](Bench&) {
+                 const int fd = open("/dev/fpga2", O_RDWR);
+                 EXPECT_EQ(write(fd, "\x20", 2), 2);
+                 close(fd);
+               },
+               "pll word for address 20"}),
     [](const auto& one) { return std::string(one.param.name); });
 
 // ---- documented use leaves no note ---------------------------------------------------
@@ -198,10 +237,10 @@ TEST(Lenient, documented_use_is_no_violation) {
 
 TEST(Lenient, first_violation_is_kept_and_all_are_counted) {
   Bench bench;
-  i2c_read(0x5C, 0x4A);
+  i2c_read(0x5C, 0x5D);
   i2c_read(0x5D, 0xFF);
   EXPECT_EQ(bench.board().violations.count, 2u);
-  EXPECT_STREQ(bench.board().violations.first, "tvp7002 read of register 4a");
+  EXPECT_STREQ(bench.board().violations.first, "tvp7002 read of register 5d");
 }
 
 TEST(I2cBus, nobody_answers_at_an_empty_address) {

@@ -36,6 +36,7 @@ struct Streaming {
   Streaming() {
     fpga_file = fopen("/dev/fpga", "r+b");
     bench.attach_block();
+    bench.set_up();
     launch();
   }
   ~Streaming() {
@@ -51,6 +52,13 @@ struct Streaming {
 int after_latch(int address) {
   SetValue(kRegLatch, 1);
   return static_cast<int>(GetValue(address));
+}
+
+// How far a counter lags behind its reference after a minute.
+int lag(int counter, int reference) {
+  const int counted = after_latch(counter) - after_latch(reference);
+  usleep(60'000'000);
+  return counted - after_latch(counter) + after_latch(reference);
 }
 
 bool video_units_move() {
@@ -93,7 +101,10 @@ bool opens(const char* device) {
   return true;
 }
 
+constexpr int kCaptureMode = 22;
+
 unsigned captured_sync_word() {
+  SetValue(kRegAudioMode, kCaptureMode);
   SetValue(kRegAc3Control, 0x4011);
   return GetValue(kRegAc3Sync);
 }
@@ -161,6 +172,8 @@ const FaultCase kFaultCases[] = {
        usleep(10'000'000);
        return after_latch(kRegViBuff) > 80;
      }},
+    {"video_drift", "video-drift", [] { return lag(kRegViOverallLow, kRegViRefOverallLow) > 10; }},
+    {"audio_drift", "audio-drift", [] { return lag(kRegAuOverallLow, kRegAuRefOverallLow) > 10; }},
     {"encode_hang", "encode-hang", [] { return !video_units_move(); }},
     {"encode_never_alive", "encode-never-alive", [] { return !encode_comes_alive(); }},
     {"no_ac3_sync", "no-ac3-sync", [] { return captured_sync_word() == 0; }},
@@ -175,6 +188,7 @@ const FaultCase kFaultCases[] = {
     {"dsp_no_firmware", "dsp-no-firmware", [] { return !dsp_answers(); }},
     {"dsp_fifo_stuck", "dsp-fifo-stuck", [] { return firmware_fifo_level() == 10; }},
     {"i2c_fail", "i2c-fail 5c", [] { return chip_register(kTvp7002, 0x14) == -1; }},
+    {"i2c_hung", "i2c-hung", [] { return chip_register(kTvp7002, 0x14) == -1; }},
     {"stuck", "stuck 5c 14 55", [] { return chip_register(kTvp7002, 0x14) == 0x55; }},
     {"ghost_standard", "ghost-standard 10",
      [] { return (standard_mask() & (std::uint64_t{1} << 10)) != 0; }},
@@ -361,11 +375,14 @@ TEST(Source, decides_which_chip_sees_sync) {
 
 TEST(SetStandard, each_name_reports_its_bit_and_rate) {
   fpga_file = nullptr;
-  for (const WorldStandard& one : world_standards()) {
+  for (const VideoStandard& one : world_standards()) {
     Bench bench;
     fpga_file = fopen("/dev/fpga", "r+b");
+    bench.world((one.senders & sender(VideoSource::kVga)) != 0 ? "source vga" : "source component");
     bench.world(std::string("set-standard ") + one.name);
-    EXPECT_EQ(standard_mask(), std::uint64_t{1} << one.bit) << one.name;
+    bench.set_up();
+    EXPECT_EQ(standard_mask(), one.bit == kNoStandardBit ? 0 : std::uint64_t{1} << one.bit)
+        << one.name;
     const int low = after_latch(kRegVsRateLow);
     const int rate = static_cast<int>(GetValue(kRegVsRateLow + 4)) << 16 | low;
     // rate = 1 440 000 / frames per second, cut
@@ -407,6 +424,7 @@ TEST(Audio, list_may_stand_behind_its_option) {
 TEST(Audio, frame_code_fault_is_38_unless_named) {
   Streaming board;
   const auto captured_code = [] {
+    SetValue(kRegAudioMode, kCaptureMode);
     SetValue(kRegAc3Control, 0x4011);
     return GetValue(kRegAc3Word2) & 0x3F;  // first byte of the swapped word: fscod, code
   };
@@ -423,6 +441,7 @@ TEST(Captions, switch_on_and_off) {
   Bench bench;
   bench.world("source composite");
   bench.world("captions on");
+  bench.set_up();
   EXPECT_EQ(chip_register(0x5D, 0xC6), 0x18);
   bench.world("captions off");
   EXPECT_EQ(chip_register(0x5D, 0xC6), 0x40);
@@ -460,6 +479,11 @@ INSTANTIATE_TEST_SUITE_P(
         Refusal{"source_too_much", "source vga now", "source: 'now' is one too many"},
         Refusal{"standard_missing", "set-standard", "set-standard: an argument is missing"},
         Refusal{"standard_unknown", "set-standard secam", "set-standard: standard 'secam' is none"},
+        Refusal{"standard_of_another_plug", "set-standard 1024x768",
+                "set-standard: '1024x768' is not what a component source sends"},
+        Refusal{"bitstream_of_no_size", "bitstream x", "bitstream: 'x' is no count of bytes"},
+        Refusal{"power_cycle_of_something", "power-cycle fpga",
+                "power-cycle: 'fpga' is one too many"},
         Refusal{"rate_too_low", "set-standard 0.5", "set-standard: standard '0.5' is none"},
         Refusal{"rate_too_high", "set-standard 241", "set-standard: standard '241' is none"},
         Refusal{"captions_unknown", "captions maybe",

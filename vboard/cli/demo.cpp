@@ -22,6 +22,8 @@
 #include "vboard/core/clock.h"
 #include "vboard/core/real.h"
 #include "vboard/host/board_transport.h"
+#include "vboard/models/needs.h"
+#include "vboard/models/stream.h"
 #include "vboard/world/world.h"
 
 namespace vboard {
@@ -191,14 +193,24 @@ bool start_service(Demo& demo) {
 }
 
 void load_firmware(Demo& demo) {
-  demo.stage.title("A bench command: the AC-3 DSP gets its firmware through the FPGA (-loadbf)");
-  world(demo, "fault dsp-no-firmware");
+  demo.stage.title("Behind power-on: the AC-3 DSP gets its firmware through the FPGA (-loadbf)");
+  world(demo, "power-cycle");
   start(demo, {"-loadbf"})->wait();
   tell_service(demo, {"download", "the size is", "Initial SPI", "end send file", "The BF is"});
   demo.stage.check(
       demo.board->fpga.firmware_bytes == fs::file_size(demo.directory.home() / "MELK_spi.bin"),
       "every byte of the firmware went through the FIFO");
   demo.stage.check(demo.board->dsp.has_firmware, "the DSP has firmware");
+}
+
+void program_receiver(Demo& demo) {
+  demo.stage.title("And the digital audio receiver is programmed (-4192)");
+  start(demo, {"-4192"})->wait();
+  Locked hold(*demo.board);
+  for (const std::string& lack : lacks(*demo.board, kDix4192Lock))
+    demo.stage.tell("%s", lack.c_str());
+  demo.stage.check(works(*demo.board, kDix4192Lock) && works(*demo.board, kDix4192Output),
+                   "the receiver lacks nothing");
 }
 
 bool boot(Demo& demo) {
@@ -209,6 +221,20 @@ bool boot(Demo& demo) {
   demo.stage.check(read_file(demo.directory.home() / "hd.ini").empty(),
                    "hd.ini is empty: the configuration is the host's to give");
   return true;
+}
+
+// What leaves the board now, as an analyser behind it would show it.
+void tell_stream(Demo& demo) {
+  TransportStream stream;
+  std::vector<std::string> lines;
+  {
+    Locked hold(*demo.board);
+    stream = stream_of(*demo.board);
+    lines = stream_text(*demo.board);
+  }
+  for (const std::string& line : lines) demo.stage.tell("stream: %s", line.c_str());
+  demo.stage.check(stream.video.there && stream.sound.there && stream.sound.decodable,
+                   "picture and sound leave the board");
 }
 
 // Sends a configuration and waits until the encoder that it launched streams.
@@ -224,7 +250,9 @@ bool send(Demo& demo, const std::string& config) {
                    "hd.ini on the board equals what the host sent");
   const bool healthy =
       until(60, [&] { return status_of(demo).status == 0x91 && demo.board->encoder.streaming; });
-  return demo.stage.check(healthy, "status 0x91: healthy, encode streams");
+  demo.stage.check(healthy, "status 0x91: healthy, encode streams");
+  tell_stream(demo);
+  return healthy;
 }
 
 bool configure(Demo& demo) {
@@ -399,6 +427,7 @@ void update(Demo& demo) {
 bool play(Demo& demo) {
   copy_program(demo, demo.directory.home() / "vantorig");
   load_firmware(demo);
+  program_receiver(demo);
   if (!boot(demo) || !configure(demo)) return false;
   read_back(demo);
   pull_plug(demo);

@@ -212,6 +212,8 @@ void declare_runs(CLI::App& app, Arguments& arguments) {
 void declare_views(CLI::App& app, Arguments& arguments) {
   CLI::App* show =
       declare(app, "show", "the state of the board: world, chips, encode, faults", "show --json");
+  CLI::App* stream = declare(
+      app, "stream", "the stream that leaves the board, as an analyser shows it", "stream --json");
   CLI::App* registers =
       declare(app, "registers", "FPGA registers by name", "registers | grep VIDEO");
   registers->add_flag("--markdown", arguments.markdown,
@@ -219,7 +221,7 @@ void declare_views(CLI::App& app, Arguments& arguments) {
   CLI::App* operations = declare(
       app, "operations", "the tables of operations, faults and video standards", "operations");
   operations->add_flag("--markdown", arguments.markdown, "as Markdown tables");
-  for (CLI::App* one : {show, registers, operations})
+  for (CLI::App* one : {show, stream, registers, operations})
     one->add_flag("--json", arguments.json, "as JSON");
 
   CLI::App* clean =
@@ -292,6 +294,7 @@ int with_board(const std::string& word, Arguments& arguments) {
   let_rest(place, *board);
   Locked hold(*board);
   if (word == "show") return show_board(*board, arguments.json);
+  if (word == "stream") return show_stream(*board, arguments.json);
   if (word == "registers") return show_registers(*board, arguments.json);
   return save_or_load(arguments, *board, word == "save");
 }
@@ -356,7 +359,7 @@ int follow(const std::string& word, Arguments& arguments) {
   if (word == "clean") return show_clean_trace(arguments.trace_file);
   if (word == "operations") return print_operations(arguments.markdown, arguments.json);
   if (word == "registers" && arguments.markdown) return print_register_map();
-  if (word == "show" || word == "registers" || word == "save" || word == "load")
+  if (word == "show" || word == "stream" || word == "registers" || word == "save" || word == "load")
     return with_board(word, arguments);
   std::vector<std::string> words = arguments.world_words;
   words.insert(words.begin(), word);

@@ -11,6 +11,8 @@
 #include "vboard/core/sources.h"
 #include "vboard/core/trace.h"
 #include "vboard/models/fpga.h"
+#include "vboard/models/needs.h"
+#include "vboard/models/stream.h"
 #include "vboard/world/world.h"
 
 namespace vboard {
@@ -78,6 +80,11 @@ ordered_json json_of(const Board& board) {
                    {"streaming", board.encoder.streaming}};
   out["buffers"] = {{"video", board.fpga.video_level}, {"audio", board.fpga.audio_level}};
   out["dsp"] = {{"firmware", board.dsp.has_firmware}, {"running", board.dsp.running}};
+  const Lacking reasons = lacking(board);
+  out["lacking"] = {{"picture", reasons.picture},
+                    {"sound", reasons.sound},
+                    {"stream", reasons.stream},
+                    {"others", reasons.others}};
   out["link"] = {{"bytes_from_host", board.link.to_board.head},
                  {"bytes_to_host", board.link.to_host.head}};
   out["faults"] = faults_on(board);
@@ -106,14 +113,62 @@ ordered_json table_json(const Table& table) {
 
 ordered_json operations_json() {
   ordered_json standards = ordered_json::array();
-  for (const WorldStandard& one : world_standards())
+  for (const VideoStandard& one : world_standards())
     standards.push_back({{"name", one.name}, {"frames_per_second", one.fps_milli / 1000.0}});
   return {{"operations", table_json(world_commands())},
           {"faults", table_json(world_faults())},
           {"standards", standards}};
 }
 
+void print_reasons(const char* what, const std::vector<std::string>& reasons) {
+  printf("%-9s %s\n", what, reasons.empty() ? "nothing is lacking" : reasons.front().c_str());
+  for (std::size_t i = 1; i < reasons.size(); ++i) printf("%-9s %s\n", "", reasons[i].c_str());
+}
+
+ordered_json stream_json(const Board& board) {
+  const TransportStream stream = stream_of(board);
+  const VideoInStream& video = stream.video;
+  const SoundInStream& sound = stream.sound;
+  ordered_json out = {{"there", stream.there},
+                      {"megabits_per_second", stream.Mbit_per_second},
+                      {"packet_interval", stream.packet_interval},
+                      {"packet_us", stream.packet_us},
+                      {"pcr_pid", stream.pcr_pid}};
+  out["video"] = {{"there", video.there},
+                  {"pid", video.pid},
+                  {"codec", video.codec},
+                  {"width", video.width},
+                  {"height", video.height},
+                  {"interlaced", video.interlaced},
+                  {"frames_per_second", video.frames_per_second},
+                  {"first_pixel", video.left},
+                  {"last_pixel", video.right},
+                  {"first_line", video.top},
+                  {"bandwidth_step", video.bandwidth},
+                  {"captions", video.captions},
+                  {"delay", video.delay}};
+  out["sound"] = {{"there", sound.there},
+                  {"pid", sound.pid},
+                  {"source", sound.source},
+                  {"kbits_per_second", sound.kbit_per_second},
+                  {"sample_rate", sound.sample_rate},
+                  {"frame_bytes", sound.frame_bytes},
+                  {"decodable", sound.decodable},
+                  {"left_dB", sound.left_dB},
+                  {"right_dB", sound.right_dB},
+                  {"left_silent", sound.left_silent},
+                  {"right_silent", sound.right_silent},
+                  {"delay", sound.delay}};
+  return out;
+}
+
 }  // namespace
+
+int show_stream(const Board& board, bool as_json) {
+  if (as_json) return print_json(stream_json(board));
+  for (const std::string& line : stream_text(board)) printf("%s\n", line.c_str());
+  return 0;
+}
 
 int show_board(const Board& board, bool as_json) {
   if (as_json) return print_json(json_of(board));
@@ -129,6 +184,11 @@ int show_board(const Board& board, bool as_json) {
          board.dsp.running ? "running" : "stopped");
   printf("link      %u bytes from the host, %u to it\n", board.link.to_board.head,
          board.link.to_host.head);
+  const Lacking reasons = lacking(board);
+  print_reasons("picture", reasons.picture);
+  print_reasons("sound", reasons.sound);
+  print_reasons("stream", reasons.stream);
+  if (!reasons.others.empty()) print_reasons("besides", reasons.others);
   std::string faults;
   for (const std::string& one : faults_on(board)) faults += (faults.empty() ? "" : ", ") + one;
   printf("faults    %s\n", faults.empty() ? "none" : faults.c_str());
@@ -166,7 +226,7 @@ int print_operations(bool markdown, bool as_json) {
     print_operation(markdown, invocation_of(one.name, one.usage), one.meaning);
   printf("\n");
   print_heading(markdown, "Standard", "Frames per second");
-  for (const WorldStandard& one : world_standards()) {
+  for (const VideoStandard& one : world_standards()) {
     char rate[16];
     snprintf(rate, sizeof rate, "%.2f", one.fps_milli / 1000.0);
     print_operation(markdown, one.name, rate);

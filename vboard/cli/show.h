@@ -10,6 +10,10 @@ namespace vboard {
 // World, chips, encode and link in a few lines, or as JSON. Returns 0.
 int show_board(const Board& board, bool as_json);
 
+// The stream that leaves the board as an analyser describes it, and what is lacking
+// in it; or as JSON. Returns 0.
+int show_stream(const Board& board, bool as_json);
+
 // Every FPGA register with its name and the value that a read would give. Returns 0.
 int show_registers(Board& board, bool as_json);
 

@@ -12,6 +12,7 @@
 #include <cstdint>
 
 #include "vboard/core/fnv.h"
+#include "vboard/core/standards.h"
 
 namespace vboard {
 
@@ -48,7 +49,6 @@ struct LinkState {
 };
 
 // ---- the world outside -------------------------------------------------------
-enum class VideoSource : std::uint8_t { kNone, kComponent, kVga, kComposite };
 enum class AudioSource : std::uint8_t { kNone, kDigital, kDsp };
 
 // The AC-3 stream that an audio source plays (ATSC A/52 header fields).
@@ -80,6 +80,8 @@ struct Faults {
   bool stall = false;                   // video buffer stops moving at its level
   bool low_buffer = false;              // video buffer never fills
   bool level_jump = false;              // video buffer settles at another level
+  bool video_drift = false;             // frames are lost between reference and buffer
+  bool audio_drift = false;             // sync frames are lost between reference and buffer
   bool encode_hang = false;             // encode lives and does nothing
   bool encode_never_alive = false;      // encode starts and never reports itself alive
   bool no_ac3_sync = false;             // capture never holds a sync frame
@@ -91,6 +93,7 @@ struct Faults {
   std::int32_t fpga_fail_request = -1;  // this request of the FPGA driver fails
   // Transfers to this address fail: 0 none, -1 all, n > 0 the n-th from now.
   std::int32_t i2c_fail[kI2cAddresses] = {};
+  bool i2c_hung = false;  // a line of the bus is held low: every transfer times out
   StuckRegister stuck[kStuckRegisters];
   std::uint32_t stuck_count = 0;
   std::uint64_t ghost_standards = 0;  // bits that the capture driver reports besides the right one
@@ -104,8 +107,9 @@ struct Faults {
 
 struct World {
   VideoSource video = VideoSource::kComponent;
+  std::uint8_t standard = usual_standard(VideoSource::kComponent);  // of kVideoStandards
   std::uint32_t fps_milli = 25000;  // frames per 1000 s of the source
-  std::uint8_t standard_bit = 53;   // bit that the capture driver reports
+  std::uint8_t standard_bit = 53;   // bit that the capture driver reports, or kNoStandardBit
   bool pal = true;                  // composite: 625 lines, else 525
   bool captions = false;            // composite: closed captions in the signal
   AudioSource audio = AudioSource::kDigital;
@@ -126,6 +130,9 @@ enum class Device : std::uint8_t {
 
 inline constexpr int kFpgaWords = 4096;
 
+// The decoder whose pictures the select line leads to the FPGA.
+enum class FrontEnd : std::uint8_t { kNone, kTvp7002, kTvp5150 };
+
 struct FpgaState {
   std::uint16_t reg[kFpgaWords] = {};  // by word index; what was written or latched
   bool held = false;                   // reads and the latch give reg as it stands
@@ -141,6 +148,8 @@ struct FpgaState {
   std::uint32_t line[128] = {};  // times each line action was issued
   std::uint32_t led_requests = 0;
   bool in_reset = false;
+  bool was_reset = false;  // and let go, since power-on
+  FrontEnd front_end = FrontEnd::kNone;
   std::uint32_t test_address = 0;
   std::uint32_t test[32] = {};
   // Configuration port.
@@ -149,6 +158,7 @@ struct FpgaState {
   std::int32_t nstatus_polls = 0;
   bool config_broken = false;             // loading never reaches done
   bool config_short_write = false;        // the port takes one byte less
+  std::uint32_t config_size = 0;          // bytes of a whole bitstream; 0: not known
   std::uint32_t config_bytes = 0;         // bytes since the line was pulsed
   std::uint32_t config_hash = kFnvStart;  // FNV-1a of these bytes, in order
   std::uint8_t config_last[32] = {};      // the last 32 of them, ring by count
@@ -165,18 +175,42 @@ struct FpgaState {
   std::uint8_t block_memory[65536] = {};
 };
 
+// Registers of the decoders begin with the power-on values of their data sheets.
 struct Tvp7002State {
-  std::uint8_t reg[256] = {};
+  std::uint8_t reg[256] = {
+      0x02, 0x67, 0x20, 0xA0, 0x80, 0x06, 0x10, 0x60, 0x3C, 0x3C, 0x3C, 0x80, 0x80, 0x80, 0x24,
+      0x2E, 0x5D, 0x20, 0x00, 0x00, 0x00, 0x04, 0x11, 0x03, 0x00, 0x00, 0xC2, 0x55, 0x05, 0x00,
+      0x10, 0x10, 0x10, 0x0D, 0x08, 0x00, 0x00, 0x00, 0x80, 0x00, 0x53, 0x08, 0x07, 0x00, 0x50,
+      0x00, 0x80, 0x8C, 0x04, 0x5A, 0x18, 0x60, 0x03, 0x10, 0x00, 0x00, 0x00, 0x00, 0x00, 0x00,
+      0x00, 0x03, 0x00, 0x00, 0x2C, 0x01, 0x2C, 0x06, 0x05, 0x00, 0x1E, 0x00, 0x00, 0x00};
   std::uint8_t pointer = 0;
   bool in_reset = false;
   std::uint32_t reads = 0;
 };
 
 struct Tvp5150State {
-  std::uint8_t reg[256] = {};
+  std::uint8_t reg[256] = {
+      0x00, 0x15, 0x00, 0x01, 0xDC, 0x00, 0x10, 0x60, 0x00, 0x80, 0x80, 0x00, 0x80, 0x47, 0x00,
+      0x08, 0x00, 0x00, 0x00, 0x00, 0x00, 0x01, 0x80, 0x00, 0x00, 0x00, 0x0C, 0x14, 0x00, 0x00,
+      0x00, 0x00, 0x00, 0x00, 0x00, 0x00, 0x00, 0x00, 0x00, 0x00, 0x00, 0x00, 0x00, 0x00, 0x00,
+      0x00, 0x0F, 0x01, 0x00, 0x00, 0x00, 0x00, 0x00, 0x00, 0x00, 0x00, 0x00, 0x00, 0x00, 0x00,
+      0x00, 0x00, 0x00, 0x00, 0x00, 0x00, 0x00, 0x00, 0x00, 0x00, 0x00, 0x00, 0x00, 0x00, 0x00,
+      0x00, 0x00, 0x00, 0x00, 0x00, 0x00, 0x00, 0x00, 0x00, 0x00, 0x00, 0x00, 0x00, 0x00, 0x00,
+      0x00, 0x00, 0x00, 0x00, 0x00, 0x00, 0x00, 0x00, 0x00, 0x00, 0x00, 0x00, 0x00, 0x00, 0x00,
+      0x00, 0x00, 0x00, 0x00, 0x00, 0x00, 0x00, 0x00, 0x00, 0x00, 0x00, 0x00, 0x00, 0x00, 0x00,
+      0x00, 0x00, 0x00, 0x00, 0x00, 0x00, 0x00, 0x00, 0x51, 0x50, 0x04, 0x00, 0x00, 0x00, 0x00,
+      0x00, 0x00, 0x00, 0x00, 0x00, 0x00, 0x00, 0x00, 0x00, 0x00, 0x00, 0x00, 0x00, 0x00, 0x00,
+      0x00, 0x00, 0x00, 0x00, 0x00, 0x00, 0x00, 0x00, 0x00, 0x00, 0x00, 0x00, 0x00, 0x00, 0x00,
+      0x00, 0x00, 0x00, 0x00, 0x00, 0x00, 0x00, 0x00, 0x00, 0x00, 0x00, 0x00, 0x00, 0x00, 0x00,
+      0x00, 0x00, 0x00, 0x00, 0x00, 0x00, 0x00, 0x00, 0x00, 0x00, 0x00, 0x00, 0x00, 0x00, 0x04,
+      0x00, 0x00, 0x00, 0x00, 0x00, 0x80, 0x00, 0x00, 0x4E, 0x00, 0x01, 0x00, 0x00, 0x00, 0xFF,
+      0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF,
+      0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF,
+      0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0x7F};
   std::uint8_t pointer = 0;
   bool in_reset = false;
   std::uint8_t vbi_ram[512] = {};
+  bool vbi_loaded[512] = {};  // bytes of it that were written since the reset
   std::uint16_t vbi_address = 0;
   std::uint32_t reads = 0;
   bool was_locked = false;  // at the last read of status register #1
@@ -192,12 +226,16 @@ struct CaptureState {
   std::int32_t crop[4] = {};
 };
 
+inline constexpr std::uint16_t kCodecInputAtPowerOn = 0x97;  // muted, gain 0 dB
+
+// A fresh board is as its boot leaves it: the DSP has its firmware, the digital
+// receiver is programmed.
 struct Ac3DspState {
   bool has_firmware = true;
   bool in_reset = false;
   bool running = false;
   std::uint8_t configure[7] = {};  // mode and parameters of the last configure
-  std::uint16_t codec[256] = {};
+  std::uint16_t codec[256] = {kCodecInputAtPowerOn, kCodecInputAtPowerOn};
   std::uint8_t pending_command = 0;  // command whose reply a read fetches
   std::uint8_t pending_register = 0;
   std::uint32_t peak_index = 0;
@@ -206,15 +244,21 @@ struct Ac3DspState {
   std::uint8_t version = 0x21;
   std::uint32_t commands = 0;
   std::int64_t ready_us = 0;            // answers from this time on
+  std::int64_t reply_us = 0;            // the reply to a read stands from this time on
   std::int64_t released_us = -1000000;  // reset line last let go
   // Firmware push through the FPGA's SPI master.
   bool loading = false;  // between start and end control word
   std::uint16_t spi_control = 0;
+  bool spi_misled = false;                  // the master was told HWAIT wrongly: nothing is taken
   std::uint32_t firmware_hash = kFnvStart;  // FNV-1a of the pushed bytes, in order
 };
 
 struct Dix4192State {
-  std::uint8_t reg[256] = {};
+  // As after a good set-up: powered; port A sends the received data, its clock
+  // from the receiver; input 1 with the master clock of 18.432 MHz as reference,
+  // which PLL1 brings to 98.304 MHz (x 16 / 3).
+  std::uint8_t reg[256] = {0x00, 0x3F, 0x00, 0x29, 0x0B, 0x00, 0x00, 0x00, 0x00,
+                           0x00, 0x00, 0x00, 0x00, 0x08, 0x01, 0x34, 0x00, 0x00};
   std::uint8_t pointer = 0;
   bool in_reset = false;
 };
@@ -265,6 +309,18 @@ struct GuestState {
   bool came_true = false;
 };
 
+// ---- what the models make of it all ------------------------------------------
+// What comes through, by the registers, the lines and the world; worked out anew
+// when one of them has changed (models/needs.h).
+struct Verdict {
+  bool stale = true;
+  bool frames_in = false;  // pictures reach the FPGA
+  bool video_out = false;  // and are let into the stream, as far as it is set up
+  bool receiver_lock = false;
+  bool sound_in = false;   // AC-3 frames reach the FPGA
+  bool sound_out = false;  // and are let into the stream
+};
+
 // ---- health of the simulation itself --------------------------------------------
 struct Violations {  // things a driver must not do: undocumented registers, bad lengths
   std::uint32_t count = 0;
@@ -309,6 +365,7 @@ struct Board {
   std::int64_t last_acted_us = -1;      // by program, host or world, in the record
   std::int32_t trace_errno = 0;         // why a line of trace or record was lost; 0: none was
   GuestState guest;
+  mutable Verdict verdict;  // ask verdict() of models/needs.h
 };
 
 // Holds the board's lock, which is shared by processes and survives the death

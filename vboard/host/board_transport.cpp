@@ -13,6 +13,7 @@
 #include "vboard/core/real.h"
 #include "vboard/core/record.h"
 #include "vboard/core/text.h"
+#include "vboard/core/update_fifo.h"
 #include "vboard/models/bus.h"
 
 namespace vboard {
@@ -98,21 +99,15 @@ std::int64_t BoardTransport::now_us() { return board_now_us(); }
 
 bool BoardTransport::push_update(const std::uint8_t* data, std::size_t size, std::int64_t us) {
   const std::int64_t limit = now_us() + us;
-  for (;;) {
+  for (std::size_t done = 0;;) {
     {
       Locked hold(board_);
-      FpgaState& fpga = board_.fpga;
-      constexpr std::uint32_t kDepth = sizeof fpga.update_fifo;
-      const std::uint32_t room = kDepth - (fpga.update_head - fpga.update_tail);
-      if (size <= room) {
-        for (std::size_t i = 0; i < size; ++i) {
-          fpga.update_fifo[fpga.update_head % kDepth] = data[i];
-          ++fpga.update_head;
-        }
-        if (recording(board_)) record(board_, kHostActs, "fifo" + spaced_hex(data, size));
-        return true;
-      }
+      const std::size_t fed = feed_update(board_.fpga, data + done, size - done);
+      if (fed > 0 && recording(board_))
+        record(board_, kHostActs, "fifo" + spaced_hex(data + done, fed));
+      done += fed;
     }
+    if (done == size) return true;
     if (now_us() >= limit) return false;
     pause(kFifoPollUs);
   }

@@ -42,7 +42,6 @@ namespace vboard::seam {
 namespace {
 
 // What device calls cost in virtual time.
-constexpr std::int64_t kI2cMessageCost_us = 100;
 constexpr std::int64_t kLinkCost_us = 5;
 constexpr std::int64_t kOtherCost_us = 20;
 
@@ -422,9 +421,12 @@ std::int64_t request_cost(const Handle& handle, unsigned long request, void* arg
     case Device::kFpga:
       return fpga_request_cost(request, argument);
     case Device::kI2c:
-      if (request == I2C_RDWR)
-        return kI2cMessageCost_us * static_cast<i2c_rdwr_ioctl_data*>(argument)->nmsgs;
-      return kI2cMessageCost_us;
+      if (request == I2C_RDWR) {
+        const auto* list = static_cast<i2c_rdwr_ioctl_data*>(argument);
+        return i2c_transfer_cost(*seam().board, list->msgs, list->nmsgs);
+      }
+      if (request == I2C_SMBUS) return i2c_smbus_cost(*seam().board);
+      return kOtherCost_us;
     default:
       return kOtherCost_us;
   }

@@ -6,6 +6,7 @@
 #include <iterator>
 
 #include "hw/fpga_registers.h"
+#include "vboard/models/ac3_table.h"
 #include "vboard/models/bus.h"
 #include "vboard/models/fpga.h"
 
@@ -21,25 +22,12 @@ constexpr unsigned kCaptureOn = 0x0011;  // both bits
 constexpr unsigned kDigitalPath = 0x4000;
 constexpr unsigned kDspPath = 0x8000;
 
-// ---- frame size (A/52 table 5.18, by its construction rule) -------------------
-constexpr int kBitRates[] = {32,  40,  48,  56,  64,  80,  96,  112, 128, 160,
-                             192, 224, 256, 320, 384, 448, 512, 576, 640};  // kbit/s
-constexpr int kSampleRates[] = {48000, 44100, 32000};
-constexpr int kSamplesPerFrame = 1536;
+constexpr std::uint16_t kModeCapture = 22;  // of kRegAudioMode
+
 constexpr std::size_t kLongestFrame = 1920;  // words, 640 kbit/s at 32 kHz
 
-int sample_rate(const Ac3Stream& stream) {
-  return stream.fscod < std::size(kSampleRates) ? kSampleRates[stream.fscod] : kSampleRates[0];
-}
-
-// Words a frame. At 44.1 kHz frames alternate between two lengths; the odd code
-// is the longer one. A code beyond the table has the length of the last row.
 std::size_t frame_words(const Ac3Stream& stream) {
-  const std::size_t row = std::min<std::size_t>(stream.frmsizecod / 2, std::size(kBitRates) - 1);
-  const int bits = kBitRates[row] * 1000 * (kSamplesPerFrame / 16);
-  const auto words = static_cast<std::size_t>(bits / sample_rate(stream));
-  const bool longer = bits % sample_rate(stream) != 0 && stream.frmsizecod % 2 != 0;
-  return words + (longer ? 1 : 0);
+  return ac3_frame_words(stream.fscod, stream.frmsizecod);
 }
 
 // ---- bits ----------------------------------------------------------------------
@@ -202,7 +190,7 @@ bool same(const Ac3Stream& a, const Ac3Stream& b) { return memcmp(&a, &b, sizeof
 
 // The stream as the FPGA captures it.
 Ac3Stream captured_stream(const Board& board) {
-  Ac3Stream stream = board.world.ac3;
+  Ac3Stream stream = source_stream(board);
   const std::int32_t wrong_code = board.world.faults.ac3_frame_code;
   if (wrong_code >= 0) stream.frmsizecod = static_cast<std::uint8_t>(wrong_code);
   return stream;
@@ -226,12 +214,17 @@ std::uint16_t word_of_frame(const Board& board, std::size_t index) {
   return swapped(frame.word[at]);
 }
 
+// The header capture looks at the path that the control word names, in its mode;
+// the DSP's path has a gate of its own.
 bool capturing(const Board& board) {
-  const unsigned control = board.fpga.reg[kRegAc3Control >> 1];
+  const auto& reg = board.fpga.reg;
+  const unsigned control = reg[kRegAc3Control >> 1];
   if ((control & kCaptureOn) != kCaptureOn || board.fpga.in_reset) return false;
   if (board.world.faults.no_ac3_sync || !audio_playing(board)) return false;
-  const unsigned path = board.world.audio == AudioSource::kDsp ? kDspPath : kDigitalPath;
-  return (control & path) != 0;
+  if (reg[kRegAudioMode >> 1] != kModeCapture) return false;
+  if (board.world.audio == AudioSource::kDsp)
+    return (control & kDspPath) != 0 && reg[kRegDspAudioEnable >> 1] == 1;
+  return (control & kDigitalPath) != 0;
 }
 
 // ---- bench FIFO ------------------------------------------------------------------------
@@ -243,21 +236,28 @@ std::int64_t words_arrived(const Board& board, std::int64_t now_us) {
   if (elapsed_us <= 0 || !audio_playing(board)) return 0;
   const Ac3Stream stream = captured_stream(board);
   const auto words = static_cast<std::int64_t>(frame_words(stream));
-  const std::int64_t frame_time = kSamplesPerFrame * kMicroseconds;  // in samples x us
-  const std::int64_t passed = elapsed_us * sample_rate(stream);
+  const std::int64_t frame_time = kAc3SamplesPerFrame * kMicroseconds;  // in samples x us
+  const std::int64_t passed = elapsed_us * ac3_sample_rate(stream.fscod);
   return passed / frame_time * words + passed % frame_time * words / frame_time;
 }
 
 }  // namespace
+
+Ac3Stream source_stream(const Board& board) {
+  return board.world.audio == AudioSource::kDsp ? dsp_stream(board) : board.world.ac3;
+}
 
 std::uint16_t ac3_captured_word(const Board& board, int index) {
   if (index < 0 || index >= kAc3CaptureWords || !capturing(board)) return 0;
   return word_of_frame(board, static_cast<std::size_t>(index));
 }
 
+// The sign bit tells that the FIFO ran over.
 std::uint16_t ac3_capture_status(const Board& board, std::int64_t now_us) {
+  constexpr std::int64_t kRanOver = 0x8000;
   const std::int64_t waiting = words_arrived(board, now_us) - board.ac3_capture.taken;
-  return static_cast<std::uint16_t>(std::clamp<std::int64_t>(waiting, 0, kFifoDepth));
+  const std::int64_t held = std::clamp<std::int64_t>(waiting, 0, kFifoDepth);
+  return static_cast<std::uint16_t>(held | (waiting > kFifoDepth ? kRanOver : 0));
 }
 
 // A full FIFO loses its oldest words. An empty one gives 0.

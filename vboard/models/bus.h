@@ -33,6 +33,10 @@ bool link_host_transfer(Board& board, std::uint8_t out, std::uint8_t* in);
 int i2c_transfer(Board& board, int bus, i2c_msg* messages, unsigned count);
 int i2c_smbus_read_byte(Board& board, int bus, int address, std::uint8_t reg, std::uint8_t* value);
 
+// Board time that a transfer takes: the bus runs at 100 kHz.
+std::int64_t i2c_transfer_cost(const Board& board, const i2c_msg* messages, unsigned count);
+std::int64_t i2c_smbus_cost(const Board& board);  // of reading a byte
+
 // A chip on the bus. write gets the bytes of one write message, read fills one
 // read message; false is a missing acknowledge.
 struct I2cChip {
@@ -47,10 +51,13 @@ VBOARD_CHIPS(VBOARD_CHIP_MODEL)
 
 // ---- /dev/video0 (capture.cpp) ---------------------------------------------------
 int capture_request(Board& board, std::int64_t now_us, unsigned long request, void* argument);
+// The driver sets the digitizer up anew: the source sends something else now.
+void capture_follow_standard(Board& board);
 
 // ---- lines that other devices act on ----------------------------------------------
 void tvp7002_line(Board& board, bool released);
 void tvp5150_line(Board& board, bool released);
+bool tvp5150_delivers_captions(const Board& board);
 void ac3dsp_line(Board& board, bool released);
 void audio_line(Board& board, bool released);
 

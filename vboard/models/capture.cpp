@@ -7,6 +7,8 @@
 
 #include "vboard/core/trace.h"
 #include "vboard/models/bus.h"
+#include "vboard/models/needs.h"
+#include "vboard/models/picture.h"
 
 namespace vboard {
 
@@ -20,27 +22,30 @@ enum : unsigned long {
   kIpipeWrite = 0xC004562D,
 };
 
-constexpr int kInputs[] = {1, 3, 4, 5};  // component, VGA, composite, composite PAL
+constexpr int kInputComponent = 1;
+constexpr int kInputVga = 3;
+constexpr int kInputComposite = 4;
+constexpr int kInputCompositePal = 5;
+constexpr int kInputs[] = {kInputComponent, kInputVga, kInputComposite, kInputCompositePal};
 constexpr std::int32_t kRegisterSpace = 65536;
 constexpr std::int32_t kRegisterSize = 4;
 
-struct PictureSize {
-  int width;
-  int height;
-};
-
-PictureSize picture_size(const World& world) {
-  switch (world.video) {
-    case VideoSource::kComposite:
-      return {720, world.pal ? 576 : 480};
-    case VideoSource::kVga:
-      return {1024, 768};
+bool other_input(const Board& board) {
+  const std::int32_t input = board.capture.input;
+  switch (board.world.video) {
     case VideoSource::kComponent:
+      return input != kInputComponent;
+    case VideoSource::kVga:
+      return input != kInputVga;
+    case VideoSource::kComposite:
+      return input != kInputComposite && input != kInputCompositePal;
     case VideoSource::kNone:
       break;
   }
-  return {1920, 1080};
+  return false;
 }
+
+constexpr Need kNeeds[] = {{"input not selected", other_input}};
 
 int refuse(const char* what, std::int32_t value) {
   trace("video0 %s %d = EINVAL", what, value);
@@ -51,7 +56,8 @@ int refuse(const char* what, std::int32_t value) {
 int query_standard(const Board& board, v4l2_std_id& mask) {
   const World& world = board.world;
   const bool signal = world.video != VideoSource::kNone && !world.faults.video_freeze;
-  mask = signal ? v4l2_std_id{1} << (world.standard_bit % 64) : 0;
+  const bool told_apart = signal && world.standard_bit != kNoStandardBit;
+  mask = told_apart ? v4l2_std_id{1} << (world.standard_bit % 64) : 0;
   mask |= world.faults.ghost_standards;
   trace("video0 QUERYSTD -> 0x%016llx", static_cast<unsigned long long>(mask));
   return 0;
@@ -63,6 +69,8 @@ int select_input(Board& board, std::int32_t input) {
     return refuse("S_INPUT", input);
   }
   board.capture.input = input;
+  capture_follow_standard(board);
+  set_up_changed(board);
   trace("video0 S_INPUT %d", input);
   return 0;
 }
@@ -73,9 +81,8 @@ int crop_capability(Board& board, v4l2_cropcap& capability) {
     violation(board, "video0 CROPCAP of buffer type %d", type);
     return refuse("CROPCAP", type);
   }
-  const PictureSize size = picture_size(board.world);
-  const v4l2_rect whole = {0, 0, static_cast<std::uint32_t>(size.width),
-                           static_cast<std::uint32_t>(size.height)};
+  const VideoStandard& size = sent_standard(board.world);
+  const v4l2_rect whole = {0, 0, size.width, size.height};
   capability.bounds = whole;
   capability.defrect = whole;
   capability.pixelaspect = {1, 1};
@@ -112,6 +119,12 @@ int write_register(const char* request, std::int32_t value, std::int32_t& reg) {
 }
 
 }  // namespace
+
+constinit const Part kCapturePart = {"capture", kNeeds};
+
+void capture_follow_standard(Board& board) {
+  if (board.capture.input == kInputComponent) tvp7002_follow_standard(board);
+}
 
 int capture_request(Board& board, std::int64_t, unsigned long request, void* argument) {
   CaptureState& capture = board.capture;

@@ -13,40 +13,15 @@
 #include "vboard/core/text.h"
 #include "vboard/core/trace.h"
 #include "vboard/models/bus.h"
+#include "vboard/models/fpga_requests.h"
+#include "vboard/models/needs.h"
 
 namespace vboard {
 
 namespace {
 
-// Requests of the driver, by number.
-enum : unsigned long {
-  kConfigStatus = 0,
-  kConfigLine = 1,
-  kConfigAddress = 2,
-  kConfigByte = 3,
-  kTestSelect = 12,
-  kTestWrite = 13,
-  kTestRead = 14,
-  kWriteReg = 15,
-  kReadReg = 16,
-  kWriteBlock = 17,
-  kReadBlock = 18,
-  kLedOn = 0x53,
-  kLedOff = 0x56,
-  kLedStart = 87,
-};
-constexpr unsigned long kLines[] = {26, 27, 28, 29, 79, 80, 82, 83, 84, 85, 86, 87, 93, 94, 95, 96};
-
-struct Single {
-  std::int32_t index;
-  std::uint16_t value;
-  std::uint16_t padding;
-};
-struct Block {
-  std::int32_t index;
-  std::uint32_t count;
-  void* buffer;
-};
+using Single = FpgaSingleRecord;
+using Block = FpgaBlockRecord;
 
 // How the buffers behave while the stream runs.
 constexpr double kVideoLevelSteady = 40;  // fill at which the video buffer settles
@@ -56,6 +31,7 @@ constexpr double kAudioLevelSteady = 24;
 constexpr double kLevelRampPerSecond = 12;
 constexpr double kAudioFramesPerSecond = 31.25;  // AC-3 sync frames at 48 kHz
 constexpr double kAudioSamplesPerSecond = 48000;
+constexpr double kDriftShare = 0.99;      // of the frames, where some are lost
 constexpr int kVideoLevelNormal = 12000;  // 0x1340
 constexpr int kVideoLevelOverflow = 40000;
 constexpr int kAudioLevelNormal = 900;  // 0x1344
@@ -78,6 +54,18 @@ bool video_plugged(const World& world) {
   return world.video != VideoSource::kNone && !world.faults.video_freeze;
 }
 
+bool frames_arrive(const Board& board) {
+  return video_plugged(board.world) && verdict(board).frames_in;
+}
+
+bool video_goes_out(const Board& board) {
+  return board.encoder.streaming && frames_arrive(board) && verdict(board).video_out;
+}
+
+bool sound_goes_out(const Board& board) {
+  return board.encoder.streaming && audio_playing(board) && verdict(board).sound_out;
+}
+
 double approach(double level, double target, double step) {
   return level < target ? std::min(level + step, target) : std::max(level - step, target);
 }
@@ -86,7 +74,7 @@ void take_snapshot(Board& board) {
   const FpgaState& fpga = board.fpga;
   set32(board, kRegVsOverallLow, fpga.video_frames);
   const double rate = kFrameClock * 1000.0 / board.world.fps_milli;
-  set32(board, kRegVsRateLow, video_plugged(board.world) ? rate : 0);
+  set32(board, kRegVsRateLow, frames_arrive(board) ? rate : 0);
   word(board, kRegViBuff) = static_cast<std::uint16_t>(fpga.video_level);
   set32(board, kRegViOverallLow, fpga.video_units);
   set32(board, kRegViRefOverallLow, fpga.video_reference);
@@ -107,6 +95,12 @@ bool captured_header(int address) {
          address % kAc3CaptureStride == 0;
 }
 
+// Bytes that wait, in 12 bits.
+std::uint16_t update_level(const FpgaState& fpga) {
+  constexpr std::uint32_t kMostShown = 0xFFF;
+  return static_cast<std::uint16_t>(std::min(fpga.update_head - fpga.update_tail, kMostShown));
+}
+
 std::uint16_t read_live(Board& board, std::int64_t now_us, int address) {
   const World& world = board.world;
   if (board.fpga.held) return word(board, address);
@@ -115,10 +109,10 @@ std::uint16_t read_live(Board& board, std::int64_t now_us, int address) {
       return kHardwareVersion;
     case kRegVideoLevel:
       if (world.faults.video_overflow) return kVideoLevelOverflow;
-      return board.encoder.streaming && video_plugged(world) ? kVideoLevelNormal : 0;
+      return video_goes_out(board) ? kVideoLevelNormal : 0;
     case kRegAudioLevel:
       if (world.faults.audio_overflow) return kAudioLevelOverflow;
-      return board.encoder.streaming && audio_playing(board) ? kAudioLevelNormal : 0;
+      return sound_goes_out(board) ? kAudioLevelNormal : 0;
     case kRegAc3Status:
       return audio_playing(board) ? 1 : 0;
     case kRegAudioStatus:
@@ -145,8 +139,7 @@ std::uint16_t read_live(Board& board, std::int64_t now_us, int address) {
     case kRegCaptureData:
       return ac3_capture_data(board, now_us);
     case kRegUpdateStatus:
-      return static_cast<std::uint16_t>(
-          std::min<std::uint32_t>(board.fpga.update_head - board.fpga.update_tail, 0xFF));
+      return update_level(board.fpga);
     case kRegUpdateData: {
       FpgaState& fpga = board.fpga;
       std::uint16_t value = 0;
@@ -170,8 +163,10 @@ void write_effect(Board& board, std::int64_t now_us, int address, std::uint16_t 
       if (value == 1 && !board.fpga.held) take_snapshot(board);
       break;
     case kRegReset:
+      if (board.fpga.in_reset && value == 0) board.fpga.was_reset = true;
       board.fpga.in_reset = value != 0;
       if (board.fpga.in_reset) board.fpga.audio_level = board.fpga.video_level = 0;
+      set_up_changed(board);
       break;
     case kRegDspSpiData:
       dsp_spi_data(board, now_us, value);
@@ -183,6 +178,7 @@ void write_effect(Board& board, std::int64_t now_us, int address, std::uint16_t 
       ac3_capture_restart(board, now_us);
       break;
     default:
+      set_up_changed(board);
       break;
   }
 }
@@ -234,10 +230,12 @@ int block_request(Board& board, bool write, Block& record) {
   auto* bytes = static_cast<std::uint8_t*>(record.buffer);
   if (record.count == kRegisterBlock) {
     std::uint16_t& target = word(board, address);
-    if (write)
+    if (write) {
       memcpy(&target, bytes, 2);
-    else
+      set_up_changed(board);
+    } else {
       memcpy(bytes, &target, 2);
+    }
     trace("fpga %s 0x%04x n=2 %s %02x %02x", write ? "wrblk" : "rdblk",
           static_cast<unsigned>(address), write ? "<-" : "->", bytes[0], bytes[1]);
     return 0;
@@ -259,10 +257,15 @@ int block_request(Board& board, bool write, Block& record) {
 void line_action(Board& board, unsigned long line) {
   ++board.fpga.line[line];
   trace("fpga line %lu", line);
+  set_up_changed(board);
   switch (line) {
     case 26:
     case 27:
       return tvp5150_line(board, line == 27);
+    case 79:
+    case 80:
+      board.fpga.front_end = line == 79 ? FrontEnd::kTvp7002 : FrontEnd::kTvp5150;
+      return;
     case 28:
     case 29:
       return ac3dsp_line(board, line == 29);
@@ -293,8 +296,10 @@ int config_request(Board& board, unsigned long request, std::int32_t* value) {
   int status = 0;
   if (fpga.nstatus_delay >= 0 && fpga.nstatus_polls >= fpga.nstatus_delay) status |= kNstatus;
   ++fpga.nstatus_polls;
-  // Done shows once a bitstream has gone in.
-  if (!fpga.config_broken && fpga.config_bytes > 0) status |= kConfigDone;
+  // Done shows once a whole bitstream has gone in; of a size that is not known, some
+  // byte of it.
+  const bool whole = fpga.config_bytes > 0 && fpga.config_bytes >= fpga.config_size;
+  if (!fpga.config_broken && whole) status |= kConfigDone;
   *value = status;
   trace("fpga config-status -> %d", status);
   return 0;
@@ -333,17 +338,7 @@ std::string first_bytes(const std::uint8_t* data, std::size_t size) {
 
 }  // namespace
 
-bool audio_playing(const Board& board) {
-  switch (board.world.audio) {
-    case AudioSource::kDigital:
-      return true;
-    case AudioSource::kDsp:
-      return board.dsp.running && !board.dsp.in_reset && !board.world.faults.dsp_dead;
-    case AudioSource::kNone:
-      break;
-  }
-  return false;
-}
+bool audio_playing(const Board& board) { return verdict(board).sound_in; }
 
 std::uint16_t fpga_peek(Board& board, std::int64_t now_us, int address) {
   if (address == kRegCaptureData || address == kRegUpdateData) return word(board, address);
@@ -358,17 +353,17 @@ void fpga_advance(Board& board, std::int64_t now_us) {
   if (seconds <= 0) return;
   const World& world = board.world;
   const double frames = seconds * world.fps_milli / 1000.0;
-  const bool video = video_plugged(world) && !fpga.in_reset;
-  const bool video_flows = video && board.encoder.streaming && !world.faults.stall;
-  const bool audio_flows = audio_playing(board) && board.encoder.streaming && !fpga.in_reset;
-  if (video) fpga.video_frames += frames;
+  const bool video_flows = video_goes_out(board) && !world.faults.stall;
+  const bool audio_flows = sound_goes_out(board);
+  if (frames_arrive(board) && !fpga.in_reset) fpga.video_frames += frames;
   if (video_flows) {
-    fpga.video_units += frames;
+    fpga.video_units += world.faults.video_drift ? frames * kDriftShare : frames;
     fpga.video_reference += frames;
   }
   if (audio_playing(board)) fpga.audio_samples += seconds * kAudioSamplesPerSecond;
   if (audio_flows) {
-    fpga.audio_units += seconds * kAudioFramesPerSecond;
+    const double share = world.faults.audio_drift ? kDriftShare : 1;
+    fpga.audio_units += seconds * kAudioFramesPerSecond * share;
     fpga.audio_reference += seconds * kAudioFramesPerSecond;
   }
   double video_target = 0;
@@ -424,13 +419,11 @@ int fpga_request(Board& board, std::int64_t now_us, unsigned long request, void*
     default:
       break;
   }
-  for (const unsigned long line : kLines) {
-    if (line == request) {
-      if (*static_cast<std::int32_t*>(argument) != 1)
-        violation(board, "fpga line %lu with %d", line, *static_cast<std::int32_t*>(argument));
-      line_action(board, line);
-      return 0;
-    }
+  if (fpga_line(request)) {
+    if (*static_cast<std::int32_t*>(argument) != 1)
+      violation(board, "fpga line %lu with %d", request, *static_cast<std::int32_t*>(argument));
+    line_action(board, request);
+    return 0;
   }
   violation(board, "fpga request %lu", request);
   errno = ENOTTY;

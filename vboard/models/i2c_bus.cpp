@@ -10,6 +10,8 @@
 #include "vboard/core/clock.h"
 #include "vboard/core/trace.h"
 #include "vboard/models/bus.h"
+#include "vboard/models/fpga.h"
+#include "vboard/models/needs.h"
 
 namespace vboard {
 
@@ -50,8 +52,13 @@ bool forward(Board& board, std::int64_t now_us, const I2cChip* chip, i2c_msg& me
   if (chip == nullptr) return false;
   if ((message.flags & ~I2C_M_RD) != 0)
     violation(board, "i2c %02x message flags 0x%x", message.addr, message.flags);
-  return is_read(message) ? chip->read(board, now_us, message.buf, message.len)
-                          : chip->write(board, now_us, message.buf, message.len);
+  if (is_read(message)) return chip->read(board, now_us, message.buf, message.len);
+  // A single byte only names a register.
+  if (message.len > 1 || chip == &kAc3DspChip) {
+    fpga_advance(board, now_us);
+    set_up_changed(board);
+  }
+  return chip->write(board, now_us, message.buf, message.len);
 }
 
 // One trace line, put together piece by piece.
@@ -119,6 +126,11 @@ int i2c_transfer(Board& board, int bus, i2c_msg* messages, unsigned count) {
     return -1;
   }
   if (count > kMessagesAtOnce) violation(board, "i2c transfer of %u messages", count);
+  if (board.world.faults.i2c_hung) {
+    trace("i2c %02x = ETIMEDOUT", messages[0].addr);
+    errno = ETIMEDOUT;
+    return -1;
+  }
   const std::int64_t now_us = board_now_us();
   bool done = !transfer_fails(board, messages[0].addr);
   for (unsigned i = 0; done && i < count; ++i)
@@ -127,6 +139,23 @@ int i2c_transfer(Board& board, int bus, i2c_msg* messages, unsigned count) {
   if (done) return static_cast<int>(count);
   errno = EREMOTEIO;
   return -1;
+}
+
+// Nine clocks a byte, of which the address is one; one each for start and stop. The
+// driver gives a hung bus a second.
+std::int64_t i2c_transfer_cost(const Board& board, const i2c_msg* messages, unsigned count) {
+  constexpr std::int64_t kClock_us = 10;
+  constexpr std::int64_t kTimeout_us = 1000000;
+  if (board.world.faults.i2c_hung) return kTimeout_us;
+  std::int64_t clocks = 0;
+  for (unsigned i = 0; i < std::min(count, kKernelMessages); ++i)
+    clocks += 2 + 9 * (1 + messages[i].len);
+  return clocks * kClock_us;
+}
+
+std::int64_t i2c_smbus_cost(const Board& board) {
+  const i2c_msg messages[] = {{0, 0, 1, nullptr}, {0, I2C_M_RD, 1, nullptr}};
+  return i2c_transfer_cost(board, messages, 2);
 }
 
 int i2c_smbus_read_byte(Board& board, int bus, int address, std::uint8_t reg, std::uint8_t* value) {

@@ -16,6 +16,7 @@ namespace vboard {
 
 namespace {
 
+// A byte for which there is no room is lost, and counted.
 bool put(LinkFifo& fifo, std::uint8_t byte) {
   if (fifo.head - fifo.tail >= kLinkDepth) {
     ++fifo.overruns;
@@ -57,6 +58,11 @@ long link_board_read(Board& board, std::uint8_t* data, std::size_t size) {
 long link_board_write(Board& board, const std::uint8_t* data, std::size_t size) {
   std::size_t sent = 0;
   while (sent < size && put(board.link.to_host, data[sent])) ++sent;
+  if (sent == 0 && size > 0) {
+    trace("spi wr = EAGAIN");
+    errno = EAGAIN;
+    return -1;
+  }
   link_changed(board);
   trace_bytes("wr", data, sent);
   return static_cast<long>(sent);

@@ -15,6 +15,7 @@
 
 #include "vboard/core/real.h"
 #include "vboard/core/trace.h"
+#include "vboard/testing/set_up.h"
 
 namespace vboard {
 
@@ -302,6 +303,12 @@ std::uint16_t Bench::fpga(int address) const { return board_->fpga.reg[address /
 
 void Bench::set_fpga(int address, int value) {
   board_->fpga.reg[address / 2] = static_cast<std::uint16_t>(value);
+  set_up_changed(*board_);
+}
+
+void Bench::set_up() {
+  const Locked hold(*board_);
+  set_up_by_hand(*board_);
 }
 
 std::vector<std::string> lines(const std::string& text) {

@@ -16,6 +16,8 @@
 #include "vboard/core/board.h"
 #include "vboard/core/clock.h"
 #include "vboard/interpose/seam.h"
+#include "vboard/models/needs.h"
+#include "vboard/models/stream.h"
 #include "vboard/world/world.h"
 
 namespace vboard {
@@ -27,7 +29,20 @@ class Bench {
   Bench(const Bench&) = delete;
   Bench& operator=(const Bench&) = delete;
 
-  Board& board() { return *board_; }
+  // Whoever asks for it may change it.
+  Board& board() {
+    set_up_changed(*board_);
+    return *board_;
+  }
+
+  // Sets the board up by hand for what is plugged in now.
+  void set_up();
+
+  // The stream that leaves the board.
+  TransportStream outgoing() const { return stream_of(*board_); }
+  // What the devices lack.
+  Lacking lacking() const { return vboard::lacking(*board_); }
+
   std::int64_t now_us() const { return board_now_us(); }
 
   // A world operation, as text: world("source none").

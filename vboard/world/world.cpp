@@ -14,6 +14,7 @@
 #include "vboard/core/text.h"
 #include "vboard/models/bus.h"
 #include "vboard/models/fpga.h"
+#include "vboard/models/needs.h"
 
 namespace vboard {
 
@@ -81,42 +82,50 @@ bool expect(std::string& error, const Words& arguments, std::size_t least, std::
 
 // ---- video -----------------------------------------------------------------------
 
-// The standards that the capture driver tells apart. It reports bit 54 too, for
-// a standard that nobody asks for.
-constexpr WorldStandard kStandards[] = {
-    {"480i", 48, 29970},       {"576i", 49, 25000},    {"480p", 50, 59940},
-    {"576p", 51, 50000},       {"720p50", 52, 50000},  {"1080i50", 53, 25000},
-    {"720p24", 54, 24000},     {"720p60", 55, 60000},  {"720p59.94", 56, 59940},
-    {"1080i59.94", 57, 29970}, {"1080i60", 58, 30000}, {"1080p24", 59, 24000},
-    {"1080p25", 60, 25000},    {"1080p30", 61, 30000},
-};
-
 constexpr double kLowestFps = 1;
 constexpr double kHighestFps = 240;
 
 bool is_pal_rate(std::uint32_t fps_milli) { return fps_milli % 25000 == 0; }
 
+void send_standard(World& world, std::uint8_t standard) {
+  const VideoStandard& sent = kVideoStandards[standard];
+  world.standard = standard;
+  world.standard_bit = sent.bit;
+  world.fps_milli = sent.fps_milli;
+  world.pal = is_pal_rate(sent.fps_milli);
+}
+
+bool can_send(VideoSource source, std::uint8_t standard) {
+  return source == VideoSource::kNone || (kVideoStandards[standard].senders & sender(source)) != 0;
+}
+
+// A source that cannot send what was sent so far sends what is usual for it.
 bool source(Board& board, const Words& arguments, std::string& error) {
   if (!expect(error, arguments, 1, 1)) return false;
   const auto* chosen = row(kVideoSources, arguments[0]);
   if (chosen == nullptr) return one_of(error, "source", arguments[0], names(kVideoSources));
-  board.world.video = chosen->value;
-  board.world.faults.lost_video = VideoSource::kNone;
+  World& world = board.world;
+  world.video = chosen->value;
+  world.faults.lost_video = VideoSource::kNone;
+  if (!can_send(world.video, world.standard)) send_standard(world, usual_standard(world.video));
   return true;
 }
 
 bool set_standard(Board& board, const Words& arguments, std::string& error) {
   if (!expect(error, arguments, 1, 1)) return false;
   World& world = board.world;
-  if (const WorldStandard* standard = row(kStandards, arguments[0])) {
-    world.standard_bit = standard->bit;
-    world.fps_milli = standard->fps_milli;
-  } else {
-    const std::optional<double> fps = decimal(arguments[0]);
-    if (!fps || *fps < kLowestFps || *fps > kHighestFps)
-      return one_of(error, "standard", arguments[0], names(kStandards) + ", a frame rate");
-    world.fps_milli = static_cast<std::uint32_t>(std::lround(*fps * 1000));
+  if (const VideoStandard* standard = row(kVideoStandards, arguments[0])) {
+    const auto index = static_cast<std::uint8_t>(standard - kVideoStandards);
+    if (!can_send(world.video, index))
+      return fail(error, quoted(arguments[0]) + " is not what a " + source_name(world.video) +
+                             " source sends");
+    send_standard(world, index);
+    return true;
   }
+  const std::optional<double> fps = decimal(arguments[0]);
+  if (!fps || *fps < kLowestFps || *fps > kHighestFps)
+    return one_of(error, "standard", arguments[0], names(kVideoStandards) + ", a frame rate");
+  world.fps_milli = static_cast<std::uint32_t>(std::lround(*fps * 1000));
   world.pal = is_pal_rate(world.fps_milli);
   return true;
 }
@@ -519,6 +528,40 @@ Told tell_nstatus(const Board& board) {
   return {delay < 0 ? "never" : std::to_string(delay)};
 }
 
+// ---- the board's own power, its configuration memory ----------------------------------
+
+// What a device was told is gone, the DSP's firmware too; the world stays.
+bool power_cycle(Board& board, const Words& arguments, std::string& error) {
+  if (!expect(error, arguments, 0, 0)) return false;
+  const FpgaState before = board.fpga;
+  board.fpga = FpgaState{};
+  board.fpga.updated_us = before.updated_us;
+  board.fpga.config_broken = before.config_broken;
+  board.fpga.config_short_write = before.config_short_write;
+  board.fpga.config_size = before.config_size;
+  board.fpga.nstatus_delay = before.nstatus_delay;
+  board.tvp7002 = Tvp7002State{};
+  board.tvp5150 = Tvp5150State{};
+  board.capture = CaptureState{};
+  board.dsp = Ac3DspState{};
+  board.dsp.has_firmware = false;
+  board.ac3_capture = Ac3CaptureState{};
+  board.chip7353 = SmallChipState{};
+  board.clock_55 = SmallChipState{};
+  board.pll = PllState{};
+  audio_line(board, false);
+  audio_line(board, true);
+  return true;
+}
+
+bool size_bitstream(Board& board, const Words& arguments, std::string& error) {
+  if (!expect(error, arguments, 1, 1)) return false;
+  const auto size = whole(arguments[0]);
+  if (!size || *size < 0) return fail(error, quoted(arguments[0]) + " is no count of bytes");
+  board.fpga.config_size = static_cast<std::uint32_t>(*size);
+  return true;
+}
+
 // A new process comes with the next launch; there is nothing to take back.
 bool nothing_to_undo(Board&, const Words& arguments, std::string& error) {
   return expect(error, arguments, 0, 0);
@@ -542,6 +585,10 @@ constexpr WorldFault kFaults[] = {
      tell<&F::low_buffer>},
     {"level-jump", "", "the video buffer settles at another level", raise<&F::level_jump>,
      lower<&F::level_jump>, tell<&F::level_jump>},
+    {"video-drift", "", "frames are lost on the way into the video buffer", raise<&F::video_drift>,
+     lower<&F::video_drift>, tell<&F::video_drift>},
+    {"audio-drift", "", "AC-3 frames are lost on the way into the audio buffer",
+     raise<&F::audio_drift>, lower<&F::audio_drift>, tell<&F::audio_drift>},
     {"encode-crash", "", "encode dies at once", crash_encode, nothing_to_undo, nothing_to_tell},
     {"encode-hang", "", "encode lives and does nothing", raise<&F::encode_hang>,
      lower<&F::encode_hang>, tell<&F::encode_hang>},
@@ -561,6 +608,8 @@ constexpr WorldFault kFaults[] = {
      lower<&F::dsp_fifo_stuck>, tell<&F::dsp_fifo_stuck>},
     {"i2c-fail", "ADDR [N]", "transfers to the chip at ADDR fail: all, or the N-th from now",
      fail_i2c, mend_i2c, tell_i2c},
+    {"i2c-hung", "", "a line of the I2C bus is held low: every transfer times out",
+     raise<&F::i2c_hung>, lower<&F::i2c_hung>, tell<&F::i2c_hung>},
     {"stuck", "ADDR REG VALUE", "register REG of the chip at ADDR answers VALUE for ever",
      stick_register, free_registers, tell_registers},
     {"ghost-standard", "BIT", "the capture driver reports one standard bit too many",
@@ -608,6 +657,10 @@ constexpr WorldCommand kCommands[] = {
     {"audio", "digital|dsp|none [--ac3 bitrate=KBPS,rate=KHZ,acmod=N,bsid=N,...]",
      "plug an audio source in, or pull it; describe its AC-3 stream",
      "audio dsp bitrate=192,rate=48", audio},
+    {"power-cycle", "", "devices lose what they were told, the DSP its firmware", "power-cycle",
+     power_cycle},
+    {"bitstream", "BYTES", "the FPGA's bitstream has this size: done shows when all of it is in",
+     "bitstream 510856", size_bitstream},
     {"encode", "crash", "kill the running encode", "encode crash", encode},
     {"fault", "NAME [ARGUMENTS] [off]", "inject a fault, or remove it", "fault i2c-fail 5c", fault},
     {"faults", "clear", "remove all faults", "faults clear", faults},
@@ -617,7 +670,7 @@ constexpr WorldCommand kCommands[] = {
 
 std::span<const WorldCommand> world_commands() { return kCommands; }
 std::span<const WorldFault> world_faults() { return kFaults; }
-std::span<const WorldStandard> world_standards() { return kStandards; }
+std::span<const VideoStandard> world_standards() { return kVideoStandards; }
 
 std::vector<std::string> faults_on(const Board& board) {
   std::vector<std::string> all;
@@ -637,6 +690,8 @@ bool world_command(Board& board, std::string_view line, std::string& error) {
   // What has passed so far went by the old world.
   fpga_advance(board, board_now_us());
   if (command->run(board, words, error)) {
+    set_up_changed(board);
+    capture_follow_standard(board);
     record(board, kWorldActs, std::string(line));
     return true;
   }

@@ -35,15 +35,9 @@ struct WorldFault {
   std::vector<std::string> (*tell)(const Board& board);
 };
 
-struct WorldStandard {
-  const char* name;
-  std::uint8_t bit;  // in the mask that the capture driver reports
-  std::uint32_t fps_milli;
-};
-
 std::span<const WorldCommand> world_commands();
 std::span<const WorldFault> world_faults();
-std::span<const WorldStandard> world_standards();
+std::span<const VideoStandard> world_standards();
 
 // What is broken, as it would be said behind `fault`: "stall", "missing i2c".
 std::vector<std::string> faults_on(const Board& board);

@@ -86,6 +86,15 @@ class AudioBench {
   }
   std::vector<int> shared_descriptor() const { return {block.hd_ac3_desc, block.hd_ac3_desc + 6}; }
 
+  // The DSP encodes at this rate, in kbit/s.
+  void start_dsp(int rate) {
+    vboard::Ac3DspState& dsp = bench.board().dsp;
+    dsp.configure[0] = 1;
+    for (int i = 0; i < 4; ++i)
+      dsp.configure[3 + i] = static_cast<std::uint8_t>(rate * 1000 >> 8 * i);
+    dsp.running = true;
+  }
+
   // The FPGA answers reads with the registers as they stand.
   void hold(int address, int value) {
     bench.board().fpga.held = true;

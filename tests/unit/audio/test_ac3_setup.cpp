@@ -264,8 +264,8 @@ TEST(SetAudCodec1, audio_disabled_on_the_dsp_path_opens_it_and_waits_for_nothing
 // is 1, so the language code is its bit 7, 0.
 TEST(SetAudCodec1, dsp_path_full_traffic) {
   Applied setup(2, kEnabled, -7500);
-  setup.bench.world("audio dsp bitrate=384,rate=32,acmod=2,bsid=6");
-  setup.bench.board().dsp.running = true;
+  setup.bench.world("audio dsp rate=32,acmod=2,bsid=6");
+  setup.start_dsp(384);
 
   setup.run();
 
@@ -315,8 +315,9 @@ TEST(SetAudCodec1, dsp_path_full_traffic) {
 
 TEST(SetAudCodec1, other_input_takes_the_dsp_capture_and_the_plain_control_word) {
   Applied setup(3, kEnabled);
-  setup.bench.world("audio dsp acmod=2,bsid=6,bitrate=32");
-  setup.bench.board().dsp.running = true;
+  setup.bench.world("audio dsp acmod=2,bsid=6");
+  setup.start_dsp(32);
+  setup.bench.set_fpga(0x0010, 1);  // the gate that another set-up left open
 
   setup.run();
 

@@ -417,6 +417,7 @@ TEST(SendBfFileUpdate, one_byte_full_traffic_and_the_stream_stays_open) {
 
 TEST(SendBfFileUpdate, hwait_stands_in_the_control_words) {
   Push push("\xFF");
+  push.bench.world("fault dsp-fifo-stuck");  // the DSP holds the master off
   push.hold(0x0148, 0x8005);
   EXPECT_EQ(SendBFFileUpdate(), 0);
   EXPECT_THAT(push.bench.trace(),
@@ -463,7 +464,8 @@ TEST(SendBfFileUpdate, push_goes_on_when_the_fifo_drains) {
 
   const Lines trace = push.bench.trace({"fpga wr 0x0140", "wait 6000"});
   const auto first_wait = std::find(trace.begin(), trace.end(), wait(6000));
-  EXPECT_EQ(first_wait - trace.begin(), 401);  // the byte at level 400 is the last
+  // The master is busy from level 384 on: the byte at level 383 is the last.
+  EXPECT_EQ(first_wait - trace.begin(), 384);
   EXPECT_EQ(std::count(trace.begin(), trace.end(), wr(0x0140, 'x')), 1000);
   EXPECT_THAT(push.bench.output(), EndsWith("end send file MELK_spi.bin size 1000\n"));
 }
@@ -578,6 +580,7 @@ Lines told_push_opening(const char* size, int status) {
 
 TEST(SendBfFileUpdate, steps_and_messages_in_one_order) {
   Push push("\x5A\x5B");
+  push.bench.world("fault dsp-fifo-stuck");  // the DSP holds the master off
   push.hold(0x0148, 0x8003);
   push.bench.follow();
   EXPECT_EQ(SendBFFileUpdate(), 0);
@@ -726,8 +729,8 @@ TEST(LoadBf, third_failure_is_reported) {
 
   EXPECT_EQ(Load_BF(), 0);
 
-  // 401 bytes bring the level to 401; the next one is never taken. The DSP holds
-  // the master off, so HWAIT stands.
+  // 384 bytes bring the level to 0x180, at which the master is busy; the next one is
+  // never taken. The DSP holds the master off, so HWAIT stands.
   const std::string attempt =
       "HWAIT=1, SPI_STATUS_REG 0x8%s\nWriting control_data 0x7\n"
       "sending data 0 0x66 level 0 0x8000\n"
@@ -740,10 +743,10 @@ TEST(LoadBf, third_failure_is_reported) {
             "Test if BF is Empty\n"
             "blkfn i2c error\n"
             "start download file to the BF\n" +
-                attempt_with("000") + attempt_with("191") + attempt_with("191") +
+                attempt_with("000") + attempt_with("980") + attempt_with("980") +
                 "Fault To load BF from SPI\n");
   const Lines trace = push.bench.trace({"fpga wr 0x0140", "wait 6000"});
-  EXPECT_EQ(std::count(trace.begin(), trace.end(), wr(0x0140, 'f')), 3 * 401);
+  EXPECT_EQ(std::count(trace.begin(), trace.end(), wr(0x0140, 'f')), 3 * 384);
   EXPECT_EQ(std::count(trace.begin(), trace.end(), wait(6000)), 3 * 31);
 }
 

@@ -15,6 +15,7 @@
 #include "hw/fpga_registers.h"
 #include "tests/unit/hostlink/link_bench.h"
 #include "vboard/core/trace.h"
+#include "vboard/core/update_fifo.h"
 
 namespace {
 
@@ -273,10 +274,9 @@ void feed(Way way, const std::string& archive) {
         for (; sent < archive.size() && fifo.head - fifo.tail < vboard::kLinkDepth; ++sent)
           fifo.data[fifo.head++ % vboard::kLinkDepth] = static_cast<std::uint8_t>(archive[sent]);
       } else {
-        vboard::FpgaState& fpga = board.fpga;
-        constexpr std::uint32_t kDepth = sizeof fpga.update_fifo;
-        for (; sent < archive.size() && fpga.update_head - fpga.update_tail < kDepth; ++sent)
-          fpga.update_fifo[fpga.update_head++ % kDepth] = static_cast<std::uint8_t>(archive[sent]);
+        sent += vboard::feed_update(board.fpga,
+                                    reinterpret_cast<const std::uint8_t*>(archive.data()) + sent,
+                                    archive.size() - sent);
       }
     }
     if (way == Way::kLink)

@@ -252,8 +252,8 @@ TEST(WriteI2c, address_that_cannot_be_bound_gives_minus_one) {
 
 TEST(WriteI2c, dumps_register_after_register_for_ever) {
   OpenBus on;
-  // A read costs 200 us: more than 256 + 17 of them.
-  EXPECT_FALSE(on.bench.run_for(200 * 300, [&on] { write_i2c(on.fd); }));
+  // A read costs 400 us: more than 256 + 17 of them.
+  EXPECT_FALSE(on.bench.run_for(400 * 300, [&on] { write_i2c(on.fd); }));
   const std::vector<std::string> printed = vboard::lines(on.bench.output());
   const std::string sixteen =
       "00 00 00 00 00 00 00 00 00 00 00 00 00 00 00 00 ";  // no chip answers: an unset buffer

@@ -108,14 +108,14 @@ TEST_F(VideoInput, rgb_traffic_messages_and_channel_3) {
 
   Lines expected = tvp7002_begin();
   add(expected, capture_input(3));
-  add(expected, video_traffic::rgb_setup(standard.writes, {0x54, 0x00, 0x58, 0, 0, 0}));
+  add(expected, video_traffic::rgb_setup(standard.writes, {0x54, 0x00, 0x58, 0x80, 0, 0}));
   add(expected, {"wait 1000000"});
   add(expected, line_action(27));
   EXPECT_THAT(bench.trace(), ElementsAreArray(expected));
   EXPECT_EQ(bench.output(),
             std::string(kTvp7002Begin) +
                 "Set CH input to 3 \nSet Video Input To 1024 RGB\nSet Video Input To RGB std 9\n"
-                "reg 01 54 \nreg 02 0 \nreg 03 58 \nreg 04 0 \nreg 012 0 \nreg 013 0 \n"
+                "reg 01 54 \nreg 02 0 \nreg 03 58 \nreg 04 80 \nreg 012 0 \nreg 013 0 \n"
                 "reg 34 13 \nSet Video Input To all config CH 3 RGB Input\nread reg 19 aa \n"
                 "read reg 1A 6a \n" +
                 kTvp7002End + last_line(3));
@@ -270,8 +270,8 @@ TEST_F(VideoInputOrder, rgb) {
                  "say reg 02 0 ",
                  "i2c 5c rd 03 -> 58",
                  "say reg 03 58 ",
-                 "i2c 5c rd 04 -> 00",
-                 "say reg 04 0 ",
+                 "i2c 5c rd 04 -> 80",
+                 "say reg 04 80 ",
                  "i2c 5c rd 12 -> 00",
                  "say reg 012 0 ",
                  "i2c 5c rd 13 -> 00",
