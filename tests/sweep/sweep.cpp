@@ -16,6 +16,7 @@
 #include <map>
 #include <random>
 
+#include "tests/sweep/lost.h"
 #include "tests/sweep/run.h"
 
 using vboard::seam::Failing;
@@ -34,6 +35,9 @@ const char* name_of(Failing how) {
       return "sticky";
     case Failing::kShort:
       return "short";
+    case Failing::kLost:
+    case Failing::kLie:
+      break;  // swept by themselves
   }
   return "";
 }
@@ -58,7 +62,14 @@ struct Choice {
   long sample = 0;       // points a scenario, 0 for all
   unsigned seed = 20261120;
   int jobs = 2;
+  std::string kind = "fail";
 };
+
+int sweep_deceiving(const Choice& choice) {
+  return sweep_lost({choice.kind == "lost" ? Failing::kLost : Failing::kLie,
+                     choice.scenario.c_str(), choice.call, choice.sample, choice.seed,
+                     choice.jobs});
+}
 
 // The points of a scenario with these calls: all, or a seeded sample of them.
 std::vector<Point> points_of(const Scenario& scenario, const std::vector<SweptCall>& calls,
@@ -199,11 +210,15 @@ int main(int argc, char** argv) {
   app.add_option("--jobs", choice.jobs, "processes side by side")
       ->capture_default_str()
       ->check(CLI::Range(1, 64));
+  app.add_option("--kind", choice.kind,
+                 "fail: calls fail; lost: writes do nothing; lie: reads bring another value")
+      ->capture_default_str()
+      ->check(CLI::IsMember({"fail", "lost", "lie"}));
   try {
     app.parse(argc, argv);
   } catch (const CLI::ParseError& error) {
     constexpr int kUsage = 2;
     return app.exit(error) == 0 ? 0 : kUsage;
   }
-  return sweep(choice);
+  return choice.kind == "fail" ? sweep(choice) : sweep_deceiving(choice);
 }

@@ -154,6 +154,7 @@ bool sweep_fails(const char* call, const std::string& subject, std::size_t* size
   Sweep& sweep = seam().sweep;
   if (!sweep.on) return false;
   sweep.calls.push_back({call, size != nullptr});
+  if (sweep.how == Failing::kLost || sweep.how == Failing::kLie) return false;
   if (sweep.how == Failing::kShort) {
     cut_short(call, subject, size);
     return false;
@@ -432,9 +433,42 @@ std::int64_t request_cost(const Handle& handle, unsigned long request, void* arg
   }
 }
 
+// Notes what the request does that was counted last. True when it is the one that
+// claims success.
+bool sweep_deceives(const Handle& handle, unsigned long request, const void* argument) {
+  Sweep& sweep = seam().sweep;
+  if (!sweep.on) return false;  // as it nearly always is: no lock for that
+  std::lock_guard<std::mutex> hold(seam().lock);
+  if (sweep.calls.empty()) return false;
+  SweptCall& call = sweep.calls.back();
+  call.effect = effect_of(handle.device, request, argument);
+  if (static_cast<long>(sweep.calls.size()) != sweep.fail_at) return false;
+  const Effect wanted = sweep.how == Failing::kLost  ? Effect::kWrite
+                        : sweep.how == Failing::kLie ? Effect::kRead
+                                                     : Effect::kNone;
+  if (wanted == Effect::kNone || call.effect != wanted) return false;
+  sweep.failed = words_of(handle.device, request, argument);
+  return true;
+}
+
+int perform_request(int fd, const Handle& handle, unsigned long request, void* argument);
+
 int device_request(int fd, const Handle& handle, unsigned long request, void* argument) {
   settle_link();
   if (call_fails("ioctl", handle.path + " " + std::to_string(request))) return -1;
+  if (!sweep_deceives(handle, request, argument))
+    return perform_request(fd, handle, request, argument);
+  if (effect_of(handle.device, request, argument) == Effect::kWrite) {
+    heartbeat();
+    board_cost(request_cost(handle, request, argument));
+    return success_of(handle.device, request, argument);
+  }
+  const int result = perform_request(fd, handle, request, argument);
+  falsify(handle.device, request, argument);
+  return result;
+}
+
+int perform_request(int fd, const Handle& handle, unsigned long request, void* argument) {
   return on_board(request_cost(handle, request, argument),
                   [&](Board& board, std::int64_t now_us) -> int {
                     switch (handle.device) {

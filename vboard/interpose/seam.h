@@ -11,6 +11,7 @@
 
 #include "hw/shared_memory_davinci.h"
 #include "vboard/core/board.h"
+#include "vboard/models/request_effect.h"
 
 namespace vboard::seam {
 
@@ -41,9 +42,10 @@ SharedBlock* shared_block();
 void fail_call(const std::string& call, const std::string& match, int skip, int times, int error);
 void clear_call_faults();
 
-// How a call of the sweep fails: alone, with all calls after it, or by moving only
-// a part of what it was asked to move.
-enum class Failing { kOnce, kSticky, kShort };
+// How a call of the sweep fails: alone, with all calls after it, by moving only a
+// part of what it was asked to move; or it claims success, and a write does nothing,
+// a read brings another value.
+enum class Failing { kOnce, kSticky, kShort, kLost, kLie };
 
 // Counts every call that could fail, from now on, and makes the fail_at-th of them
 // fail (0: none), with an error that the call can give.
@@ -54,7 +56,8 @@ std::string sweep_failed_call();  // "call subject" of the first failed one, "" 
 // The calls counted since start_sweep, in order.
 struct SweptCall {
   const char* call;
-  bool can_be_short;  // a read or write that may move less than asked for
+  bool can_be_short;              // a read or write that may move less than asked for
+  Effect effect = Effect::kNone;  // of a request on a device
 };
 const std::vector<SweptCall>& swept_calls();
 
