@@ -105,7 +105,7 @@ struct SharedFieldRow {
 };
 
 #define SHARED_ROW(offset, kind, name, elements, meaning) \
-  {#name, offset, sizeof(Shared##kind) * elements, sizeof(Shared##kind), meaning},
+  {#name, offset, sizeof(Shared##kind) * (elements), sizeof(Shared##kind), meaning},
 #define SHARED_NO_ROW(...)
 inline constexpr SharedFieldRow kSharedFields[] = {SHARED_FIELDS(SHARED_ROW, SHARED_NO_ROW)};
 #undef SHARED_ROW

@@ -26,7 +26,7 @@ struct Place {
   int address;  // 7-bit
   const I2cChip* chip;
 };
-#define VBOARD_CHIP_PLACE(address, name, model) {address, &model},
+#define VBOARD_CHIP_PLACE(address, name, model) {address, &(model)},
 constexpr Place kPlaces[] = {VBOARD_CHIPS(VBOARD_CHIP_PLACE)};
 #undef VBOARD_CHIP_PLACE
 
