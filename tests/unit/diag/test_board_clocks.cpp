@@ -259,4 +259,64 @@ TEST_F(Prog7353, bus_missing_is_1) {
   EXPECT_EQ(bench.output(), std::string("prog7353\n") + kNoBus);
 }
 
+// ---- messages and traffic in one order ----------------------------------------------
+
+using ClocksOrder = BoardClocks;
+
+TEST_F(ClocksOrder, pll_that_takes_nothing) {
+  vboard::seam::fail_call("fwrite", "", 0, 1, EIO);
+  std::uint8_t buf[] = {0x70, 0x00};
+  bench.follow();
+  progPll(buf);
+  EXPECT_THAT(bench.stream(), ElementsAre("open /dev/fpga2 r+b", "fwrite  = EIO",
+                                          "say Failed to write 2 (wrote 0,  total 0)",
+                                          "pll rd 00 00", "close /dev/fpga2"));
+}
+
+TEST_F(ClocksOrder, clock_block) {
+  bench.follow();
+  prog_blk();
+  EXPECT_THAT(bench.stream(), ElementsAre("say Y prog_blk", "open /dev/i2c-1", "i2c 1c wr 02",
+                                          "say rc = 0", "wait 1000000", "close /dev/i2c-1"));
+}
+
+TEST_F(ClocksOrder, endless_clock_block) {
+  bench.follow();
+  EXPECT_FALSE(bench.run_for(10'000, [] { prog_aablk(); }));
+  Lines seen = bench.stream();
+  ASSERT_GE(seen.size(), 7u);
+  seen.resize(7);
+  EXPECT_THAT(
+      seen, ElementsAre("open /dev/i2c-1", "i2c 55 wr 63 63", "say i2c_writebyte AA blk ",
+                        "wait 1000", "i2c 55 wr 63 63", "say i2c_writebyte AA blk ", "wait 1000"));
+}
+
+TEST_F(ClocksOrder, generic_read) {
+  bench.world("fault stuck 5c 14 c2");
+  bench.world("fault stuck 5c 15 00");
+  bench.follow();
+  prog_i2c_test(0xB8, 0x14, 1, 2);
+  EXPECT_THAT(bench.stream(),
+              ElementsAre("open /dev/i2c-1", "i2c 5c rd 14 -> c2 00",
+                          "say i2c readb (rc 2): device_addr 0xb8, reg_addr 0x14: 0xc2 0x0 ",
+                          "wait 1000000", "close /dev/i2c-1"));
+}
+
+TEST_F(ClocksOrder, encoder_chip) {
+  bench.world("fault stuck 5c 14 c2");
+  for (int channel = 1; channel <= 3; ++channel)
+    bench.board().chip7353.reg[channel] = static_cast<std::uint8_t>(0x10 * channel);
+  bench.follow();
+  prog7353();
+  EXPECT_THAT(
+      bench.stream(),
+      ElementsAre("say prog7353", "open /dev/i2c-1", "i2c 2e rd 01 -> 10",
+                  "say ch #1, i2c_readblk rc=2, buf[0]=0x10", "i2c 2e rd 02 -> 20",
+                  "say ch #2, i2c_readblk rc=2, buf[0]=0x20", "i2c 2e rd 03 -> 30",
+                  "say ch #3, i2c_readblk rc=2, buf[0]=0x30", "i2c 2e wr 01 14",
+                  "say ch #1, i2c_write rc=1", "i2c 2e wr 02 15", "say ch #2, i2c_write rc=1",
+                  "i2c 2e wr 03 14", "say ch #3, i2c_write rc=1", "i2c 5c rd 14 -> c2",
+                  "say SYNC data = 0xc2", "close /dev/i2c-1"));
+}
+
 }  // namespace

@@ -71,4 +71,45 @@ TEST(Prog4192, no_bus_gives_minus_1_without_a_word) {
   EXPECT_EQ(audio.bench.output(), "Y prog4192\n");
 }
 
+TEST(Prog4192, messages_and_traffic_in_one_order) {
+  AudioBench audio;
+  audio.bench.world("fault i2c-fail 70");
+  audio.bench.follow();
+  prog4192();
+  Lines seen = audio.bench.stream();
+  // 12 writes and 42 reads, which all fail alike.
+  Lines steps;
+  for (const std::string& one : seen) {
+    const std::string step = one.substr(0, one.find(" = "));
+    if (!one.starts_with("i2c 70 rd")) steps.push_back(one.starts_with("i2c") ? step : one);
+  }
+  std::string dump = "say ";
+  for (int reg = 0x03; reg <= 0x2C; ++reg) dump += line("reg %02x=0x%02x\t", reg, 0x2A);
+  EXPECT_EQ(steps, (Lines{"say Y prog4192",
+                          kI2cOpen,
+                          "i2c 70 wr 7f 00",
+                          "i2c 70 wr 01 80",
+                          wait(100),
+                          "i2c 70 wr 01 7f",
+                          wait(5000),
+                          "say page 0====================================",
+                          "i2c 70 wr 7f 00",
+                          "i2c 70 wr 03 29",
+                          "i2c 70 wr 04 0b",
+                          "i2c 70 wr 0d 08",
+                          "i2c 70 wr 0e 01",
+                          "i2c 70 wr 1b 07",
+                          "say receiver_pll1_reg1 = 0x34",
+                          "say receiver_pll1_reg2 = 0x0",
+                          "say receiver_pll1_reg3 = 0x0",
+                          "i2c 70 wr 0f 34",
+                          "i2c 70 wr 10 00",
+                          "i2c 70 wr 11 00",
+                          wait(10000),
+                          "say rc=-1",
+                          dump,
+                          wait(10000),
+                          kI2cClose}));
+}
+
 }  // namespace

@@ -356,4 +356,56 @@ TEST(SetAC3ctrl, wider_value_is_cut_for_the_register) {
   EXPECT_EQ(on.bench.output(), "read reg add 0x112 data 0x54031 \n");
 }
 
+// --- messages and traffic in one order ------------------------------------------------
+
+TEST(WrFpga, write_in_one_order) {
+  Bench bench;
+  bench.world("fault fpga-fail 16");
+  bench.follow();
+  wr_fpga(0x205, 0xAB);
+  const std::vector<std::string> seen = bench.stream();
+  ASSERT_EQ(seen.size(), 6u);
+  EXPECT_THAT(seen, ElementsAre("open /dev/fpga r+b", "wait 1000",
+                                testing::StartsWith("fpga request 16"), "say Cannot access ioctl",
+                                "say write add reg 0x204 data 0xab", "close /dev/fpga"));
+}
+
+TEST(WrFpga, read_in_one_order) {
+  Bench bench;
+  bench.world("fault fpga-fail 15");
+  bench.follow();
+  wr_fpga(0x204, 0);
+  EXPECT_THAT(
+      bench.stream(),
+      ElementsAre("open /dev/fpga r+b", "wait 1000", testing::StartsWith("fpga request 15"),
+                  "say Cannot access ioctl",
+                  testing::StartsWith("say read reg add 0x204 data org:0x"), "close /dev/fpga"));
+}
+
+TEST(FpgaReg, messages_and_traffic_in_one_order) {
+  Bench bench;
+  bench.world("fault fpga-fail 15");  // the pattern ends at once
+  bench.follow();
+  FpgaReg();
+  const std::vector<std::string> seen = bench.stream();
+  // 32 rounds of four requests and two lines; then the pattern: one write, 68 reads
+  // of two, whose values stand on one line.
+  ASSERT_GE(seen.size(), 1u + 32 * 6 + 3);
+  EXPECT_EQ(seen[0], "open /dev/fpga r+b");
+  for (int i = 0; i < 32; ++i) {
+    const std::size_t at = 1 + static_cast<std::size_t>(i) * 6;
+    EXPECT_THAT(seen[at], testing::StartsWith("fpga test-select")) << i;
+    EXPECT_THAT(seen[at + 1], testing::StartsWith("fpga test-wr")) << i;
+    EXPECT_EQ(seen[at + 2], format("say 13 - WR  i=%d rc=0", i));
+    EXPECT_THAT(seen[at + 3], testing::StartsWith("fpga test-select")) << i;
+    EXPECT_THAT(seen[at + 4], testing::StartsWith("fpga test-rd")) << i;
+    EXPECT_THAT(seen[at + 5], testing::StartsWith(format("say 14 - RD i=%d rc=0", i)));
+  }
+  const std::size_t pattern = 1 + 32 * 6;
+  EXPECT_THAT(seen[pattern], testing::StartsWith("fpga request 15"));
+  EXPECT_THAT(seen[pattern + 1], testing::StartsWith("say ioctl failed rc=-1"));
+  EXPECT_THAT(seen[pattern + 2], testing::StartsWith("fpga rd 0x0000"));
+  EXPECT_EQ(seen.back(), "close /dev/fpga");
+}
+
 }  // namespace

@@ -244,4 +244,21 @@ TEST_F(OffsetOf, failed_requests_are_not_noticed) {
   EXPECT_EQ(vboard::seam::open_handles(), "");
 }
 
+TEST(Offset, messages_and_requests_in_one_order) {
+  Bench bench;
+  bench.put_file("hd.ini", "mpgVidRes=40\n");  // row 10: V 18, H 48, V floor 8
+  bench.follow();
+  Offset(-4, -18);
+  EXPECT_THAT(
+      bench.stream(),
+      ElementsAre("file /home/tovin/hd.ini r", "file /home/tovin/hd.ini closed", "open /dev/video0",
+                  "wait 10",
+                  "say Default: Horizontal Offset Reg = 0x30 (48), Vertical Offset Reg = 0x12 (18)",
+                  "say Set:     Horizontal Offset Reg = 0x2c (44), Vertical Offset Reg = 0x8 (8), "
+                  "std=40",
+                  "video0 0xc004562c 24", "video0 0xc004562d 44", "wait 1000000",
+                  "video0 0xc004562c 16", "video0 0xc004562d 8", "wait 1000000",
+                  "close /dev/video0"));
+}
+
 }  // namespace

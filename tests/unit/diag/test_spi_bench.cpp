@@ -121,4 +121,15 @@ TEST(SpiSlaveThread, waits_a_little_whenever_nothing_was_read) {
   EXPECT_EQ(bench.output(), "");
 }
 
+TEST(ReadSpiSplave, messages_and_traffic_in_one_order) {
+  Bench bench;
+  host_sends(bench, {0x2D});
+  bench.follow();
+  const std::intptr_t h = readSpiSplave(-1);
+  EXPECT_THAT(bench.stream(),
+              ElementsAre("say readSpiSplave, h=0xffffffff", "open /dev/spislave r+b", "wait 20000",
+                          "say trying to read SPI:", "spi rd 2d", "say fread rc=1", "wait 20000"));
+  fclose(reinterpret_cast<FILE*>(h));
+}
+
 }  // namespace

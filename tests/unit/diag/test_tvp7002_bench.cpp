@@ -305,4 +305,56 @@ TEST_F(PrintHsync, failed_read_closes_the_bus_and_says_nothing) {
               ElementsAre("open /dev/i2c-1", rd_failed(kChip, 0x14), "close /dev/i2c-1"));
 }
 
+// ---- messages and traffic in one order ----------------------------------------------
+
+using Tvp7002Order = Tvp7002;
+
+TEST_F(Tvp7002Order, dump) {
+  fail_transfer(1);  // the write; the first read is the second transfer
+  bench.follow();
+  prog7002(0x21, 0xC3);
+  Lines seen = bench.stream();
+  ASSERT_GE(seen.size(), 11u);
+  EXPECT_EQ(seen.size(), 9u + 2 * 74 + 1);
+  seen.resize(11);
+  EXPECT_THAT(
+      seen,
+      ElementsAre("say Start prog7002", "open /dev/i2c-1", "say input_data1 = 21",
+                  "say input_data2 = c3", "wait 1000000", testing::StartsWith("i2c 5c wr 21 c3 = "),
+                  "say rc=-1", "say return", "wait 1000000",
+                  testing::StartsWith("i2c 5c rd 00 -> "), testing::StartsWith("say #0=0x")));
+}
+
+TEST_F(Tvp7002Order, input_and_standard) {
+  stick(0x19, 0xAA);
+  int input = 0;
+  int std = 0;
+  bench.follow();
+  GatTvp7002Status(&input, &std);
+  EXPECT_THAT(
+      bench.stream(),
+      ElementsAre("open /dev/i2c-1", "i2c 5c rd 19 -> aa", "close /dev/i2c-1",
+                  "say GatTvp7002Status GetInput 3", "open /dev/video0",
+                  testing::StartsWith("video0 QUERYSTD"), "wait 1", "wait 1000000",
+                  "close /dev/video0", testing::StartsWith("say GatTvp7002Status GetSTD ")));
+}
+
+TEST_F(Tvp7002Order, blanking) {
+  bench.follow();
+  SetVBLK_F0(3);
+  EXPECT_THAT(bench.stream(),
+              ElementsAre("open /dev/i2c-1", "i2c 5c wr 40 00", "i2c 5c wr 41 01",
+                          "i2c 5c wr 42 8b", "i2c 5c wr 43 08", "i2c 5c wr 44 02",
+                          "i2c 5c wr 45 02", "i2c 5c wr 46 16", "i2c 5c rd 46 -> 16",
+                          "i2c 5c wr 47 17", "say reg 47 16 TestVBLK_F0 0", "close /dev/i2c-1"));
+}
+
+TEST_F(Tvp7002Order, single_register) {
+  stick(0x14, 0x90);
+  bench.follow();
+  VBLK_RW(1, 0x14, 0);
+  EXPECT_THAT(bench.stream(), ElementsAre("open /dev/i2c-1", "i2c 5c rd 14 -> 90",
+                                          "say reg 0x14=0x90", "close /dev/i2c-1"));
+}
+
 }  // namespace

@@ -437,4 +437,27 @@ TEST(GetLogfileNumberToSend, select_error_gives_0) {
   EXPECT_EQ(one.bench.output(), kSelectError);
 }
 
+// ---- AC-3 descriptor ------------------------------------------------------------------------
+
+TEST(GetByteSendAc3Params, byte_goes_out_before_it_is_published) {
+  LinkBench one;
+  SharedBlock& block = one.bench.attach_block();
+  const int bytes[] = {8, 0, 0, 7, 1, 15};
+  for (int i = 0; i < kAc3DescriptorSize; ++i) {
+    hd_ac3_desc_parameters[i] = static_cast<std::uint8_t>(bytes[i]);
+    block.hd_ac3_desc[i] = 99;
+  }
+  one.host_polls(6);
+  one.bench.follow();
+  for (std::size_t i = 0; i < 6; ++i)
+    one.bench.watch("block " + std::to_string(92 + i), block.hd_ac3_desc[i]);
+  EXPECT_EQ(get_byte_send_ac3_params(one.link), 0);
+  std::vector<std::string> seen;
+  for (const std::string& line : one.bench.stream())
+    if (!line.starts_with("select") && line != "spi rd a5") seen.push_back(line);
+  EXPECT_THAT(seen, ElementsAre("spi wr 0f", "block 97 = 15", "spi wr 01", "block 96 = 1",
+                                "spi wr 07", "block 95 = 7", "spi wr 00", "block 94 = 0",
+                                "spi wr 00", "block 93 = 0", "spi wr 08", "block 92 = 8"));
+}
+
 }  // namespace

@@ -198,4 +198,47 @@ TEST_F(StatusThread, started_again_after_a_stop_there_are_two) {
   EXPECT_EQ(bench.trace({"thread"}).size(), 2u);
 }
 
+// ---- messages, files and the thread in one order ------------------------------------------
+
+TEST(SaveToFile, tells_writes_and_closes_in_one_order) {
+  Bench bench;
+  bench.attach_block();
+  bench.follow();
+  savetofile(1, 2);
+  EXPECT_THAT(bench.stream(), ElementsAre("say save monitor file ", "file monitor.txt w",
+                                          "file monitor.txt closed"));
+}
+
+TEST(SaveToFile, failed_opening_is_told_behind_it) {
+  Bench bench;
+  bench.attach_block();
+  vboard::seam::fail_call("fopen", "monitor.txt", 0, 1, EACCES);
+  bench.follow();
+  savetofile(1, 2);
+  EXPECT_THAT(bench.stream(), ElementsAre("say save monitor file ", "fopen monitor.txt = EACCES",
+                                          "say error while open monitor.txt file"));
+}
+
+TEST_F(StatusThread, start_tells_marks_and_creates_in_one_order) {
+  bench.follow();
+  bench.watch("started", SystemMonitorStatus);
+  until(0.15, [] { StartSystemMonitoring(); });
+  EXPECT_THAT(bench.stream(),
+              ElementsAre("say Start System Monitoring", "started = 1",
+                          testing::StartsWith("thread"), "wait 100000", "wait 5000000"));
+}
+
+TEST_F(StatusThread, stop_tells_before_it_marks) {
+  SystemMonitorStatus = 1;
+  bench.follow();
+  bench.watch("started", SystemMonitorStatus);
+  until(1, [] {
+    pthread_t caller = {};
+    pthread_create(&caller, nullptr, stop_and_go_on, nullptr);
+    pthread_detach(caller);
+  });
+  EXPECT_THAT(bench.stream(), ElementsAre(testing::StartsWith("thread"),
+                                          "say Stop System Monitoring", "started = 0"));
+}
+
 }  // namespace

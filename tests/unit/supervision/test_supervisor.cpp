@@ -572,6 +572,71 @@ TEST_F(Supervise, overflows_are_sensed_told_and_acted_on_in_one_order) {
                           "say RESTART - audio buffer overflow!!", "wait 500000"));
 }
 
+TEST_F(Supervise, missing_dsp_audio_resets_then_asks_in_one_order) {
+  fpgaregs.AudioInput = 2;
+  fpgaregs.inAudioEnable = 2;
+  bench.set_fpga(kRegAudioLevel, 0);
+  cycles(5);
+  bench.follow();
+  bench.watch("state", monitor_state);
+  bench.watch("cause", status_vantorig);
+  cycle(0.5);  // the reset pulse ends within it
+  std::vector<std::string> seen = bench.stream();
+  ASSERT_GE(seen.size(), 11u);
+  seen.resize(11);
+  EXPECT_THAT(
+      seen, ElementsAre("say Start prog_gpio,input_data = 28", "open /dev/fpga r+b", "fpga line 28",
+                        "wait 10", "say Start prog_gpio,input_data = 29", "open /dev/fpga r+b",
+                        "fpga line 29", "state = 2", "say RESTART!! - no audio!!", "cause = 132",
+                        "fpga wr 0x0040 <- 0x0001"));
+}
+
+TEST_F(Supervise, first_cycle_waits_for_encode_before_anything_else) {
+  block.encode_alive = 0;
+  bench.follow();
+  cycle(4);
+  std::vector<std::string> seen = bench.stream();
+  ASSERT_GT(seen.size(), 3002u);
+  EXPECT_EQ(seen[3000], "wait 1000");
+  EXPECT_EQ(seen[3001], "say timeout!! encode is dead!!");
+  EXPECT_EQ(seen[3002], "fpga wr 0x0040 <- 0x0001");
+}
+
+TEST_F(Supervise, capture_of_the_video_level_in_one_order) {
+  cycle();
+  bench.follow();
+  bench.watch("level", vid_buf_init);
+  bench.watch("phase", status_init_flag);
+  bench.watch("status", global_status);
+  bench.watch("restart", block.do_fpga_restart);
+  block.do_fpga_restart = 1;
+  global_status = 0x60;
+  bench.stream();
+  cycle();
+  EXPECT_THAT(behind(bench.stream(), "fpga rd 0x1344 -> 0x0384"),
+              ElementsAre("fpga wr 0x0040 <- 0x0001", "fpga rd 0x0060 -> 0x0028", "level = 40",
+                          "phase = 1", "status = 145", "restart = 0", "wait 500000"));
+}
+
+TEST_F(Supervise, level_far_away_in_one_order) {
+  capture_levels();
+  bench.set_fpga(kRegViBuff, 57);
+  bench.follow();
+  bench.watch("state", monitor_state);
+  bench.watch("cause", status_vantorig);
+  bench.watch("detail", status_vantorig1);
+  status_vantorig1 = 7;
+  bench.stream();
+  cycle(1.25);
+  const std::vector<std::string> seen = behind(bench.stream(), "wait 1000000");
+  ASSERT_GE(seen.size(), 9u);
+  EXPECT_THAT(std::vector<std::string>(seen.begin(), seen.begin() + 9),
+              ElementsAre("detail = 0", "fpga wr 0x0040 <- 0x0001", "fpga rd 0x0060 -> 0x0039",
+                          "state = 2", "say restart - video_buf is far away from vid_buf_init",
+                          "cause = 135", "fpga rd 0x0080 -> 0x0018", "fpga rd 0x004c -> 0x0000",
+                          "fpga rd 0x0050 -> 0x0000"));
+}
+
 TEST_F(SuperviseRestart, takes_encode_off_hold_before_it_applies) {
   block.do_fpga_restart = 1;
   cycle(3);  // within the 5 s behind the kills

@@ -178,4 +178,19 @@ TEST_F(Capture, a_device_that_did_not_open_is_left_alone) {
   EXPECT_THAT(bench.trace({"video0", "close"}), IsEmpty());
 }
 
+// ---- messages and requests in one order ------------------------------------------------
+
+TEST_F(Capture, refused_standard_is_told_between_its_two_waits) {
+  vboard::seam::fail_call("ioctl", "/dev/video0", 0, 1, EIO);
+  bench.follow();
+  EXPECT_EQ(GetSTD(), 0);
+  const std::vector<std::string> seen = bench.stream();
+  ASSERT_EQ(seen.size(), 6u);
+  EXPECT_EQ(seen[0], "open /dev/video0");
+  EXPECT_EQ(seen[2], "wait 1");
+  EXPECT_EQ(seen[3], "say         Cannot ioctl  VIDIOC_QUERYSTD");
+  EXPECT_EQ(seen[4], "wait 1000000");
+  EXPECT_EQ(seen[5], "close /dev/video0");
+}
+
 }  // namespace

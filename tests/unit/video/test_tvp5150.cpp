@@ -366,4 +366,43 @@ TEST_F(Tvp5150, loadprogramram_opens_writes_the_low_byte_and_closes_the_access) 
   EXPECT_EQ(vboard::seam::open_handles(), "/dev/i2c-1\n");  // it is the caller's
 }
 
+// ---- messages and traffic in one order ----------------------------------------------
+
+using Tvp5150Order = Tvp5150;
+
+TEST_F(Tvp5150Order, locked_reading) {
+  stick(0x88, 0x06);
+  count_st = 4;
+  error_count = 3;
+  bench.follow();
+  bench.watch("count", count_st);
+  bench.watch("errors", error_count);
+  bench.watch("status", old_data1);
+  EXPECT_EQ(video_monitorTVP5150(1), 0);
+  EXPECT_THAT(
+      bench.stream(),
+      ElementsAre("count = 0", "open /dev/i2c-1", "i2c 5d rd 88 -> 06", "status = 6",
+                  "i2c 5d wr c6 ff", "say ***********  Horizontal sync lock status",
+                  "say ***********  Vertical sync lock status",
+                  "say Color subcarrier is not locked.", "say No lost lock since status register",
+                  "say Tvp 5150 is status register  lock ", "errors = 0", "close /dev/i2c-1"));
+}
+
+TEST_F(Tvp5150Order, unlocked_reading) {
+  stick(0x88, 0x12);
+  count_st = 4;
+  error_count = 0;
+  bench.follow();
+  bench.watch("errors", error_count);
+  EXPECT_EQ(video_monitorTVP5150(1), -1);
+  EXPECT_THAT(
+      bench.stream(),
+      ElementsAre("open /dev/i2c-1", "i2c 5d rd 88 -> 12", "i2c 5d wr c6 ff",
+                  "say ***********  Horizontal sync lock status", "say Vertical sync is not locked",
+                  "say Color subcarrier is not locked.", "say Lost lock since status register",
+                  "errors = 1", "say  Tvp 5150 is status register no lock error_count=1",
+                  "errors = 0", "say ******** Tvp 5150 is status register no lock ******** ",
+                  "close /dev/i2c-1"));
+}
+
 }  // namespace
